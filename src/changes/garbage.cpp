@@ -1,0 +1,3 @@
+#include "changes/garbage.h"
+
+TAutoObjectBase* CreateUGarbage(TVersionedAutoObjectFactory& Factory) { return new TUGarbage(Factory); }

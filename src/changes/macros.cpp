@@ -1,0 +1,3 @@
+#include "changes/macros.h"
+
+TAutoObjectBase* CreateUMacro(TVersionedAutoObjectFactory& Factory) { return new TUMacro(Factory); }

@@ -1,0 +1,3 @@
+#include "installer/installer_log.h"
+
+TAutoObjectBase* CreateUInno(TVersionedAutoObjectFactory& Factory) { return new TUInno(Factory); }

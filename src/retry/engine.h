@@ -1,0 +1,80 @@
+#pragma once
+
+#include "server/log_scope.h"
+#include "server/messages.h"
+
+#include <string>
+
+/// The retry layer's one loop. A wrapper names its system call, its success test, its message and its log texts:
+///
+///   void RetryCreateDirectory(const std::string& Dir) {
+///     TRetryCall Call(Standard, LogText("RetryCreateDirectory", Dir));
+///     Call.Until([&] { return ByLastError(CreateDirectoryA(...)); }, MsgCannotCreateFolder, Dir);
+///     Call.End("RetryCreateDirectory");
+///   }
+///
+/// When an attempt fails, the user sees the message, an empty line and the system's reason, with Retry and Cancel.
+/// Retry repeats without limit; anything else writes an "Exception" line and raises the failure whose message is the
+/// system's text and whose HRESULT is MakeErrorHResult(code). A failing debug log or dialog object raises its own.
+
+/// What one attempt came to.
+struct TOutcome {
+  bool Ok;
+  long Code = 0;  ///< error code, status or HRESULT of a failed attempt
+  bool OutOfMemory = false;
+};
+
+/// Calls that report through the thread's last error.
+inline TOutcome ByLastError(bool Ok) { return {Ok, Ok ? 0 : static_cast<long>(GetLastError())}; }
+/// Registry functions, which return their error code.
+inline TOutcome ByStatus(LSTATUS Status) { return {Status == ERROR_SUCCESS, Status}; }
+/// COM functions.
+inline TOutcome ByHResult(HRESULT Result) { return {SUCCEEDED(Result), Result}; }
+/// Allocations, which have no error code: the failure's code is -3.
+inline TOutcome ByMemory(const void* Pointer) {
+  constexpr long OutOfMemoryCode = -3;
+  return {Pointer != nullptr, OutOfMemoryCode, true};
+}
+
+/// How a wrapper differs from the plain engine.
+struct TRetryVariant {
+  int SilentRepeats = 0;    ///< attempts repeated after a pause before the first dialog
+  bool Quiet = false;       ///< no Begin and End lines
+  bool TakesCallId = true;  ///< also when quiet, so that ids tell how many calls were made
+};
+inline constexpr TRetryVariant Standard{};
+inline constexpr TRetryVariant Patient{.SilentRepeats = 3};
+inline constexpr TRetryVariant QuietCall{.Quiet = true};
+inline constexpr TRetryVariant Unnumbered{.Quiet = true, .TakesCallId = false};
+
+/// One call of a wrapper.
+class TRetryCall {
+ public:
+  TRetryCall(TRetryVariant Variant, const std::wstring& Begin);
+
+  /// Repeats `Attempt` until it succeeds; `Message` and its arguments say what failed.
+  template <class TAttempt, class... TArgs>
+  void Until(TAttempt Attempt, TMessage Message, const TArgs&... Args) {
+    for (TOutcome Last = Attempt(); !Last.Ok; Last = Attempt())
+      if (!RepeatsSilently()) AskOrFail(Last, FormatMessageText(Message, Args...));
+  }
+
+  void End(const std::wstring& Text);
+  /// A line with an action of the wrapper's own.
+  void Line(const std::wstring& Action, const std::wstring& Text);
+
+ private:
+  bool RepeatsSilently();
+  static void AskOrFail(const TOutcome& Last, const std::string& Words);
+
+  int SilentRepeatsLeft;
+  bool Quiet;
+  long Id;
+};
+
+/// Writes the "Exception" line (code in signed decimal, a blank, the text) under a new call id and raises the failure.
+[[noreturn]] void FailureStep(long Code, const std::string& Text);
+
+/// Shows an error that no repetition can mend in a box with one button, then runs the failure step with the code
+/// 0x800401FF, so that the HRESULT of the failure is 0x800403FF.
+[[noreturn]] void FailWithBox(IUDialog& Dialog, TMessage Message);

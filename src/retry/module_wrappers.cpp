@@ -1,0 +1,61 @@
+#include "retry/module_wrappers.h"
+
+TModuleHandle RetryLoadLibrary(const std::string& FileName) {
+  TModuleHandle Module;
+  TRetryCall Call(Standard, LogText("RetryLoadLibrary", FileName));
+  Call.Until(
+      [&] {
+        Module.Reset(LoadLibraryA(FileName.c_str()));
+        return ByLastError(static_cast<bool>(Module));
+      },
+      MsgCannotLoadLibrary, FileName);
+  Call.End(L"RetryLoadLibrary");
+  return Module;
+}
+
+void RetryFreeLibrary(const std::string& FileName, TModuleHandle& Module) {
+  const HMODULE Loaded = Module.Detach();
+  TRetryCall Call(Standard, LogText("RetryFreeLibrary", FileName));
+  Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, FileName);
+  Call.End(L"RetryFreeLibrary");
+}
+
+FARPROC RetryGetProcAddress(const std::string& FileName, HMODULE Module, const std::string& ProcName) {
+  FARPROC Proc = nullptr;
+  TRetryCall Call(Standard, LogText("RetryGetProcAddress", FileName, ProcName));
+  Call.Until([&] { return ByLastError((Proc = GetProcAddress(Module, ProcName.c_str())) != nullptr); },
+             MsgCannotGetProcAddress, ProcName, FileName);
+  Call.End(L"RetryGetProcAddress");
+  return Proc;
+}
+
+HMODULE RetryGetModuleHandle(const std::string& FileName) {
+  HMODULE Module = nullptr;
+  TRetryCall Call(Standard, LogText("RetryGetModuleHandle", FileName));
+  Call.Until([&] { return ByLastError((Module = GetModuleHandleA(FileName.c_str())) != nullptr); },
+             MsgCannotGetModuleHandle, FileName);
+  Call.End(L"RetryGetModuleHandle");
+  return Module;
+}
+
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, const std::wstring& WideFileName) {
+  TComRef<ITypeLib> Library;
+  TRetryCall Call(Standard, LogText("RetryLoadTypeLib", FileName));
+  Call.Until([&] { return ByHResult(LoadTypeLib(WideFileName.c_str(), Library.Out())); }, MsgCannotLoadTypeLibrary,
+             FileName);
+  Call.End(L"RetryLoadTypeLib");
+  return Library;
+}
+
+TTaskMemory RetryCoTaskMemAlloc(DWORD Size) {
+  TTaskMemory Memory;
+  TRetryCall Call(Standard, LogText("RetryCoTaskMemAlloc", Size));
+  Call.Until(
+      [&] {
+        Memory.Reset(CoTaskMemAlloc(Size));
+        return ByMemory(Memory.Get());
+      },
+      MsgOutOfMemory);
+  Call.End(L"RetryCoTaskMemAlloc");
+  return Memory;
+}

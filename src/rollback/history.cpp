@@ -1,0 +1,3 @@
+#include "rollback/history.h"
+
+TAutoObjectBase* CreateUHistory(TVersionedAutoObjectFactory& Factory) { return new TUHistory(Factory); }

@@ -1,0 +1,31 @@
+#include "rollback/rollback_contract.h"
+
+#include "server/environment.h"
+#include "server/guid.h"
+
+namespace {
+
+/// The updater program's own class.
+constexpr char UpdaterClassId[] = "{E39B3518-306A-4B3F-9095-5A3226FF60C9}";
+/// Asks the progress window to undo a change of the updater's own: wParam is the entry's code, lParam 0.
+constexpr UINT RollbackMessage = 0x7EB;
+
+bool UpdaterTookIt(const TLogRecord& Entry) {
+  if (GuidText(Entry.Id) != UpdaterClassId) return false;
+  const HWND Window = FindProgressWindow();
+  if (Window) SendMessageA(Window, RollbackMessage, static_cast<WPARAM>(Entry.Code), 0);
+  return Window != nullptr;
+}
+
+}  // namespace
+
+void DispatchRollback(const TLogRecord& Entry) {
+  if (UpdaterTookIt(Entry)) return;
+  const TComRef<IUnknown> Object = ActiveOrNewObject(GuidOf(Entry.Id), CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER);
+  TComRef<IUCanRollback> Target;
+  SetErrorInfo(0, nullptr);  // whatever text is found after a failure is that failure's
+  CheckCall(Object->QueryInterface(IID_IUCanRollback, Target.OutVoid()));
+  CheckCall(Target->Rollback(Entry.Code, GuidOf(Entry.DataID)));
+}
+
+TAutoObjectBase* CreateUCanRollback(TVersionedAutoObjectFactory& Factory) { return new TUCanRollback(Factory); }
