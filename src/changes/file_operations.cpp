@@ -1,6 +1,7 @@
 #include "changes/file_operations.h"
 
 #include "changes/copy_mode.h"
+#include "server/arguments.h"
 #include "server/environment.h"
 #include "server/file_version.h"
 #include "server/paths.h"

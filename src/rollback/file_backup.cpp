@@ -3,6 +3,7 @@
 // Folders come back by name only; their own attributes and times are not part of a set.
 
 #include "rollback/backup.h"
+#include "server/arguments.h"
 #include "server/paths.h"
 
 #include <algorithm>

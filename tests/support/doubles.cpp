@@ -1,0 +1,41 @@
+#include "support/doubles.h"
+
+#include "server/text.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long* Res) {
+  Boxes.push_back({ToAnsi(ViewOf(Text)), ToAnsi(ViewOf(Caption)), MsgType});
+  if (OnBox) OnBox();
+  *Res = IDCANCEL;
+  if (!Answers.empty()) {
+    *Res = Answers.front();
+    Answers.pop_front();
+  }
+  return S_OK;
+}
+
+HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
+  Lines.push_back({Id, ToAnsi(ViewOf(Name)), ToAnsi(ViewOf(Action)), ToAnsi(ViewOf(Text))});
+  return Result;
+}
+
+std::vector<std::string> TMemoryLog::Texts(const std::string& OnlyName) const {
+  std::vector<std::string> Result;
+  for (const TLine& Line : Lines)
+    if (OnlyName.empty() || Line.Name == OnlyName)
+      Result.push_back((OnlyName.empty() ? Line.Name + " " : "") + Line.Action + " " + Line.Text);
+  return Result;
+}
+
+DWORD RegisterActive(IUnknown* Object, const CLSID& ClassId) {
+  DWORD Entry = 0;
+  if (FAILED(RegisterActiveObject(Object, ClassId, ACTIVEOBJECT_STRONG, &Entry))) {
+    std::puts("RegisterActiveObject failed");
+    std::exit(1);
+  }
+  return Entry;
+}
+
+void RevokeActive(DWORD Entry) { RevokeActiveObject(Entry, nullptr); }

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "server/guid.h"
+#include "server/interfaces.h"
+#include "support/doubles.h"
+#include "support/import_patch.h"
+#include "support/tree.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Where one test lives: COM for its thread, a folder of its own with an application in it, the base folder's registry
+/// value pointing there, and doubles for the dialogs and (unless told otherwise) the debug log, both registered as the
+/// active objects that the module takes by its own rules. One test, one process, one sandbox.
+class TSandbox : public testing::Test {
+ protected:
+  enum TLogChoice { LogInMemory, LogToFile };
+  explicit TSandbox(TLogChoice Choice = LogInMemory);
+  ~TSandbox() override;
+
+  /// The sandbox's folder, C:\mendwork-tests\<process id>; App and Base lie in it.
+  const std::string& Root() const { return RootDir; }
+  std::string App(const std::string& Name = "") const { return Under(RootDir + "\\App", Name); }
+  std::string Base(const std::string& Name = "") const { return Under(RootDir + "\\Base", Name); }
+  /// The system's own folders.
+  std::string Updates(const std::string& Name = "") const { return Under(Base("Updates"), Name); }
+  std::string Service(const std::string& Name = "") const { return Under(Updates("Mendwork"), Name); }
+
+  TScriptedDialog& Dialog() { return *DialogDouble; }
+  /// The lines that went to the debug-log double.
+  TMemoryLog& Log() { return *LogDouble; }
+
+  /// The module, loaded by the first object.
+  static HMODULE Module() { return GetModuleHandleA("Mendwork.dll"); }
+
+ private:
+  static std::string Under(const std::string& Folder, const std::string& Name) {
+    return Name.empty() ? Folder : Folder + "\\" + Name;
+  }
+
+  std::string RootDir;
+  TComRef<TScriptedDialog> DialogDouble;
+  TComRef<TMemoryLog> LogDouble;
+  DWORD DialogEntry = 0, LogEntry = 0;
+};
+
+/// A new object of one of the module's classes, through COM. Ends the test program when it cannot be made.
+template <class TInterface>
+TComRef<TInterface> Make(const CLSID& ClassId) {
+  TComRef<TInterface> Object;
+  const HRESULT Made = CoCreateInstance(ClassId, nullptr, CLSCTX_INPROC_SERVER, __uuidof(TInterface), Object.OutVoid());
+  if (FAILED(Made)) {
+    ADD_FAILURE() << "CoCreateInstance failed with 0x" << std::hex << Made;
+    std::exit(1);
+  }
+  return Object;
+}
+
+/// A BSTR for the length of a call: File->DeleteFiles(Text("C:\\App\\*.*"), ...). The text is ANSI.
+class Text {
+ public:
+  explicit Text(const std::string& Ansi);
+  explicit Text(const std::wstring& Wide);
+  operator BSTR() const { return Value.Get(); }
+
+ private:
+  TBstr Value;
+};
+
+/// Takes a BSTR result as ANSI and frees it.
+std::string Take(TBstr& Result);
+
+/// The description of the thread's error information, or "" when there is none; it is taken away.
+std::string ErrorText();
+
+/// The system's text for an error code, as FormatMessage gives it on this machine.
+std::string SystemText(DWORD Code);
+
+/// A GUID from its registry form.
+GUID Guid(const char* Text);
+
+/// "1" "2" ... a different GUID each: {00000000-0000-0000-0000-00000000000N}.
+GUID NumberedGuid(int Number);
+
+/// Makes the pauses of patient wrappers pass at once, and counts them.
+class TNoPauses {
+ public:
+  TNoPauses();
+  /// Pauses of 3000 ms so far.
+  static int Count();
+
+ private:
+  TImportPatch Patch;
+};

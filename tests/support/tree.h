@@ -1,0 +1,33 @@
+#pragma once
+
+#include "server/windows_api.h"
+
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+
+/// What a folder holds: every file with its content, attributes and times, every folder by name (folders end in "\").
+/// Two of these are equal when nothing that a rollback promises differs.
+struct TTreeEntry {
+  std::string Content;
+  DWORD Attributes = 0;  ///< of files; 0 for folders
+  uint64_t LastAccess = 0, LastWrite = 0;
+  bool operator==(const TTreeEntry&) const = default;
+};
+using TTree = std::map<std::string, TTreeEntry>;
+
+TTree TreeOf(const std::string& Folder);
+/// One line for each entry that differs; "" when none does.
+std::string Difference(const TTree& Before, const TTree& After);
+
+/// Writes a file, with its folders, attributes and recognizable times.
+void Write(const std::string& Path, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL);
+/// The content of a file; "<no file>" when there is none.
+std::string Read(const std::string& Path);
+bool Exists(const std::string& Path);
+void MakeFolders(const std::string& Path);
+/// Removes a folder with all it holds, read-only files included.
+void RemoveTree(const std::string& Folder);
+/// Sets the last-access and last-write time of a file; the creation time too, where the platform keeps it.
+void SetTimes(const std::string& Path, uint64_t LastAccess, uint64_t LastWrite);
