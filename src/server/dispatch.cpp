@@ -100,17 +100,33 @@ struct TSlot {
   GUID Guid{};               ///< its value when the parameter is a GUID
 };
 
-/// Follows references to the value itself; the result is borrowed from `Given`.
-HRESULT Dereference(const VARIANT& Given, VARIANT& Value) {
-  VariantInit(&Value);
+/// An argument's value behind all references: borrowed from the caller, or a copy of our own.
+struct TArgumentValue : VARIANT {
+  TArgumentValue() { VariantInit(this); }
+  ~TArgumentValue() {
+    if (Owned) VariantClear(this);
+  }
+  TArgumentValue(const TArgumentValue&) = delete;
+  TArgumentValue& operator=(const TArgumentValue&) = delete;
+
+  HRESULT Dereference(const VARIANT& Given);
+
+ private:
+  bool Owned = false;
+};
+
+HRESULT TArgumentValue::Dereference(const VARIANT& Given) {
   const VARIANT* Source = &Given;
   if (Given.vt == (VT_BYREF | VT_VARIANT)) Source = Given.pvarVal;
   if (!Source) return DISP_E_TYPEMISMATCH;
-  if (!(Source->vt & VT_BYREF)) {
-    Value = *Source;
-    return S_OK;
+  if (Source->vt & VT_BYREF && Source->vt != (VT_BYREF | VT_RECORD)) {
+    Owned = true;
+    return VariantCopyInd(this, const_cast<VARIANT*>(Source));
   }
-  return VariantCopyInd(&Value, const_cast<VARIANT*>(Source));
+  // Records are never copied: the platform's copy leaves arrays inside them out, such as the last half of a GUID.
+  static_cast<VARIANT&>(*this) = *Source;
+  vt = static_cast<VARTYPE>(vt & ~VT_BYREF);
+  return S_OK;
 }
 
 HRESULT GuidFromRecord(const VARIANT& Record, GUID& Guid) {
@@ -139,10 +155,9 @@ void SetUnsigned(VARIANT& Target, LONG Bits) {
 }
 
 HRESULT ConvertArgument(const TMethod::TParameter& Parameter, TSlot& Slot) {
-  VARIANT Value;
-  HRESULT Outcome = Dereference(*Slot.Given, Value);
+  TArgumentValue Value;
+  HRESULT Outcome = Value.Dereference(*Slot.Given);
   if (FAILED(Outcome)) return Outcome;
-  const bool Owned = (Slot.Given->vt & VT_BYREF) != 0 && Slot.Given->vt != (VT_BYREF | VT_VARIANT);
   if (Value.vt == VT_ERROR && Value.scode == DISP_E_PARAMNOTFOUND)
     Outcome = DISP_E_PARAMNOTOPTIONAL;
   else if (Parameter.Type == VT_UI4 && Value.vt == VT_I4)
@@ -155,7 +170,6 @@ HRESULT ConvertArgument(const TMethod::TParameter& Parameter, TSlot& Slot) {
     Outcome = GuidFromText(Value, Slot.Guid);
   else
     Outcome = DISP_E_TYPEMISMATCH;
-  if (Owned) VariantClear(&Value);
   return Outcome;
 }
 

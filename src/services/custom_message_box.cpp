@@ -114,6 +114,12 @@ TFont MakeBoxFont() {
   return TFont(CreateFontA(FallbackHeight, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0, 0, 0, "MS Sans Serif"));
 }
 
+/// The system has more icons of this kind, and newer ones have more still; a box shows these.
+HICON BoxIcon(long IcoType) {
+  constexpr long First = 32512, Last = 32517;
+  return IcoType >= First && IcoType <= Last ? LoadIconA(nullptr, MAKEINTRESOURCEA(IcoType)) : nullptr;
+}
+
 TBoxLayout MeasureBox(const TCustomBox& Box) {
   const int Length = static_cast<int>(Box.Text.size());
   const HDC Screen = GetDC(nullptr);
@@ -130,8 +136,9 @@ TBoxLayout MeasureBox(const TCustomBox& Box) {
 
 HWND MakeWindow(DWORD ExtendedStyle, const char* Class, const std::string& Text, DWORD Style, const TBoxRectangle& At,
                 HWND Parent, HFONT Font) {
-  const HWND Window = CreateWindowExA(ExtendedStyle, Class, Text.c_str(), Style, At.Left, At.Top, At.Width, At.Height,
-                                      Parent, nullptr, ModuleInstance(), nullptr);
+  // Not the ANSI call: in 32 bits Wine takes its texts for UTF-8, whatever the ANSI code page is.
+  const HWND Window = CreateWindowExW(ExtendedStyle, ToWide(Class).c_str(), ToWide(Text).c_str(), Style, At.Left,
+                                      At.Top, At.Width, At.Height, Parent, nullptr, ModuleInstance(), nullptr);
   if (!Window) {
     DWORD Code = 0;
     std::string Reason;
@@ -212,7 +219,7 @@ std::string ShowCustomBox(const TCustomBox& Box) {
   TMyWindowVar Record;
   Record.Window = Window;
   Record.Alive = true;
-  Record.Icon = LoadIconA(nullptr, MAKEINTRESOURCEA(Box.IcoType));
+  Record.Icon = BoxIcon(Box.IcoType);
   struct TListed {
     TMyWindowVar& Record;
     ~TListed() { OpenBoxes.Remove(Record); }

@@ -1,0 +1,99 @@
+# The commands that run Windows programs: run, demo, bench, pictures. Sourced, never run.
+
+command_run() {
+  local Bits=32
+  [[ ${1-} != --win64 ]] || { Bits=64 && shift; }
+  (($#)) || die "What shall be run? ./mend run --help tells more."
+  ensure_setup
+  build_quietly "win$Bits"
+  open_prefix "$Root/build/run/prefix" "$Bits" "$Root/build/win$Bits/Mendwork.dll"
+  ensure_base_folder
+  run_program "$Bits" "$@"
+}
+
+# The application's base folder, unless the prefix of wine_env has one.
+ensure_base_folder() {
+  local Mark=$WINEPREFIX/.mendwork/base
+  [[ ! -e $Mark ]] || return 0
+  mkdir -p "$WINEPREFIX/drive_c/Orvane"
+  wine_do reg query 'HKCU\Software\Orvane\Core' /ve >/dev/null 2>&1 </dev/null ||
+    wine_do reg add 'HKCU\Software\Orvane\Core' /ve /d 'C:\Orvane' /f >/dev/null </dev/null ||
+    die "The application's base folder could not be set."
+  touch "$Mark"
+}
+
+# Without the 32-bit half of Wine there is still something to see.
+command_demo() {
+  local Bits=32 Script=$Root/examples/demo/run-demo Prefix=$Root/build/demo/prefix
+  [[ -x $Script ]] || die "There is no examples/demo/run-demo."
+  ensure_setup --64-will-do
+  ((Has32)) || {
+    Bits=64
+    say "The 32-bit half of Wine cannot be had here: this demo runs the 64-bit build instead of the product itself."
+  }
+  build_quietly "win$Bits" demo
+  claim demo
+  remove_prefix "$Prefix"
+  open_prefix "$Prefix" "$Bits" "$Root/build/win$Bits/Mendwork.dll"
+  stop_at_end
+  ensure_base_folder
+  MEND_BITS=$Bits MEND_BUILD=$Root/build/win$Bits MEND_PREFIX=$Prefix MEND_RUN=$Root/tools/run-windows \
+    "$Script" "$@"
+}
+
+# Nothing stays in wine_env's prefix when the command ends, however it ends.
+stop_at_end() {
+  trap wine_stop EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+}
+
+# The benchmark program starts in the folder of the results.
+command_bench() {
+  local Dir=$Root/build/bench
+  ensure_setup
+  build_quietly win32
+  claim bench
+  open_prefix "$Dir/prefix" 32 "$Root/build/win32/Mendwork.dll"
+  stop_at_end
+  ensure_base_folder
+  rm -f "$Dir/results.json"
+  cd "$Dir"
+  run_program 32 "$Root/build/win32/bench/mendwork_bench.exe" "$@" || die "The benchmark failed with status $?."
+  [[ -s results.json ]] || die "The benchmark left no build/bench/results.json."
+}
+
+# Starts a display of our own for this command, on a free number.
+start_display() {
+  rm -f "$1"
+  mkfifo "$1"
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$1" 2>/dev/null 5>&- &
+  DisplayPid=$!
+  read -r Display <"$1" || die "Xvfb did not start."
+  rm "$1"
+  export DISPLAY=:$Display
+}
+
+# 64-bit only: 32-bit windows do not paint here. The program draws into the folder it is given; what it leaves
+# as bitmaps becomes PNG.
+command_pictures() {
+  local Dir=$Root/build/pictures Pictures=$Root/docs/pictures
+  (($# == 0)) || die "pictures takes no arguments."
+  ensure_setup
+  ensure_only_packages "${PicturePackages[@]}"
+  build_quietly win64
+  claim pictures
+  remove_prefix "$Dir/prefix"
+  open_prefix "$Dir/prefix" 64 "$Root/build/win64/Mendwork.dll"
+  # The template draws nowhere; a prefix that knows no driver takes the display's.
+  wine_do reg delete 'HKCU\Software\Wine\Drivers' /v Graphics /f >/dev/null </dev/null
+  wine_stop
+  start_display "$Dir/display"
+  trap 'wine_stop; kill "$DisplayPid"' EXIT
+  trap 'exit 130' INT TERM
+  mkdir -p "$Pictures"
+  windows_path "$Pictures"
+  run_program 64 "$Root/build/win64/tests/picture_maker.exe" "$WindowsPath" || die "The picture maker failed with status $?."
+  [[ -z $(compgen -G "$Pictures/*.bmp") ]] || { mogrify -format png "$Pictures"/*.bmp && rm "$Pictures"/*.bmp; }
+  [[ -n $(compgen -G "$Pictures/*.png") ]] || die "The picture maker left no pictures in docs/pictures."
+}
