@@ -12,7 +12,9 @@
 
 namespace {
 
-constexpr char BoxClassName[] = "MendworkCustomMsgBox";
+// The box's windows are Unicode ones: in 32 bits Wine takes the texts of others for UTF-8, whatever the ANSI code page
+// is.
+constexpr wchar_t BoxClassName[] = L"MendworkCustomMsgBox";
 
 /// One open box.
 struct TMyWindowVar {
@@ -61,10 +63,11 @@ void DrawBoxIcon(HWND Window) {
 
 void TakeAnswer(HWND Window, HWND Control) {
   constexpr int LongestCaption = 1024;
-  char Class[16] = "", Caption[LongestCaption + 1] = "";
+  char Class[16] = "";
+  wchar_t Caption[LongestCaption + 1] = L"";
   if (!Control || !GetClassNameA(Control, Class, sizeof Class) || lstrcmpiA(Class, "Button") != 0) return;
-  GetWindowTextA(Control, Caption, sizeof Caption);
-  OpenBoxes.With(Window, [&](TMyWindowVar& Box) { Box.Answer = Caption; });
+  GetWindowTextW(Control, Caption, LongestCaption + 1);
+  OpenBoxes.With(Window, [&](TMyWindowVar& Box) { Box.Answer = ToAnsi(Caption); });
   PostMessageA(Window, WM_CLOSE, 0, 0);
 }
 
@@ -91,7 +94,7 @@ void HandleBoxMessage(HWND Window, UINT Message, LPARAM Data) {
 }
 
 LRESULT CALLBACK BoxProcedure(HWND Window, UINT Message, WPARAM Parameter, LPARAM Data) {
-  const LRESULT Result = DefWindowProcA(Window, Message, Parameter, Data);
+  const LRESULT Result = DefWindowProcW(Window, Message, Parameter, Data);
   try {
     HandleBoxMessage(Window, Message, Data);
   } catch (...) {
@@ -134,11 +137,10 @@ TBoxLayout MeasureBox(const TCustomBox& Box) {
                            GetSystemMetrics(SM_CYSCREEN)});
 }
 
-HWND MakeWindow(DWORD ExtendedStyle, const char* Class, const std::string& Text, DWORD Style, const TBoxRectangle& At,
-                HWND Parent, HFONT Font) {
-  // Not the ANSI call: in 32 bits Wine takes its texts for UTF-8, whatever the ANSI code page is.
-  const HWND Window = CreateWindowExW(ExtendedStyle, ToWide(Class).c_str(), ToWide(Text).c_str(), Style, At.Left,
-                                      At.Top, At.Width, At.Height, Parent, nullptr, ModuleInstance(), nullptr);
+HWND MakeWindow(DWORD ExtendedStyle, const wchar_t* Class, const std::string& Text, DWORD Style,
+                const TBoxRectangle& At, HWND Parent, HFONT Font) {
+  const HWND Window = CreateWindowExW(ExtendedStyle, Class, ToWide(Text).c_str(), Style, At.Left, At.Top, At.Width,
+                                      At.Height, Parent, nullptr, ModuleInstance(), nullptr);
   if (!Window) {
     DWORD Code = 0;
     std::string Reason;
@@ -158,12 +160,12 @@ struct TBoxWindow {
 };
 
 void MakeControls(const TCustomBox& Box, const TBoxLayout& Layout, HWND Window, HFONT Font) {
-  MakeWindow(0, "Static", Box.Text, WS_CHILD | WS_VISIBLE, Layout.Text, Window, Font);
+  MakeWindow(0, L"Static", Box.Text, WS_CHILD | WS_VISIBLE, Layout.Text, Window, Font);
   TBoxRectangle At = Layout.FirstButton;
   for (const std::string& Caption : Box.Buttons) {
     const bool Default = Caption == Box.DefButton;
     const DWORD Style = WS_CHILD | WS_VISIBLE | WS_TABSTOP | (Default ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON);
-    const HWND Button = MakeWindow(0, "Button", Caption, Style, At, Window, Font);
+    const HWND Button = MakeWindow(0, L"Button", Caption, Style, At, Window, Font);
     if (Default) SetFocus(Button);
     At.Left += Layout.ButtonStep;
   }
@@ -230,14 +232,14 @@ std::string ShowCustomBox(const TCustomBox& Box) {
 }
 
 void RegisterBoxClass() {
-  WNDCLASSA Class{};
+  WNDCLASSW Class{};
   Class.style = CS_CLASSDC | CS_PARENTDC;
   Class.lpfnWndProc = BoxProcedure;
   Class.hInstance = ModuleInstance();
   Class.hCursor = LoadCursorA(nullptr, IDC_ARROW);
   Class.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<INT_PTR>(COLOR_BTNFACE + 1));
   Class.lpszClassName = BoxClassName;
-  RegisterClassA(&Class);
+  RegisterClassW(&Class);
 }
 
-void UnregisterBoxClass() { UnregisterClassA(BoxClassName, ModuleInstance()); }
+void UnregisterBoxClass() { UnregisterClassW(BoxClassName, ModuleInstance()); }

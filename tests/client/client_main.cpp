@@ -16,6 +16,9 @@ struct TCommand {
 
 const TCommand Commands[] = {
     {"put-entries", PutEntries},
+    {"make-changes", MakeChanges},
+    {"progress-window", ShowProgressWindow},
+    {"put-lines", PutLines},
 };
 
 }  // namespace

@@ -31,8 +31,12 @@ TChild::TChild(const std::vector<std::string>& Arguments) {
   STARTUPINFOA Startup{};
   Startup.cb = sizeof Startup;
   PROCESS_INFORMATION Info{};
-  if (!CreateProcessA(nullptr, Line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &Startup,
-                      &Info)) {
+  const auto Start = [&] {
+    return CreateProcessA(nullptr, Line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &Startup,
+                          &Info);
+  };
+  // ERROR_INTERNAL_ERROR: on a busy machine the platform's part of a new process may die before it begins.
+  if (!Start() && (GetLastError() != ERROR_INTERNAL_ERROR || !Start())) {
     ADD_FAILURE() << "cannot start " << Line << ": " << GetLastError();
     return;
   }

@@ -14,6 +14,8 @@ class TChild {
   TChild& operator=(const TChild&) = delete;
   /// Waits for its end and gives the exit status; ends the child and fails the test after a minute.
   DWORD Wait();
+  /// Whether it has ended; does not wait.
+  bool HasEnded() const { return WaitForSingleObject(Process.Get(), 0) == WAIT_OBJECT_0; }
   /// Ends it at once, wherever it is.
   void Kill();
   /// Waits until the child signals that it has got where its command says. False after a minute, or when it ended.

@@ -13,7 +13,7 @@ HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long*
     *Res = Answers.front();
     Answers.pop_front();
   }
-  return S_OK;
+  return Result;
 }
 
 HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {

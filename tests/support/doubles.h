@@ -4,6 +4,7 @@
 #include "server/interfaces.h"
 
 #include <deque>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,9 @@ class TScriptedDialog final : public TDouble<IUDialog> {
     std::string Text, Caption;
     long MsgType;
     bool operator==(const TBox&) const = default;
+    friend std::ostream& operator<<(std::ostream& Out, const TBox& Box) {
+      return Out << Box.MsgType << " '" << Box.Caption << "' '" << Box.Text << "'";
+    }
   };
   STDMETHOD(ShowMsgBox)(BSTR Text, BSTR Caption, long MsgType, long* Res) override;
   STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
@@ -49,6 +53,8 @@ class TScriptedDialog final : public TDouble<IUDialog> {
   std::vector<TBox> Boxes;
   /// Called before each answer is given; may mend what made the box appear.
   void (*OnBox)() = nullptr;
+  /// What ShowMsgBox returns.
+  HRESULT Result = S_OK;
 
  private:
   std::deque<long> Answers;

@@ -18,6 +18,7 @@ TSandbox::TSandbox(TLogChoice Choice) : RootDir("C:\\mendwork-tests\\" + std::to
   MakeFolders(App());
   MakeFolders(Base());
   SetBaseFolder(Base());
+  if (Choice == NoDoubles) return;
   DialogDouble = TComRef<TScriptedDialog>(new TScriptedDialog);
   DialogEntry = RegisterActive(DialogDouble.Get(), CLSID_UDialog);
   if (Choice == LogInMemory) {
@@ -27,7 +28,7 @@ TSandbox::TSandbox(TLogChoice Choice) : RootDir("C:\\mendwork-tests\\" + std::to
 }
 
 TSandbox::~TSandbox() {
-  RevokeActive(DialogEntry);
+  if (DialogEntry) RevokeActive(DialogEntry);
   if (LogEntry) RevokeActive(LogEntry);
   CoFreeUnusedLibrariesEx(0, 0);  // closes update.log, so that its folder can go
   RemoveTree(RootDir);
@@ -55,6 +56,17 @@ std::string SystemText(DWORD Code) {
   FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, Code, 0, Buffer, sizeof Buffer,
                  nullptr);
   return Buffer;
+}
+
+std::string TimeText(uint64_t Ticks) {
+  const FILETIME Time = {static_cast<DWORD>(Ticks), static_cast<DWORD>(Ticks >> 32)};
+  SYSTEMTIME Parts;
+  char Date[80] = "", Clock[80] = "";
+  FileTimeToSystemTime(&Time, &Parts);
+  GetDateFormatA(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &Parts, nullptr, Date, sizeof Date);
+  GetTimeFormatA(LOCALE_USER_DEFAULT, 0, &Parts, nullptr, Clock, sizeof Clock);
+  const bool Midnight = Parts.wHour == 0 && Parts.wMinute == 0 && Parts.wSecond == 0;
+  return Midnight ? Date : std::string(Date) + " " + Clock;
 }
 
 GUID Guid(const char* Text) {

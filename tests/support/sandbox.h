@@ -17,7 +17,8 @@
 /// active objects that the module takes by its own rules. One test, one process, one sandbox.
 class TSandbox : public testing::Test {
  protected:
-  enum TLogChoice { LogInMemory, LogToFile };
+  /// NoDoubles is for tests whose clients are other processes: those would wait for this one's thread.
+  enum TLogChoice { LogInMemory, LogToFile, NoDoubles };
   explicit TSandbox(TLogChoice Choice = LogInMemory);
   ~TSandbox() override;
 
@@ -78,6 +79,9 @@ std::string ErrorText();
 
 /// The system's text for an error code, as FormatMessage gives it on this machine.
 std::string SystemText(DWORD Code);
+
+/// A FILETIME as the system writes it: short date and long time of the user's locale, only the date at midnight.
+std::string TimeText(uint64_t Ticks);
 
 /// A GUID from its registry form.
 GUID Guid(const char* Text);

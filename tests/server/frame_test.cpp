@@ -1,0 +1,235 @@
+#include "server/coclasses.h"
+#include "server/text.h"
+#include "support/program.h"
+#include "support/sandbox.h"
+
+#include <algorithm>
+
+namespace {
+
+class Frame : public TSandbox {
+ protected:
+  using TGetClassObject = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
+  using TCanUnloadNow = HRESULT(WINAPI*)();
+
+  template <class TFunction>
+  TFunction Export(const char* Name) const {
+    return reinterpret_cast<TFunction>(reinterpret_cast<void*>(GetProcAddress(Loaded.Get(), Name)));
+  }
+  HRESULT CanUnload() const { return Export<TCanUnloadNow>("DllCanUnloadNow")(); }
+  TComRef<IClassFactory> Factory(const CLSID& ClassId) const {
+    TComRef<IClassFactory> Result;
+    EXPECT_EQ(S_OK, Export<TGetClassObject>("DllGetClassObject")(ClassId, IID_IClassFactory, Result.OutVoid()));
+    return Result;
+  }
+  static HRESULT Ask(IUnknown& Object, const IID& Iid) {
+    TComRef<IUnknown> Found;
+    return Object.QueryInterface(Iid, Found.OutVoid());
+  }
+
+  TModuleHandle Loaded{LoadLibraryA(BuiltModulePath().c_str())};
+};
+
+TEST_F(Frame, ClassObjectsAreFoundByClassAndInterface) {
+  const auto GetClassObject = Export<TGetClassObject>("DllGetClassObject");
+  void* Result = this;
+  EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, GetClassObject(IID_IUFile, IID_IClassFactory, &Result));
+  EXPECT_EQ(nullptr, Result);
+  Result = this;
+  EXPECT_EQ(E_NOINTERFACE, GetClassObject(CLSID_UFile, IID_IUFile, &Result));
+  EXPECT_EQ(nullptr, Result);
+  Result = this;
+  EXPECT_EQ(CLASS_E_NOAGGREGATION, Factory(CLSID_UFile)->CreateInstance(&Dialog(), IID_IUnknown, &Result));
+  EXPECT_EQ(nullptr, Result);
+  Result = this;
+  EXPECT_EQ(E_NOINTERFACE, Factory(CLSID_UFile)->CreateInstance(nullptr, IID_IUGarbage, &Result));
+  EXPECT_EQ(nullptr, Result);
+  EXPECT_EQ(S_OK, CanUnload());
+}
+
+TEST_F(Frame, ModuleStaysWhileAnObjectOrALockIsOutstanding) {
+  EXPECT_EQ(S_OK, CanUnload());
+  {
+    const auto File = Make<IUFile>(CLSID_UFile);  // with collaborators of this module
+    EXPECT_EQ(S_FALSE, CanUnload());
+    const auto Second = Make<IUCanRollback>(CLSID_UCanRollback);
+    EXPECT_EQ(S_FALSE, CanUnload());
+  }
+  EXPECT_EQ(S_OK, CanUnload());
+  const auto Locked = Factory(CLSID_UCanRollback), Other = Factory(CLSID_UInno);
+  EXPECT_EQ(S_OK, Locked->LockServer(TRUE));
+  EXPECT_EQ(S_OK, Other->LockServer(TRUE));
+  EXPECT_EQ(S_OK, Locked->LockServer(FALSE));
+  EXPECT_EQ(S_FALSE, CanUnload());
+  EXPECT_EQ(S_OK, Other->LockServer(FALSE));
+  EXPECT_EQ(S_OK, CanUnload());
+}
+
+TEST_F(Frame, EveryClassAnswersForItsInterfaces) {
+  const std::vector<std::string> Undoing = {"UBackup", "UCanRollback", "UCom", "UFile", "URegistry"};
+  for (const TPublishedClass& Class : PublishedClasses) {
+    SCOPED_TRACE(Class.Name);
+    const auto Object = Make<IDispatch>(Class.ClassId);
+    const bool CanRollback = std::count(Undoing.begin(), Undoing.end(), Class.Name) > 0;
+    for (const IID& Iid :
+         {IID_IUnknown, IID_IDispatch, Class.InterfaceId, IID_IConnectionPointContainer, IID_ISupportErrorInfo})
+      EXPECT_EQ(S_OK, Ask(*Object, Iid)) << GuidText(Iid);
+    EXPECT_EQ(CanRollback ? S_OK : E_NOINTERFACE, Ask(*Object, IID_IUCanRollback));
+    EXPECT_EQ(E_NOINTERFACE, Ask(*Object, Class.EventsId));
+
+    TComRef<ISupportErrorInfo> Errors;
+    ASSERT_EQ(S_OK, Object->QueryInterface(IID_ISupportErrorInfo, Errors.OutVoid()));
+    EXPECT_EQ(S_OK, Errors->InterfaceSupportsErrorInfo(Class.InterfaceId));
+    EXPECT_EQ(S_FALSE, Errors->InterfaceSupportsErrorInfo(IID_IConnectionPointContainer));
+
+    // One object has one identity, whichever of its interfaces is asked.
+    TComRef<IUnknown> One, Two;
+    ASSERT_EQ(S_OK, Object->QueryInterface(IID_IUnknown, One.OutVoid()));
+    ASSERT_EQ(S_OK, Errors->QueryInterface(IID_IUnknown, Two.OutVoid()));
+    EXPECT_EQ(One.Get(), Two.Get());
+  }
+}
+
+/// A client's sink for one class's events, of which there are none.
+class TSink final : public TDouble<IDispatch> {
+ public:
+  explicit TSink(const IID& EventsId) : EventsId(EventsId) {}
+  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
+    return TDouble<IDispatch>::QueryInterface(Iid == EventsId ? IID_IDispatch : Iid, Result);
+  }
+
+ private:
+  const IID EventsId;
+};
+
+TEST_F(Frame, ConnectionPointTakesOneSink) {
+  for (const TPublishedClass& Class : PublishedClasses) {
+    SCOPED_TRACE(Class.Name);
+    const auto Container = Make<IConnectionPointContainer>(Class.ClassId);
+    TComRef<IConnectionPoint> Point, Listed;
+    ASSERT_EQ(S_OK, Container->FindConnectionPoint(Class.EventsId, Point.Out()));
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, Container->FindConnectionPoint(Class.InterfaceId, Listed.Out()));
+    IID Events{};
+    EXPECT_EQ(S_OK, Point->GetConnectionInterface(&Events));
+    EXPECT_EQ(Class.EventsId, Events);
+
+    TComRef<IEnumConnectionPoints> Points;
+    ULONG Fetched = 0;
+    ASSERT_EQ(S_OK, Container->EnumConnectionPoints(Points.Out()));
+    EXPECT_EQ(S_OK, Points->Next(1, Listed.Out(), &Fetched));
+    EXPECT_EQ(Point.Get(), Listed.Get());
+    EXPECT_EQ(S_FALSE, Points->Next(1, Listed.Out(), &Fetched));
+    EXPECT_EQ(0u, Fetched);
+
+    DWORD Cookie = 0, Second = 0;
+    const TComRef<TSink> Sink(new TSink(Class.EventsId)), Stranger(new TSink(IID_NULL));
+    EXPECT_EQ(CONNECT_E_CANNOTCONNECT, Point->Advise(Stranger.Get(), &Cookie));
+    ASSERT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
+    EXPECT_EQ(CONNECT_E_ADVISELIMIT, Point->Advise(Sink.Get(), &Second));
+    TComRef<IEnumConnections> Connections;
+    CONNECTDATA Connection{};
+    ASSERT_EQ(S_OK, Point->EnumConnections(Connections.Out()));
+    ASSERT_EQ(S_OK, Connections->Next(1, &Connection, &Fetched));
+    EXPECT_EQ(Cookie, Connection.dwCookie);
+    Connection.pUnk->Release();
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, Point->Unadvise(Cookie + 1));
+    EXPECT_EQ(S_OK, Point->Unadvise(Cookie));
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, Point->Unadvise(Cookie));
+    EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
+  }
+  EXPECT_EQ(S_OK, CanUnload());  // what was still connected went with its object
+}
+
+// ---- Order of start and stop, seen from below: the module's calls into the system, patched between its loading and
+// its start, when the loader tells of it.
+
+std::vector<std::string> Steps;
+
+/// A lock's or window class's name as a step; locks are named by class identifiers.
+void NoteStep(const std::string& Verb, const std::string& Name) {
+  for (const TPublishedClass& Class : PublishedClasses)
+    if (Name == GuidText(Class.ClassId)) return Steps.push_back(Verb + Class.Name);
+  if (Name == "OLEAUT32.DLL" || Name == "MendworkCustomMsgBox") Steps.push_back(Verb + Name);
+}
+
+HMODULE OleAutomation = nullptr;
+std::map<HANDLE, std::string> Locks;
+
+HMODULE WINAPI NoteLoad(LPCSTR Name) {
+  NoteStep("+", Name);
+  return OleAutomation = LoadLibraryA(Name);
+}
+BOOL WINAPI NoteFree(HMODULE Module) {
+  if (Module == OleAutomation) NoteStep("-", "OLEAUT32.DLL");
+  return FreeLibrary(Module);
+}
+HANDLE WINAPI NoteSemaphore(SECURITY_ATTRIBUTES* Security, LONG Count, LONG Most, LPCSTR Name) {
+  NoteStep("+", Name);
+  EXPECT_EQ(1, Count);
+  EXPECT_EQ(1, Most);
+  const HANDLE Lock = CreateSemaphoreA(Security, Count, Most, Name);
+  Locks[Lock] = Name;
+  return Lock;
+}
+BOOL WINAPI NoteClose(HANDLE Handle) {
+  if (Locks.count(Handle)) NoteStep("-", Locks[Handle]);
+  return CloseHandle(Handle);
+}
+ATOM WINAPI NoteClass(const WNDCLASSW* Class) {
+  NoteStep("+", ToAnsi(Class->lpszClassName));
+  return RegisterClassW(Class);
+}
+BOOL WINAPI NoteClassGone(LPCWSTR Name, HINSTANCE Instance) {
+  NoteStep("-", ToAnsi(Name));
+  return UnregisterClassW(Name, Instance);
+}
+
+struct TLoaderNotification {
+  ULONG Flags;
+  const void *FullName, *BaseName;
+  void* Base;
+  ULONG Size;
+};
+
+void CALLBACK PatchBeforeStart(ULONG Reason, const TLoaderNotification* Notification, void*) {
+  constexpr ULONG IsLoaded = 1;
+  if (Reason != IsLoaded || !Steps.empty()) return;
+  const HMODULE Module = static_cast<HMODULE>(Notification->Base);
+  if (!GetProcAddress(Module, "DllRegisterServer")) return;
+  // Never taken back: the places go with the module.
+  const auto Patch = [&](const char* Name, auto Function) {
+    new TImportPatch(Module, Name, reinterpret_cast<void*>(Function));
+  };
+  Patch("LoadLibraryA", NoteLoad);
+  Patch("FreeLibrary", NoteFree);
+  Patch("CreateSemaphoreA", NoteSemaphore);
+  Patch("CloseHandle", NoteClose);
+  Patch("RegisterClassW", NoteClass);
+  Patch("UnregisterClassW", NoteClassGone);
+}
+
+TEST(Start, UnitsStartInOrderAndStopInReverse) {
+  using TRegister = LONG(NTAPI*)(ULONG, decltype(&PatchBeforeStart), void*, void**);
+  void* Cookie = nullptr;
+  const auto Register = reinterpret_cast<TRegister>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "LdrRegisterDllNotification")));
+  ASSERT_EQ(0, Register(0, PatchBeforeStart, nullptr, &Cookie));
+  const HMODULE Module = LoadLibraryA(BuiltModulePath().c_str());
+  ASSERT_NE(nullptr, Module);
+  const std::vector<std::string> Started = Steps;
+  Steps = {"stopped"};
+  ASSERT_TRUE(FreeLibrary(Module));
+
+  // Classes that are not written yet have no lock.
+  std::vector<std::string> InOrder = {"+OLEAUT32.DLL",    "+UDebugLog", "+MendworkCustomMsgBox",
+                                      "+UTransactionLog", "+UHistory",  "+UGarbage",
+                                      "+UMacro",          "+UInno"};
+  EXPECT_GE(Started.size(), 4u);
+  std::erase_if(InOrder, [&](const auto& Step) { return std::count(Started.begin(), Started.end(), Step) == 0; });
+  EXPECT_EQ(InOrder, Started);
+  std::vector<std::string> Reverse = {"stopped"};
+  std::for_each(Started.rbegin(), Started.rend(), [&](const auto& Step) { Reverse.push_back("-" + Step.substr(1)); });
+  EXPECT_EQ(Reverse, Steps);
+}
+
+}  // namespace

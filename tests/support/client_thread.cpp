@@ -1,0 +1,117 @@
+#include "support/client_thread.h"
+
+#include "server/text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <ostream>
+
+namespace {
+
+constexpr DWORD Patience = 30000, Pause = 5;
+
+DWORD WINAPI RunClient(void* Parameter) {
+  const std::unique_ptr<std::function<void()>> Run(static_cast<std::function<void()>*>(Parameter));
+  CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  (*Run)();
+  CoUninitialize();
+  return 0;
+}
+
+struct TSearch {
+  const std::string& Class;
+  HWND Found;
+};
+
+BOOL CALLBACK TakeIfShown(HWND Window, LPARAM Parameter) {
+  auto& Search = *reinterpret_cast<TSearch*>(Parameter);
+  if (IsWindowVisible(Window) && ClassOf(Window) == Search.Class) Search.Found = Window;
+  return !Search.Found;
+}
+
+HWND FocusOf(DWORD ThreadId) {
+  GUITHREADINFO Info{};
+  Info.cbSize = sizeof Info;
+  GetGUIThreadInfo(ThreadId, &Info);
+  return Info.hwndFocus;
+}
+
+}  // namespace
+
+TClientThread::TClientThread(std::function<void()> Run)
+    : Thread(CreateThread(nullptr, 0, RunClient, new std::function<void()>(std::move(Run)), 0, &ThreadId)) {}
+
+TClientThread::~TClientThread() { Join(); }
+
+void TClientThread::Join() {
+  if (WaitForSingleObject(Thread.Get(), Patience) == WAIT_OBJECT_0) return;
+  std::puts("a client's thread does not end");
+  std::fflush(stdout);
+  TerminateProcess(GetCurrentProcess(), 1);
+}
+
+HWND TClientThread::Window(const std::string& Class) const {
+  TSearch Search{Class, nullptr};
+  Until([&] {
+    EnumThreadWindows(ThreadId, TakeIfShown, reinterpret_cast<LPARAM>(&Search));
+    return Search.Found || WaitForSingleObject(Thread.Get(), 0) == WAIT_OBJECT_0;
+  });
+  // A window may be visible before all its controls are there; its loop runs when it takes a message.
+  if (Search.Found) SendMessageA(Search.Found, WM_NULL, 0, 0);
+  return Search.Found;
+}
+
+HWND TClientThread::Focus() const { return FocusOf(ThreadId); }
+
+bool Until(const std::function<bool()>& Condition) {
+  for (DWORD Waited = 0; Waited < Patience; Waited += Pause) {
+    if (Condition()) return true;
+    Sleep(Pause);
+  }
+  return Condition();
+}
+
+std::vector<HWND> ControlsOf(HWND Window) {
+  std::vector<HWND> Controls;
+  for (HWND Control = GetWindow(Window, GW_CHILD); Control; Control = GetWindow(Control, GW_HWNDNEXT))
+    Controls.push_back(Control);
+  return Controls;
+}
+
+std::string ClassOf(HWND Window) {
+  char Class[64] = "";
+  GetClassNameA(Window, Class, sizeof Class);
+  return Class;
+}
+
+std::string TextOf(HWND Window) {
+  // Not the ANSI message: between threads Wine converts with another code page than everywhere else.
+  wchar_t Buffer[2048] = L"";
+  SendMessageW(Window, WM_GETTEXT, std::size(Buffer), reinterpret_cast<LPARAM>(Buffer));
+  return ToAnsi(Buffer);
+}
+
+TMessageBoxFacts FactsOf(HWND MessageBox) {
+  TMessageBoxFacts Facts{
+      TextOf(MessageBox), "", {}, GetDlgCtrlID(FocusOf(GetWindowThreadProcessId(MessageBox, nullptr)))};
+  for (const HWND Control : ControlsOf(MessageBox)) {
+    const bool Icon = (GetWindowLongA(Control, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
+    if (ClassOf(Control) == "Button" && IsWindowVisible(Control)) Facts.Buttons.push_back(GetDlgCtrlID(Control));
+    if (ClassOf(Control) == "Static" && !Icon) Facts.Text = TextOf(Control);
+  }
+  std::sort(Facts.Buttons.begin(), Facts.Buttons.end());
+  return Facts;
+}
+
+std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts) {
+  Out << Facts.Caption << " | " << Facts.Text << " |";
+  for (const int Button : Facts.Buttons) Out << ' ' << Button << (Button == Facts.Focus ? " (focus)" : "");
+  return Out;
+}
+
+void Press(HWND MessageBox, int Answer) {
+  PostMessageA(MessageBox, WM_COMMAND, static_cast<WPARAM>(Answer), 0);
+  Until([&] { return !IsWindow(MessageBox); });
+}

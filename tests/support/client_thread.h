@@ -1,0 +1,53 @@
+#pragma once
+
+#include "server/handles.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// A client's thread with an apartment (STA) of its own, whose calls may show boxes; the test is the user meanwhile.
+/// What the thread makes it must release itself.
+class TClientThread {
+ public:
+  explicit TClientThread(std::function<void()> Run);
+  /// Joins. Ends the program when the thread does not end: nothing can be torn down around a thread that hangs.
+  ~TClientThread();
+  TClientThread(const TClientThread&) = delete;
+  TClientThread& operator=(const TClientThread&) = delete;
+  void Join();
+
+  DWORD Id() const { return ThreadId; }
+  /// Waits for a window of this class that the thread shows and that answers messages by now, and gives it; gives null
+  /// after a while.
+  HWND Window(const std::string& Class) const;
+  /// The window that has the thread's keyboard focus.
+  HWND Focus() const;
+
+ private:
+  DWORD ThreadId = 0;  // before the handle, whose making fills it
+  TKernelHandle Thread;
+};
+
+/// Waits until the condition holds; gives false when it does not within half a minute.
+bool Until(const std::function<bool()>& Condition);
+
+/// The windows inside a window, in the order in which they were made.
+std::vector<HWND> ControlsOf(HWND Window);
+std::string ClassOf(HWND Window);
+/// The text as the window itself gives it; of windows of other threads and processes too.
+std::string TextOf(HWND Window);
+
+/// What a system message box shows.
+struct TMessageBoxFacts {
+  std::string Caption, Text;
+  std::vector<int> Buttons;  ///< their answers, ascending
+  int Focus = 0;             ///< the default button
+  bool operator==(const TMessageBoxFacts&) const = default;
+};
+TMessageBoxFacts FactsOf(HWND MessageBox);
+std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts);
+/// The window class of system message boxes.
+constexpr char MessageBoxClass[] = "#32770";
+/// Presses a button of a system message box and waits until the box is gone.
+void Press(HWND MessageBox, int Answer);
