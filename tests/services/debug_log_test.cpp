@@ -168,6 +168,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, DebugLogStep,
 
 TEST_F(DebugLog, KeepsTheLinesOfSeveralThreadsWhole) {
   constexpr int Count = 100;
+  // Keeps the module loaded: threads that load and unload it while others start are another matter.
+  auto Kept = MakeLog();
   std::list<TClientThread> Clients;
   for (const char* Name : {"A", "B", "C", "D"})
     Clients.emplace_back([Name] {
@@ -175,6 +177,8 @@ TEST_F(DebugLog, KeepsTheLinesOfSeveralThreadsWhole) {
       for (int At = 0; At < Count; ++At) EXPECT_EQ(S_OK, Put(*Log, Name, At));
     });
   Clients.clear();
+  Kept.Reset();
+  CoFreeUnusedLibrariesEx(0, 0);  // closes the file
   std::map<std::string, int> Next;
   for (const std::string& Line : LinesOf(LogFile())) {
     const std::string Name = Line.substr(Line.find(' ') + 1, 1), Number = std::to_string(Next[Name]++);
