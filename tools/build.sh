@@ -75,7 +75,7 @@ run_suites() {
   printf 'subdirs("%s")\n' "${Presets[@]/#/$Root/build/}" >"$TestDir/CTestTestfile.cmake"
   # In the background, because a signal that arrives while bash waits for a command is handled only afterwards.
   # A test that fails is run once more: under Wine a process, a window or a lock of the loader now and then fails to
-  # start, about once in a thousand processes. What needed it is shown with the result.
+  # start. What needed it is shown with the result.
   ctest --test-dir "$TestDir" -j "$(nproc)" --no-tests=error --output-on-failure --repeat until-pass:2 "$@" \
     >"$TestDir/ctest.log" 2>&1 </dev/null &
   CTestPid=$!

@@ -35,7 +35,7 @@ TChild::TChild(const std::vector<std::string>& Arguments) {
     return CreateProcessA(nullptr, Line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr, &Startup,
                           &Info);
   };
-  // ERROR_INTERNAL_ERROR: on a busy machine the platform's part of a new process may die before it begins.
+  // ERROR_INTERNAL_ERROR was seen once in many hundred starts; the cause is not known, and nothing has run then.
   if (!Start() && (GetLastError() != ERROR_INTERNAL_ERROR || !Start())) {
     ADD_FAILURE() << "cannot start " << Line << ": " << GetLastError();
     return;
