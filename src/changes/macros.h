@@ -2,13 +2,30 @@
 
 #include "server/automation.h"
 
-/// Named macros. Not available in this version: objects can be made, and
-/// every method fails with E_NOTIMPL.
+#include <string>
+
+/// Named text values. A temporary macro lives until the module unloads; a permanent one is saved through the backup
+/// store and the history, and read back by the first object of a later process. All objects of a process see the same
+/// macros; names are compared without case. A process that has read the permanent macros does not see what others
+/// change later.
 class TUMacro final : public TAutoObject<IUMacro> {
  public:
   using TAutoObject::TAutoObject;
-  STDMETHOD(GetMacro)(BSTR, BSTR*) override { return NotYet(); }
-  STDMETHOD(SetMacro)(BSTR, BSTR, VARIANT_BOOL) override { return NotYet(); }
-  STDMETHOD(DelMacro)(BSTR) override { return NotYet(); }
-  STDMETHOD(MacroExists)(BSTR, VARIANT_BOOL*) override { return NotYet(); }
+  void Initialize() override;
+
+  /// The empty text for a name that is not known.
+  STDMETHOD(GetMacro)(BSTR Name, BSTR* Value) override;
+  /// An empty value removes the macro. Every call saves the permanent macros, also one that sets a temporary one.
+  /// Fails with E_INVALIDARG for an empty name and one with an equals sign: nobody could read it back.
+  STDMETHOD(SetMacro)(BSTR Name, BSTR Value, VARIANT_BOOL IsPermanent) override;
+  STDMETHOD(DelMacro)(BSTR Name) override;
+  STDMETHOD(MacroExists)(BSTR Name, VARIANT_BOOL* Exists) override;
+
+ private:
+  void LoadOnce();
+  void RemoveAndSave(const std::string& Name, const std::string* NewValue, bool IsPermanent);
+
+  TComRef<IUDebugLog> DebugLog;
+  TComRef<IUBackup> Backup;
+  TComRef<IUHistory> History;
 };

@@ -1,6 +1,7 @@
 #include "rollback/backup.h"
 
 #include "retry/module_wrappers.h"
+#include "server/arguments.h"
 #include "server/environment.h"
 
 void TUBackup::Initialize() {
@@ -61,8 +62,7 @@ HRESULT TUBackup::BackupData(void* DataBuf, long DataSize, GUID* DataID) {
   if (!DataID) return E_POINTER;
   return SafeCall([&] {
     TLogScope Log(DebugLog.Get(), BackupLogName, LogText("BackupData", DataSize));
-    if (DataSize < 0 || (DataSize > 0 && !DataBuf))
-      throw EFailure(E_INVALIDARG, L"BackupData needs a buffer and the number of its bytes, which is not negative.");
+    RequireBuffer(DataBuf, DataSize);
     TItemWriter Tag;
     Tag(static_cast<uint32_t>(RawDataKind));
     TNewItem Item;

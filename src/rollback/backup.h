@@ -36,12 +36,16 @@ class TUBackup final : public TAutoObject<IUBackup> {
   (BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DirNames, VARIANT_BOOL UpperDirName,
    GUID* DataID) override;
 
-  STDMETHOD(BackupRegKeyValue)(unsigned long, BSTR, BSTR, GUID*) override { return NotYet(); }
-  STDMETHOD(RestoreRegKeyValue)(GUID) override { return NotYet(); }
-  STDMETHOD(BackupRegKey)(unsigned long, BSTR, VARIANT_BOOL, GUID*) override { return NotYet(); }
-  STDMETHOD(RestoreRegKey)(GUID) override { return NotYet(); }
-  STDMETHOD(BackupRegKeyValueLogged)(unsigned long, BSTR, BSTR, GUID*) override { return NotYet(); }
-  STDMETHOD(BackupRegKeyLogged)(unsigned long, BSTR, VARIANT_BOOL, GUID*) override { return NotYet(); }
+  /// Saves one value of a key; an empty name is the default value. Fails through the retry layer when there is none.
+  STDMETHOD(BackupRegKeyValue)(unsigned long RootKey, BSTR KeyName, BSTR ValueName, GUID* DataID) override;
+  /// Writes the value back over whatever is there, creating the key when it is missing.
+  STDMETHOD(RestoreRegKeyValue)(GUID DataID) override;
+  /// Saves the values of a key and, when asked, its subkeys with theirs.
+  STDMETHOD(BackupRegKey)(unsigned long RootKey, BSTR KeyName, VARIANT_BOOL RecurseSubKey, GUID* DataID) override;
+  /// Merges the saved values and subkeys into what is there; deletes nothing.
+  STDMETHOD(RestoreRegKey)(GUID DataID) override;
+  STDMETHOD(BackupRegKeyValueLogged)(unsigned long RootKey, BSTR KeyName, BSTR ValueName, GUID* DataID) override;
+  STDMETHOD(BackupRegKeyLogged)(unsigned long RootKey, BSTR KeyName, VARIANT_BOOL RecurseSubKey, GUID* DataID) override;
 
  private:
   struct TFileSetFlags {
@@ -57,6 +61,11 @@ class TUBackup final : public TAutoObject<IUBackup> {
   void LoadFiles(const GUID& DataID, std::vector<GUID>& Ancestors);
   void LoadFile(const GUID& DataID);
 
+  GUID SaveValue(DWORD RootKey, const std::string& KeyName, const std::string& ValueName);
+  void LoadValue(const GUID& DataID);
+  GUID SaveKey(DWORD RootKey, const std::string& KeyName, VARIANT_BOOL RecurseSubKey);
+  void LoadKey(const GUID& DataID, std::vector<GUID>& Ancestors);
+
   /// The Logged pattern: the entry is recorded when the item is complete.
   void Record(long Code, const GUID& DataID);
 
@@ -68,5 +77,7 @@ class TUBackup final : public TAutoObject<IUBackup> {
 namespace BackupCode {
 constexpr long RegistryValue = 2, RegistryKey = 3, Files = 4;
 }
+/// A caller's Boolean as -1 or 0, which is how this object's lines write it.
+inline VARIANT_BOOL Normal(VARIANT_BOOL Flag) { return Flag ? VARIANT_TRUE : VARIANT_FALSE; }
 /// The Name field of the backup object's debug-log lines.
 inline constexpr wchar_t BackupLogName[] = L"UBackup";

@@ -29,6 +29,11 @@ void TItemWriter::operator()(const std::string& Text) {
   Bytes += Text;
 }
 
+void TItemWriter::operator()(const std::vector<uint8_t>& Data) {
+  (*this)(static_cast<uint32_t>(Data.size()));
+  Bytes.append(Data.begin(), Data.end());
+}
+
 void TItemWriter::operator()(const std::vector<TGuidBytes>& List) {
   (*this)(static_cast<uint32_t>(List.size()));
   for (const TGuidBytes& Guid : List) Bytes.append(Guid.begin(), Guid.end());
@@ -59,6 +64,15 @@ void TItemReader::operator()(std::string& Text) {
   Take(Text.data(), Length);
 }
 
+void TItemReader::operator()(std::vector<uint8_t>& Data) {
+  uint32_t Size = 0;
+  (*this)(Size);
+  Fits = Fits && Size <= Source.Remaining();
+  if (!Fits) return;
+  Data.resize(Size);
+  Take(Data.data(), Size);
+}
+
 void TItemReader::operator()(std::vector<TGuidBytes>& List) {
   uint32_t Count = 0;
   (*this)(Count);
@@ -67,6 +81,22 @@ void TItemReader::operator()(std::vector<TGuidBytes>& List) {
   List.resize(Count);
   Take(List.data(), uint64_t{Count} * sizeof(TGuidBytes));
 }
+
+namespace {
+
+/// A predefined root, and names that no NUL cuts short: a shortened key path would reach another key.
+bool IsRegistryPlace(uint32_t RootKey, const std::string& KeyPath) {
+  constexpr uint32_t FirstRoot = 0x80000000, LastRoot = 0x80000005;
+  return RootKey >= FirstRoot && RootKey <= LastRoot && KeyPath.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+bool TRegistryValueItem::Plausible() const {
+  return IsRegistryPlace(RootKey, KeyPath) && Name.find('\0') == std::string::npos;
+}
+
+bool TRegistryKeyItem::Plausible() const { return IsRegistryPlace(RootKey, KeyPath); }
 
 bool TSingleFileItem::Plausible() const {
   constexpr uint32_t OpenFlags = 0xFF000000, Directory = 0x10;

@@ -27,6 +27,8 @@ class TItemWriter {
   void operator()(uint64_t Number);
   /// 4-byte length, then the characters, no terminator.
   void operator()(const std::string& Text);
+  /// 4-byte size, then the bytes.
+  void operator()(const std::vector<uint8_t>& Data);
   /// 4-byte count, then 16 bytes each.
   void operator()(const std::vector<TGuidBytes>& List);
 
@@ -52,6 +54,7 @@ class TItemReader {
   void operator()(uint32_t& Number);
   void operator()(uint64_t& Number);
   void operator()(std::string& Text);
+  void operator()(std::vector<uint8_t>& Data);
   void operator()(std::vector<TGuidBytes>& List);
 
   bool Good() const { return Fits; }
@@ -84,6 +87,31 @@ struct TFileSetItem {
   std::vector<TGuidBytes> Subsets;  ///< file sets, one for each subfolder
 
   void Fields(auto& Io) { Io(Files), Io(Folders), Io(Subsets); }
+};
+
+/// One saved registry value; nothing follows.
+struct TRegistryValueItem {
+  static constexpr TItemKind Kind = RegistryValueKind;
+  uint32_t RootKey = 0;  ///< a predefined root's handle value
+  std::string KeyPath;   ///< below the root
+  std::string Name;      ///< empty for the key's default value
+  uint32_t Type = 0;
+  std::vector<uint8_t> Data;
+
+  void Fields(auto& Io) { Io(RootKey), Io(KeyPath), Io(Name), Io(Type), Io(Data); }
+  bool Plausible() const;
+};
+
+/// One saved registry key, as items of its parts; nothing follows.
+struct TRegistryKeyItem {
+  static constexpr TItemKind Kind = RegistryKeyKind;
+  uint32_t RootKey = 0;
+  std::string KeyPath;
+  std::vector<TGuidBytes> Values;   ///< in descending order of the index that they had
+  std::vector<TGuidBytes> Subkeys;  ///< the same; empty when saved without recursion
+
+  void Fields(auto& Io) { Io(RootKey), Io(KeyPath), Io(Values), Io(Subkeys); }
+  bool Plausible() const;
 };
 
 /// The bytes of an item up to the end of its fields, tag included.

@@ -16,8 +16,6 @@ uint64_t NumberOf(const FILETIME& Time) {
 
 FILETIME TimeOf(uint64_t Number) { return {static_cast<DWORD>(Number), static_cast<DWORD>(Number >> 32)}; }
 
-VARIANT_BOOL Normal(VARIANT_BOOL Flag) { return Flag ? VARIANT_TRUE : VARIANT_FALSE; }
-
 }  // namespace
 
 HRESULT TUBackup::BackupFiles(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DirNames,

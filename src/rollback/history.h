@@ -1,15 +1,32 @@
 #pragma once
 
+#include "rollback/record_file.h"
 #include "server/automation.h"
+#include "server/named_lock.h"
 
-/// Named stacks of records that outlive an update. Not available in this version: objects can be made, and
-/// every method fails with E_NOTIMPL.
+/// Named stacks of records that outlive an update: each group is a guarded record file in the "History" folder, named
+/// by the registry form of its identifier. A record whose marker is this class and whose code is 0 is a check point;
+/// the marker of an ordinary record is its group. Nothing is dispatched.
 class TUHistory final : public TAutoObject<IUHistory> {
  public:
   using TAutoObject::TAutoObject;
-  STDMETHOD(Put)(GUID, long, GUID) override { return NotYet(); }
-  STDMETHOD(Get)(GUID, long*, GUID*, VARIANT_BOOL*, VARIANT_BOOL*) override { return NotYet(); }
-  STDMETHOD(DeleteLastRecord)(GUID) override { return NotYet(); }
-  STDMETHOD(PutCheckPoint)(GUID, GUID) override { return NotYet(); }
-  STDMETHOD(ClearAll)(GUID) override { return NotYet(); }
+  void Initialize() override;
+
+  /// The group is as before or has exactly one more record, also when the process dies inside.
+  STDMETHOD(Put)(GUID GroupID, long Code, GUID DataID) override;
+  STDMETHOD(PutCheckPoint)(GUID GroupID, GUID CheckPointID) override;
+  /// Reads the newest record and leaves it. For an empty group only NoMoreRecords is written; the others keep the
+  /// caller's values, which late bound are 0, the all-zero GUID and False.
+  STDMETHOD(Get)
+  (GUID GroupID, long* Code, GUID* DataID, VARIANT_BOOL* NoMoreRecords, VARIANT_BOOL* ThisIsCheckPoint) override;
+  /// An empty group stays empty; that is no failure.
+  STDMETHOD(DeleteLastRecord)(GUID GroupID) override;
+  STDMETHOD(ClearAll)(GUID GroupID) override;
+
+ private:
+  void CheckBackupCopy(TGuardedRecordFile& File, TNamedLock::TOwner& Owner, const GUID& GroupID, bool MakeCopy);
+  void Append(const GUID& GroupID, long Code, bool CheckPoint, const GUID& DataID);
+
+  TComRef<IUDebugLog> DebugLog;
+  TComRef<IUDialog> Dialog;
 };

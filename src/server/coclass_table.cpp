@@ -22,6 +22,10 @@ void StartDialogs();
 void StopDialogs();
 void StartTransactionLog();
 void StopTransactionLog();
+void StartHistory();
+void StopHistory();
+void StartMacros();
+void StopMacros();
 
 namespace {
 
@@ -33,12 +37,12 @@ const TCoClass Table[] = {
     COCLASS(UBackup, nullptr, nullptr),
     COCLASS(UCanRollback, nullptr, nullptr),
     COCLASS(UTransactionLog, StartTransactionLog, StopTransactionLog),
-    COCLASS(UHistory, nullptr, nullptr),
+    COCLASS(UHistory, StartHistory, StopHistory),
     COCLASS(UFile, nullptr, nullptr),
     COCLASS(UGarbage, nullptr, nullptr),
     COCLASS(UCom, nullptr, nullptr),
     COCLASS(URegistry, nullptr, nullptr),
-    COCLASS(UMacro, nullptr, nullptr),
+    COCLASS(UMacro, StartMacros, StopMacros),
     COCLASS(UInno, nullptr, nullptr),
 };
 

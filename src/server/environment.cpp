@@ -79,11 +79,11 @@ std::string GetServiceDir() {
 
 std::string GetUninstallDir() { return ReadBaseFolder() + "\\Uninstall"; }
 
-void PrepareDataFolders() noexcept {
+bool PrepareDataFolders() noexcept {
   try {
-    GetServiceDir();
+    return !GetServiceDir().empty();
   } catch (...) {
-    // Said again, and then heard, by the first call that needs a folder.
+    return false;  // said again, and then heard, by the first call that needs a folder
   }
 }
 

@@ -24,8 +24,9 @@ std::string GetServiceDir();
 std::string GetUninstallDir();
 
 /// Fills the folder caches while an object starts. A missing base folder is no failure yet: creating an object loses
-/// the text of a failure on its way to a script, so the first call that needs a folder tells it.
-void PrepareDataFolders() noexcept;
+/// the text of a failure on its way to a script, so the first call that needs a folder tells it. Gives whether the
+/// folders are known.
+bool PrepareDataFolders() noexcept;
 
 /// Writes one debug-log line through a debug-log object obtained for this call.
 void DebugLogPut(long Id, const std::wstring& Name, const std::wstring& Action, const std::wstring& Text);

@@ -15,10 +15,8 @@ struct TCommand {
 };
 
 const TCommand Commands[] = {
-    {"put-entries", PutEntries},
-    {"make-changes", MakeChanges},
-    {"progress-window", ShowProgressWindow},
-    {"put-lines", PutLines},
+    {"put-entries", PutEntries}, {"make-changes", MakeChanges}, {"progress-window", ShowProgressWindow},
+    {"put-lines", PutLines},     {"put-records", PutRecords},   {"match-macro", MatchMacro},
 };
 
 }  // namespace

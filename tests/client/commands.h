@@ -25,3 +25,18 @@ constexpr int PutChangeCode = 5;
 /// progress-window CODE: shows the updater's progress window and tells when it is there. Ends when the window is
 /// closed; successfully when it got the rollback message once, with CODE.
 int ShowProgressWindow(const std::vector<std::string>& Arguments);
+
+/// put-records GROUP FIRST COUNT: puts records with the codes FIRST, FIRST + 1, ... into a group of the history; tells
+/// when it is ready to begin and waits to be let go.
+int PutRecords(const std::vector<std::string>& Arguments);
+
+/// match-macro NAME VALUE...: compares what the macro NAME is in a new process with VALUEs, given in hexadecimal; an
+/// empty one stands for a macro that is not there. Ends with the number of the VALUE that it is, from 0, or NoMatch.
+int MatchMacro(const std::vector<std::string>& Arguments);
+constexpr int NoMatch = 99;
+inline std::string HexText(const std::string& Bytes) {
+  std::string Result;
+  for (const char Byte : Bytes)
+    for (const int Half : {Byte >> 4 & 15, Byte & 15}) Result += "0123456789abcdef"[Half];
+  return Result;
+}

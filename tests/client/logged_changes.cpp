@@ -70,6 +70,22 @@ BOOL WINAPI MakeDirectory(LPCSTR Name, SECURITY_ATTRIBUTES* Security) {
 BOOL WINAPI RemoveFolder(LPCSTR Name) {
   return Point([&] { return RemoveDirectoryA(Name); });
 }
+LSTATUS WINAPI CreateKey(HKEY Root, LPCSTR Name, DWORD Reserved, LPSTR Class, DWORD Options, REGSAM Access,
+                         SECURITY_ATTRIBUTES* Security, HKEY* Key, DWORD* Disposition) {
+  return Point(
+      [&] { return RegCreateKeyExA(Root, Name, Reserved, Class, Options, Access, Security, Key, Disposition); });
+}
+LSTATUS WINAPI SetValue(HKEY Key, LPCSTR Name, DWORD Reserved, DWORD Type, const BYTE* Data, DWORD Size) {
+  return Point([&] { return RegSetValueExA(Key, Name, Reserved, Type, Data, Size); });
+}
+LSTATUS WINAPI DeleteValue(HKEY Key, LPCSTR Name) {
+  return Point([&] { return RegDeleteValueA(Key, Name); });
+}
+LSTATUS WINAPI DeleteKey(HKEY Root, LPCSTR Name) {
+  static const auto Original = reinterpret_cast<LSTATUS(WINAPI*)(HKEY, LPCSTR)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("shlwapi.dll"), "SHDeleteKeyA")));
+  return Point([&] { return Original(Root, Name); });
+}
 
 const std::pair<const char*, void*> ChangingCalls[] = {
     {"CreateFileA", reinterpret_cast<void*>(Create)},
@@ -81,7 +97,13 @@ const std::pair<const char*, void*> ChangingCalls[] = {
     {"SetFileTime", reinterpret_cast<void*>(SetTime)},
     {"CreateDirectoryA", reinterpret_cast<void*>(MakeDirectory)},
     {"RemoveDirectoryA", reinterpret_cast<void*>(RemoveFolder)},
+    {"RegCreateKeyExA", reinterpret_cast<void*>(CreateKey)},
+    {"RegSetValueExA", reinterpret_cast<void*>(SetValue)},
+    {"RegDeleteValueA", reinterpret_cast<void*>(DeleteValue)},
+    {"SHDeleteKeyA", reinterpret_cast<void*>(DeleteKey)},
 };
+
+constexpr unsigned long ChangedRoot = 0x80000001;
 
 const std::map<std::string, std::function<HRESULT(const std::string& Folder)>> Changes = {
     {"overwrite",
@@ -101,6 +123,22 @@ const std::map<std::string, std::function<HRESULT(const std::string& Folder)>> C
      [](auto&) {
        return Make<IUTransactionLog>(CLSID_UTransactionLog)->Put(CLSID_UCanRollback, PutChangeCode, NumberedGuid(1));
      }},
+    // These take the place of the folder: a registry key, a history group, a macro's value.
+    {"set-string",
+     [](auto& Key) {
+       return Make<IURegistry>(CLSID_URegistry)
+           ->SetStringValueLogged(ChangedRoot, Text(Key), Text("Text"), Text("new"));
+     }},
+    {"delete-value",
+     [](auto& Key) {
+       return Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyValueLogged(ChangedRoot, Text(Key), Text("Text"));
+     }},
+    {"delete-key",
+     [](auto& Key) { return Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(ChangedRoot, Text(Key)); }},
+    {"put-record",
+     [](auto& Group) { return Make<IUHistory>(CLSID_UHistory)->Put(Guid(Group.c_str()), PutChangeCode, GUID{}); }},
+    {"set-macro",
+     [](auto& Value) { return Make<IUMacro>(CLSID_UMacro)->SetMacro(Text("Macro"), Text(Value), VARIANT_TRUE); }},
     {"rollback",
      [](auto&) {
        GUID CheckPoint{};

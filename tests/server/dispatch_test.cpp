@@ -205,7 +205,6 @@ TEST_F(LateBound, ResultsComeBackAsTextsAndNumbers) {
 
   const auto History = Make<IUHistory>(CLSID_UHistory);
   const HRESULT Outcome = Call(*History, L"Put", {SecondText, -77L, FirstText});
-  if (Report.Failure == E_NOTIMPL) GTEST_SKIP() << "waits for UHistory, the one class with out arguments";
   ASSERT_EQ(S_OK, Outcome) << Report.Description;
   TValue Code, DataID(4L), NoMore;
   ASSERT_EQ(S_OK, Call(*History, L"Get",
@@ -261,8 +260,7 @@ TEST_F(LateBound, RootKeysKeepTheirBits) {
   for (const TValue& CurrentUser : {TValue(static_cast<long>(0x80000001)), TValue(2147483649.0), Unsigned}) {
     Log().Lines.clear();
     const HRESULT Outcome = Call(*Backup, L"BackupRegKeyValue", {CurrentUser, "Software\\Orvane\\Core", ""});
-    if (Report.Failure == E_NOTIMPL) GTEST_SKIP() << "waits for the first method with a root key";
-    EXPECT_EQ(S_OK, Outcome) << Report.Description;
+      EXPECT_EQ(S_OK, Outcome) << Report.Description;
     ASSERT_FALSE(Log().Lines.empty());
     EXPECT_EQ("BackupRegKeyValue 2147483649 Software\\Orvane\\Core ", Log().Lines.front().Text);
   }

@@ -53,6 +53,7 @@ class Script : public TSandbox {
     std::map<std::string, std::string> Outcomes;
     std::istringstream Lines(Ran.Output);
     for (std::string Line; std::getline(Lines, Line);) {
+      if (Line.find_first_not_of("\r ") == std::string::npos) continue;  // a line break of a system text
       const size_t Colon = Line.find(": "), End = Line.find_last_not_of("\r ");
       EXPECT_NE(std::string::npos, Colon) << Line;
       if (Colon != std::string::npos) Outcomes[Line.substr(0, Colon)] = Line.substr(Colon + 2, End - Colon - 1);

@@ -1,0 +1,188 @@
+#include "client/commands.h"
+#include "support/child.h"
+#include "support/fault.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using TLines = std::vector<std::string>;
+
+constexpr char MacroGroup[] = "{2E6B94D1-8C0F-4A7E-B35D-6F1A0C9E47B2}";
+constexpr VARIANT_BOOL Temporary = VARIANT_FALSE, Permanent = VARIANT_TRUE;
+
+class Macros : public TSandbox {
+ protected:
+  explicit Macros(TLogChoice Choice = LogInMemory) : TSandbox(Choice) {}
+
+  HRESULT Set(const std::string& Name, const std::string& Value, VARIANT_BOOL IsPermanent) {
+    return Object->SetMacro(Text(Name), Text(Value), IsPermanent);
+  }
+  /// The value; "<none>" for a macro that is not there.
+  std::string Get(const std::string& Name) {
+    TBstr Value;
+    VARIANT_BOOL Known = 99;
+    EXPECT_EQ(S_OK, Object->GetMacro(Text(Name), Value.Out()));
+    EXPECT_EQ(S_OK, Object->MacroExists(Text(Name), &Known));
+    const std::string Result = Take(Value);
+    EXPECT_EQ(Result.empty() ? VARIANT_FALSE : VARIANT_TRUE, Known) << Name;
+    return Known ? Result : "<none>";
+  }
+  std::string GroupFile() const { return Service("History\\" + std::string(MacroGroup)); }
+  size_t RecordCount() const { return Exists(GroupFile()) ? Read(GroupFile()).size() / 36 : 0; }
+  /// The text in the item that the newest record points to.
+  std::string Saved() const {
+    const std::string Records = Read(GroupFile());
+    GUID DataID;
+    std::memcpy(&DataID, Records.data() + Records.size() - sizeof DataID, sizeof DataID);
+    return Read(Service("Backup\\" + GuidText(DataID))).substr(4);
+  }
+
+  TComRef<IUMacro> Object;
+};
+
+/// The usual case: the object is there from the start.
+class Macro : public Macros {
+ protected:
+  Macro() {
+    Object = Make<IUMacro>(CLSID_UMacro);
+    Log().Lines.clear();
+  }
+};
+
+TEST_F(Macro, NamesAreComparedWithoutCase) {
+  ASSERT_EQ(S_OK, Set("Path \xC4\xD6\xDC", "one", Permanent));
+  EXPECT_EQ("one", Get("PATH \xE4\xF6\xFC"));
+  ASSERT_EQ(S_OK, Set("pATH \xE4\xD6\xFC", "two", Permanent));
+  EXPECT_EQ("two", Get("Path \xC4\xD6\xDC"));
+  EXPECT_EQ("\"pATH \xE4\xD6\xFC=two\"", Saved());
+  EXPECT_EQ("<none>", Get("Pat"));
+  EXPECT_EQ("<none>", Get("Path \xC4\xD6\xDC="));
+  ASSERT_EQ(S_OK, Object->DelMacro(Text("PATH \xC4\xF6\xDC")));
+  EXPECT_EQ("<none>", Get("Path \xC4\xD6\xDC"));
+  EXPECT_EQ("", Saved());
+}
+
+TEST_F(Macro, AMacroIsInOneListAtTheMost) {
+  ASSERT_EQ(S_OK, Set("X", "temporary", Temporary));
+  EXPECT_EQ("", Saved());
+  ASSERT_EQ(S_OK, Set("X", "permanent", 1));  // any number but 0
+  EXPECT_EQ("permanent", Get("X"));
+  EXPECT_EQ("X=permanent", Saved());
+  ASSERT_EQ(S_OK, Set("X", "temporary again", Temporary));
+  EXPECT_EQ("temporary again", Get("X"));
+  EXPECT_EQ("", Saved());
+}
+
+TEST_F(Macro, AnEmptyValueRemovesAMacro) {
+  for (VARIANT_BOOL Old : {Temporary, Permanent})
+    for (VARIANT_BOOL New : {Temporary, Permanent}) {
+      ASSERT_EQ(S_OK, Set("X", "value", Old));
+      ASSERT_EQ(S_OK, Set("X", "", New));
+      EXPECT_EQ("<none>", Get("X"));
+    }
+  EXPECT_EQ("", Saved());
+}
+
+TEST_F(Macro, EveryChangeAddsOneRecord) {
+  EXPECT_EQ(0u, RecordCount());
+  const std::string Group = GuidText(Guid(MacroGroup));
+  ASSERT_EQ(S_OK, Set("T", "1", Temporary));
+  ASSERT_EQ(S_OK, Set("P", "1", Permanent));
+  ASSERT_EQ(S_OK, Set("P", "", Permanent));
+  ASSERT_EQ(S_OK, Object->DelMacro(Text("never there")));
+  EXPECT_EQ(4u, RecordCount());
+  Get("T");
+  EXPECT_EQ(4u, RecordCount());
+  const std::string Record = Read(GroupFile()).substr(0, 20), Marker = Record.substr(0, 16);
+  const GUID GroupID = Guid(MacroGroup);
+  EXPECT_EQ(0, std::memcmp(Marker.data(), &GroupID, sizeof GroupID));
+  EXPECT_EQ(std::string(4, '\0'), Record.substr(16)) << "the code";
+}
+
+TEST_F(Macro, TheSavedFormIsCommaText) {
+  ASSERT_EQ(S_OK, Set("plain", "value", Permanent));
+  ASSERT_EQ(S_OK, Set("list", "a, b", Permanent));
+  ASSERT_EQ(S_OK, Set("quote", "say\"hi\"", Permanent));
+  EXPECT_EQ("plain=value,\"list=a, b\",\"quote=say\"\"hi\"\"\"", Saved());
+}
+
+TEST_F(Macro, WritesItsLines) {
+  Set("Name", "a value", 1);
+  Get("Name");
+  Object->DelMacro(Text("Name"));
+  Get("Name");
+  EXPECT_EQ((TLines{"Begin SetMacro Name a value 1", "End SetMacro", "Begin GetMacro Name", "End GetMacro a value",
+                    "Begin MacroExists Name", "End MacroExists -1", "Begin DelMacro Name", "End DelMacro",
+                    "Begin GetMacro Name", "End GetMacro ", "Begin MacroExists Name", "End MacroExists 0"}),
+            Log().Texts("UMacro"));
+}
+
+TEST_F(Macro, AFailedSaveIsRaisedAndLetsGoOfTheLock) {
+  ASSERT_EQ(S_OK, Set("X", "old", Permanent));
+  Log().Lines.clear();
+  {
+    TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {0, 2, ERROR_DISK_FULL});
+    EXPECT_EQ(static_cast<HRESULT>(0x80040270), Set("X", "new", Permanent));
+    EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
+    EXPECT_EQ(static_cast<HRESULT>(0x80040270), Object->DelMacro(Text("Y")));
+  }
+  EXPECT_EQ((TLines{"Begin SetMacro X new -1", "Begin DelMacro Y"}), Log().Texts("UMacro"));
+  EXPECT_EQ(1u, RecordCount());
+  EXPECT_EQ("X=old", Saved());
+  EXPECT_EQ("new", Get("X")) << "the change in memory has been made";
+  ASSERT_EQ(S_OK, Set("Y", "other", Permanent));
+  EXPECT_EQ("X=new,Y=other", Saved());
+}
+
+TEST_F(Macro, ANameThatCouldNotBeReadBackIsRefused) {
+  for (const char* Name : {"", "a=b", "="}) {
+    EXPECT_EQ(E_INVALIDARG, Set(Name, "value", Permanent));
+    EXPECT_EQ("The name of a macro must not be empty or hold an equals sign.", ErrorText());
+  }
+  EXPECT_EQ(0u, RecordCount());
+}
+
+TEST_F(Macros, AnObjectThatCannotRestoreFailsAndTheNextOneTriesAgain) {
+  const std::string Item = Service("Backup\\" + GuidText(NumberedGuid(5)));
+  GUID Ids[] = {Guid(MacroGroup), NumberedGuid(5)};
+  const std::string Record = std::string(reinterpret_cast<char*>(&Ids[0]), 16) + std::string(4, '\0') +
+                             std::string(reinterpret_cast<char*>(&Ids[1]), 16);
+  Write(GroupFile(), Record);
+  Write(Item, "damaged");
+  IUMacro* None = nullptr;
+  EXPECT_TRUE(FAILED(
+      CoCreateInstance(CLSID_UMacro, nullptr, CLSCTX_INPROC_SERVER, IID_IUMacro, reinterpret_cast<void**>(&None))));
+  EXPECT_EQ("Internal error #1.", Dialog().Boxes.at(0).Text);
+  EXPECT_EQ(Record, Read(GroupFile())) << "what could not be read is not written over";
+
+  Write(Item, std::string("\1\0\0\0", 4) + "A=1, \"B=x\"\"y\"");
+  Object = Make<IUMacro>(CLSID_UMacro);
+  EXPECT_EQ("1", Get("a"));
+  EXPECT_EQ("x\"y", Get("b"));
+  // It is restored once a process.
+  Write(Item, std::string("\1\0\0\0", 4) + "A=2");
+  EXPECT_EQ("1", (Object = Make<IUMacro>(CLSID_UMacro), Get("a")));
+}
+
+/// Other processes read here; see NoDoubles.
+class SharedMacros : public Macros {
+ protected:
+  SharedMacros() : Macros(NoDoubles) { Object = Make<IUMacro>(CLSID_UMacro); }
+};
+
+TEST_F(SharedMacros, PermanentOnesAreExactInANewProcessAndTemporaryOnesGone) {
+  const std::pair<const char*, std::string> Values[] = {
+      {"commas", ",a,,b,"},  {"quotes", "\"a\" \"\"b\""}, {"blanks", "  a  b  "},
+      {"equals", "=a==b="},  {"breaks", "a\r\nb\n\tc\r"}, {"page", "\xE4\xF6\xFC\xDF\x80\xFF"},
+      {"quote alone", "\""}, {"blank alone", " "},        {"name with, \"all\"", "x"}};
+  for (const auto& [Name, Value] : Values) ASSERT_EQ(S_OK, Set(Name, Value, Permanent)) << Name;
+  ASSERT_EQ(S_OK, Set("temporary", "gone", Temporary));
+  for (const auto& [Name, Value] : Values) EXPECT_EQ(Value, Get(Name));
+  for (const auto& [Name, Value] : Values) {
+    const std::string QuotedName = std::string(Name) == "name with, \"all\"" ? "name with, \\\"all\\\"" : Name;
+    EXPECT_EQ(0u, TChild({"match-macro", QuotedName, HexText(Value)}).Wait()) << Name;
+  }
+  EXPECT_EQ(0u, TChild({"match-macro", "temporary", ""}).Wait());
+}
+
+}  // namespace

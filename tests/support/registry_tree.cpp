@@ -1,0 +1,77 @@
+#include "support/registry_tree.h"
+
+#include "server/text.h"
+
+#include <vector>
+
+namespace {
+
+constexpr size_t LongestName = 16384;
+
+TRegistryKey OpenKey(const std::wstring& KeyName) {
+  TRegistryKey Key;
+  RegOpenKeyExW(HKEY_CURRENT_USER, KeyName.c_str(), 0, KEY_ALL_ACCESS, Key.Out());
+  return Key;
+}
+
+void Collect(const std::wstring& KeyName, const std::wstring& Prefix, TRegistryTree& Tree) {
+  const TRegistryKey Key = OpenKey(KeyName);
+  if (!Key) return;
+  Tree[Prefix] = {};
+  std::wstring Name(LongestName, L'\0');
+  DWORD Length = LongestName, Type = 0, Size = 0;
+  for (DWORD At = 0; !RegEnumValueW(Key.Get(), At, Name.data(), &Length, nullptr, &Type, nullptr, &Size); ++At) {
+    std::string Data(Size, '\0');
+    RegQueryValueExW(Key.Get(), Name.c_str(), nullptr, &Type, reinterpret_cast<BYTE*>(Data.data()), &Size);
+    Tree[Prefix + Name.c_str()] = {Type, Data};
+    Length = LongestName;
+  }
+  Length = LongestName;
+  for (DWORD At = 0; !RegEnumKeyExW(Key.Get(), At, Name.data(), &Length, nullptr, nullptr, nullptr, nullptr); ++At) {
+    Collect(KeyName + L"\\" + Name.c_str(), Prefix + Name.c_str() + L"\\", Tree);
+    Length = LongestName;
+  }
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& Out, const TRegistryEntry& Entry) {
+  return Out << "type " << Entry.Type << " " << testing::PrintToString(Entry.Data);
+}
+
+TRegistryTree RegistryTreeOf(const std::wstring& KeyName) {
+  TRegistryTree Tree;
+  Collect(KeyName, L"", Tree);
+  return Tree;
+}
+
+std::string Difference(const TRegistryTree& Before, const TRegistryTree& After) {
+  std::string Result;
+  for (const auto& [Name, Entry] : Before) {
+    const auto Found = After.find(Name);
+    if (Found == After.end())
+      Result += "missing: " + ToAnsi(Name) + "\n";
+    else if (!(Found->second == Entry))
+      Result += "differs: " + ToAnsi(Name) + (Found->second.Type != Entry.Type ? " type" : "") +
+                (Found->second.Data != Entry.Data ? " data" : "") + "\n";
+  }
+  for (const auto& [Name, Entry] : After)
+    if (!Before.count(Name)) Result += "new: " + ToAnsi(Name) + "\n";
+  return Result;
+}
+
+void StoreValue(const std::wstring& KeyName, const std::wstring& Name, DWORD Type, const std::string& Data) {
+  TRegistryKey Key;
+  RegCreateKeyExW(HKEY_CURRENT_USER, KeyName.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, Key.Out(), nullptr);
+  // The byte behind the data is no zero: the system would add a terminator to a string without one.
+  const std::string Guarded = Data + '\xFF' + '\xFF';
+  const LSTATUS Status = RegSetValueExW(Key.Get(), Name.c_str(), 0, Type, reinterpret_cast<const BYTE*>(Guarded.data()),
+                                        static_cast<DWORD>(Data.size()));
+  EXPECT_EQ(ERROR_SUCCESS, Status) << ToAnsi(Name);
+}
+
+std::string WideBytes(std::wstring_view Text) {
+  return std::string(reinterpret_cast<const char*>(Text.data()), Text.size() * sizeof(wchar_t));
+}
+
+void DeleteKeyTree(const std::wstring& KeyName) { RegDeleteTreeW(HKEY_CURRENT_USER, KeyName.c_str()); }
