@@ -47,9 +47,9 @@ constexpr TMessage DamageOf(const TRegistryKeyItem&) { return MsgInternalError4;
 
 /// Reads a whole item. One that cannot have been written by a save is shown to the user and ends the restore.
 template <class TItem>
-TItem ReadItem(IUDialog& Dialog, const GUID& DataID) {
+TItem ReadItem(IUDialog& Dialog, const GUID& DataID, bool Quiet = false) {
   TItem Result;
-  TStoredItem Item(DataID);
+  TStoredItem Item(DataID, Quiet);
   if (!Item.HasKind(TItem::Kind) || !Item.ReadFields(Result) || Item.Remaining() != 0 || !Result.Plausible())
     FailWithBox(Dialog, DamageOf(Result));
   Item.Close();
@@ -60,8 +60,8 @@ TItem ReadItem(IUDialog& Dialog, const GUID& DataID) {
 /// holds each key once; one that is met again contains itself, and would never end.
 void CheckKey(IUDialog& Dialog, const GUID& DataID, std::set<TGuidBytes>& Seen) {
   if (!Seen.insert(BytesOf(DataID)).second) FailWithBox(Dialog, MsgInternalError4);
-  const auto Saved = ReadItem<TRegistryKeyItem>(Dialog, DataID);
-  for (const TGuidBytes& Value : Saved.Values) ReadItem<TRegistryValueItem>(Dialog, GuidOf(Value));
+  const auto Saved = ReadItem<TRegistryKeyItem>(Dialog, DataID, true);
+  for (const TGuidBytes& Value : Saved.Values) ReadItem<TRegistryValueItem>(Dialog, GuidOf(Value), true);
   for (const TGuidBytes& Subkey : Saved.Subkeys) CheckKey(Dialog, GuidOf(Subkey), Seen);
 }
 
