@@ -1,3 +1,4 @@
+#include "support/program.h"
 #include "support/registry_tree.h"
 
 #include <algorithm>
@@ -312,6 +313,12 @@ void FillWithEveryType(const std::wstring& KeyName) {
 }
 
 TEST_F(RegistryBackup, ADeletedTreeComesBackAsItWas) {
+  // The user's whole hive, as the system's own program writes it.
+  const auto Exported = [this] {
+    const std::string Name = App("hive.reg");
+    EXPECT_EQ(0u, RunSystemProgram("reg.exe", "export HKCU \"" + Name + "\" /y").Status);
+    return Read(Name);
+  };
   const std::wstring Top = Wide(L"Tree");
   FillWithEveryType(Top);
   StoreValue(Top, L"", REG_SZ, WideBytes({L"the default value\0", 18}));
@@ -328,11 +335,14 @@ TEST_F(RegistryBackup, ADeletedTreeComesBackAsItWas) {
   FillWithEveryType(Deep);
 
   const TRegistryTree Before = Tree();
-  ASSERT_EQ(S_OK, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Tree"))))
-      << testing::PrintToString(Dialog().Boxes.back().Text);
+  const std::string HiveBefore = Exported();
+  ASSERT_EQ(S_OK, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Tree")))) << ErrorText();
   ASSERT_EQ((TRegistryTree{{L"", {}}}), Tree());
+  ASSERT_NE(HiveBefore, Exported());
   ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
   EXPECT_EQ("", Difference(Before, Tree()));
+  EXPECT_LT(size_t{1} << 21, HiveBefore.size());
+  EXPECT_TRUE(HiveBefore == Exported());
 }
 
 }  // namespace
