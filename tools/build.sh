@@ -166,7 +166,7 @@ command_dist() {
 
 command_format() {
   local Files=() Folders=() Folder File Differing=0
-  for Folder in src tests bench examples; do [[ ! -d $Root/$Folder ]] || Folders+=("$Folder"); done
+  for Folder in src tests bench torture examples; do [[ ! -d $Root/$Folder ]] || Folders+=("$Folder"); done
   ensure_only_packages clang-format
   cd "$Root"
   mapfile -d '' -t Files < <(find "${Folders[@]}" \( -name '*.cpp' -o -name '*.h' \) -print0 | sort -z)

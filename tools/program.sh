@@ -63,6 +63,55 @@ command_bench() {
   [[ -s results.json || " $* " == *" --list "* || " $* " == *" --help "* ]] || die "The benchmark left no build/bench/results.json."
 }
 
+# One share of the torture, in a prefix of its own.
+# usage: torture_share SHARD COUNT ARG...
+torture_share() {
+  local Dir=$Root/build/torture/$1 Shard=$1/$2
+  open_prefix "$Dir/prefix" 32 "$Root/build/win32/Mendwork.dll"
+  trap wine_stop EXIT
+  ensure_base_folder
+  cd "$Dir"
+  shift 2
+  run_program 32 "$Root/build/win32/torture/mendwork_torture.exe" --shard "$Shard" "$@" | tr -d '\r'
+}
+
+# Every part is divided among two processes, each with a prefix and a processor of its own.
+command_torture() {
+  local Dir=$Root/build/torture Shard Pids=() Status=0 Word
+  ensure_setup
+  build_quietly win32 mendwork_torture
+  claim torture
+  mkdir -p "$Dir/0" "$Dir/1"
+  rm -f "$Dir"/[01]/results.json
+  for Word; do
+    [[ $Word != --list && $Word != --help ]] || {
+      torture_share 0 1 "$@"
+      return
+    }
+  done
+  trap 'kill "${Pids[@]}" 2>/dev/null' EXIT
+  for Shard in 0 1; do
+    (torture_share "$Shard" 2 "$@") &
+    Pids+=($!)
+  done
+  for Shard in "${Pids[@]}"; do wait "$Shard" || Status=1; done
+  trap - EXIT
+  [[ -s $Dir/0/results.json && -s $Dir/1/results.json ]] || die "The torture left no build/torture/*/results.json."
+  sum_torture "$Dir/0/results.json" "$Dir/1/results.json"
+  ((Status == 0)) || die "Not every case of the torture ended as it must."
+}
+
+# One line for each part, both shares together; each is one line of the results files.
+sum_torture() {
+  cat "$@" | sed -nE 's/.*"part": "([^"]+)", "cases": ([0-9]+), "good": ([0-9]+).*/\1 \2 \3/p' | awk '
+    !($1 in Cases) { Names[++Count] = $1 }
+    { Cases[$1] += $2; Good[$1] += $3; All += $2; AllGood += $3 }
+    END {
+      for (At = 1; At <= Count; ++At) printf "%-6s %6d of %6d cases as they must be\n", Names[At], Good[Names[At]], Cases[Names[At]]
+      printf "torture: %d of %d cases as they must be\n", AllGood, All
+    }'
+}
+
 # Starts a display of our own for this command, on a free number.
 start_display() {
   rm -f "$1"

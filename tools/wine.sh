@@ -37,7 +37,7 @@ wine_env() {
   export WINEDLLOVERRIDES="mscoree,mshtml,winedbg.exe,winemenubuilder.exe="
   unset DISPLAY
   case $1 in
-    */win64*/prefix) pick_cpu 1 ;;
+    */win64*/prefix | */torture/1/prefix) pick_cpu 1 ;;
     *) pick_cpu 0 ;;
   esac
 }

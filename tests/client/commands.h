@@ -15,10 +15,8 @@ int PutEntries(const std::vector<std::string>& Arguments);
 int PutLines(const std::vector<std::string>& Arguments);
 
 /// make-changes "NAME ..." FOLDER EVENT N: makes logged changes to the application in FOLDER, or rolls them back; see
-/// logged_changes.cpp for the names. At the N-th call of the module that changes a file, a folder or the log, the event
-/// happens to the process: `before`, `after` and `torn` end it with DiedStatus, `stop` halts it; `nothing` does not.
+/// logged_changes.cpp for the names. At the N-th changing call of the module the event happens; see changing_calls.h.
 int MakeChanges(const std::vector<std::string>& Arguments);
-constexpr int DiedStatus = 77;
 /// The code of the entry that the change `put` appends.
 constexpr int PutChangeCode = 5;
 

@@ -1,5 +1,5 @@
 #include "client/commands.h"
-#include "support/child.h"
+#include "support/changing_calls.h"
 #include "support/sandbox.h"
 
 #include <cstdio>
@@ -8,100 +8,6 @@
 #include <sstream>
 
 namespace {
-
-/// What befalls this process at one of the module's changing system calls.
-enum TEvent {
-  Nothing,
-  Before,  ///< it ends just before the call
-  After,   ///< it ends just after the call
-  Torn,    ///< it ends when the call, a WriteFile, has written half of its bytes
-  Stop,    ///< it tells that it is ready, just before the call, and stays there
-};
-TEvent Event = Nothing;
-int PointsLeft = 0;
-
-void Happen() {
-  if (Event == Stop) {
-    TellReady();
-    Sleep(INFINITE);
-  }
-  TerminateProcess(GetCurrentProcess(), DiedStatus);
-}
-
-template <class TCall>
-auto Point(TCall Call) {
-  const bool Here = Event != Torn && --PointsLeft == 0;
-  if (Here && Event != After) Happen();
-  const auto Result = Call();
-  if (Here) Happen();
-  return Result;
-}
-
-HANDLE WINAPI Create(LPCSTR Name, DWORD Access, DWORD Share, SECURITY_ATTRIBUTES* Security, DWORD Disposition,
-                     DWORD Flags, HANDLE Template) {
-  const auto Call = [&] { return CreateFileA(Name, Access, Share, Security, Disposition, Flags, Template); };
-  return Disposition != OPEN_EXISTING || Access & GENERIC_WRITE ? Point(Call) : Call();
-}
-BOOL WINAPI Write(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, OVERLAPPED* Overlapped) {
-  if (Event == Torn && --PointsLeft == 0) {
-    WriteFile(File, Buffer, Size / 2, Written, Overlapped);
-    Happen();
-  }
-  return Point([&] { return WriteFile(File, Buffer, Size, Written, Overlapped); });
-}
-BOOL WINAPI Delete(LPCSTR Name) {
-  return Point([&] { return DeleteFileA(Name); });
-}
-BOOL WINAPI Move(LPCSTR Old, LPCSTR New) {
-  return Point([&] { return MoveFileA(Old, New); });
-}
-BOOL WINAPI Truncate(HANDLE File) {
-  return Point([&] { return SetEndOfFile(File); });
-}
-BOOL WINAPI SetAttributes(LPCSTR Name, DWORD Attributes) {
-  return Point([&] { return SetFileAttributesA(Name, Attributes); });
-}
-BOOL WINAPI SetTime(HANDLE File, const FILETIME* Creation, const FILETIME* Access, const FILETIME* LastWrite) {
-  return Point([&] { return SetFileTime(File, Creation, Access, LastWrite); });
-}
-BOOL WINAPI MakeDirectory(LPCSTR Name, SECURITY_ATTRIBUTES* Security) {
-  return Point([&] { return CreateDirectoryA(Name, Security); });
-}
-BOOL WINAPI RemoveFolder(LPCSTR Name) {
-  return Point([&] { return RemoveDirectoryA(Name); });
-}
-LSTATUS WINAPI CreateKey(HKEY Root, LPCSTR Name, DWORD Reserved, LPSTR Class, DWORD Options, REGSAM Access,
-                         SECURITY_ATTRIBUTES* Security, HKEY* Key, DWORD* Disposition) {
-  return Point(
-      [&] { return RegCreateKeyExA(Root, Name, Reserved, Class, Options, Access, Security, Key, Disposition); });
-}
-LSTATUS WINAPI SetValue(HKEY Key, LPCSTR Name, DWORD Reserved, DWORD Type, const BYTE* Data, DWORD Size) {
-  return Point([&] { return RegSetValueExA(Key, Name, Reserved, Type, Data, Size); });
-}
-LSTATUS WINAPI DeleteValue(HKEY Key, LPCSTR Name) {
-  return Point([&] { return RegDeleteValueA(Key, Name); });
-}
-LSTATUS WINAPI DeleteKey(HKEY Root, LPCSTR Name) {
-  static const auto Original = reinterpret_cast<LSTATUS(WINAPI*)(HKEY, LPCSTR)>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("shlwapi.dll"), "SHDeleteKeyA")));
-  return Point([&] { return Original(Root, Name); });
-}
-
-const std::pair<const char*, void*> ChangingCalls[] = {
-    {"CreateFileA", reinterpret_cast<void*>(Create)},
-    {"WriteFile", reinterpret_cast<void*>(Write)},
-    {"DeleteFileA", reinterpret_cast<void*>(Delete)},
-    {"MoveFileA", reinterpret_cast<void*>(Move)},
-    {"SetEndOfFile", reinterpret_cast<void*>(Truncate)},
-    {"SetFileAttributesA", reinterpret_cast<void*>(SetAttributes)},
-    {"SetFileTime", reinterpret_cast<void*>(SetTime)},
-    {"CreateDirectoryA", reinterpret_cast<void*>(MakeDirectory)},
-    {"RemoveDirectoryA", reinterpret_cast<void*>(RemoveFolder)},
-    {"RegCreateKeyExA", reinterpret_cast<void*>(CreateKey)},
-    {"RegSetValueExA", reinterpret_cast<void*>(SetValue)},
-    {"RegDeleteValueA", reinterpret_cast<void*>(DeleteValue)},
-    {"SHDeleteKeyA", reinterpret_cast<void*>(DeleteKey)},
-};
 
 constexpr unsigned long ChangedRoot = 0x80000001;
 
@@ -149,17 +55,11 @@ const std::map<std::string, std::function<HRESULT(const std::string& Folder)>> C
 }  // namespace
 
 int MakeChanges(const std::vector<std::string>& Arguments) {
-  const std::map<std::string, TEvent> Events = {
-      {"nothing", Nothing}, {"before", Before}, {"after", After}, {"torn", Torn}, {"stop", Stop}};
   // The class object loads the module, and no more: making an object already changes something.
   TComRef<IClassFactory> Loaded;
   if (FAILED(CoGetClassObject(CLSID_UFile, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
     return 1;
-  std::vector<std::unique_ptr<TImportPatch>> Patches;
-  for (const auto& [Name, Replacement] : ChangingCalls)
-    Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Name, Replacement));
-  Event = Events.at(Arguments.at(2));
-  PointsLeft = std::stoi(Arguments.at(3));
+  PlanEvent(Arguments.at(2), std::stoi(Arguments.at(3)));
 
   std::istringstream Names(Arguments.at(0));
   for (std::string Name; Names >> Name;) {

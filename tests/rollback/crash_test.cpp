@@ -1,4 +1,5 @@
 #include "client/commands.h"
+#include "support/changing_calls.h"
 #include "support/child.h"
 #include "support/sandbox.h"
 
@@ -27,21 +28,6 @@ class CrashSweep : public TSandbox, public testing::WithParamInterface<TSweep> {
 
   DWORD Make(const std::string& Changes, const std::string& Event = "nothing", int Point = 0) {
     return TChild({"make-changes", Changes, App(), Event, std::to_string(Point)}).Wait();
-  }
-
-  static void Plant(const std::string& Folder, const TTree& Tree) {
-    RemoveTree(Folder);
-    MakeFolders(Folder);
-    for (const auto& [Name, Entry] : Tree) {
-      const std::string Path = Folder + "\\" + Name;
-      if (Name.back() == '\\') {
-        MakeFolders(Path.substr(0, Path.size() - 1));
-        continue;
-      }
-      Write(Path, Entry.Content);
-      SetTimes(Path, Entry.LastAccess, Entry.LastWrite);
-      SetFileAttributesA(Path.c_str(), Entry.Attributes);
-    }
   }
 
   TComRef<IClassFactory> Loaded;

@@ -2,6 +2,7 @@
 // one then finds the state before or the state after, and never a third one.
 
 #include "client/commands.h"
+#include "support/changing_calls.h"
 #include "support/child.h"
 #include "support/registry_tree.h"
 

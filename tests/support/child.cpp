@@ -16,17 +16,17 @@ TKernelHandle Event(const char* Which, DWORD ChildId) {
   return TKernelHandle(CreateEventA(nullptr, FALSE, FALSE, EventName(Which, ChildId).c_str()));
 }
 
-std::string ClientPath() {
+std::string PathOf(const std::string& Program) {
   char Path[MAX_PATH] = "";
   GetModuleFileNameA(nullptr, Path, sizeof Path);
   const std::string Own = Path;
-  return Own.substr(0, Own.rfind('\\') + 1) + "mendwork_client.exe";
+  return Own.substr(0, Own.rfind('\\') + 1) + Program;
 }
 
 }  // namespace
 
-TChild::TChild(const std::vector<std::string>& Arguments) {
-  std::string Line = "\"" + ClientPath() + "\"";
+TChild::TChild(const std::vector<std::string>& Arguments, const std::string& Program) {
+  std::string Line = "\"" + PathOf(Program) + "\"";
   for (const std::string& Argument : Arguments) Line += " \"" + Argument + "\"";
   STARTUPINFOA Startup{};
   Startup.cb = sizeof Startup;

@@ -5,10 +5,11 @@
 #include <string>
 #include <vector>
 
-/// A second process: the test client program (client_main.cpp) with a command line of its own, next to this program.
+/// A second process: the test client program (client_main.cpp), or another program next to this one, with a command
+/// line of its own.
 class TChild {
  public:
-  explicit TChild(const std::vector<std::string>& Arguments);
+  explicit TChild(const std::vector<std::string>& Arguments, const std::string& Program = "mendwork_client.exe");
   ~TChild() { Kill(); }
   TChild(const TChild&) = delete;
   TChild& operator=(const TChild&) = delete;

@@ -53,6 +53,20 @@ struct TFailingFunction<TResult(WINAPI*)(TArgs...), Failed> {
   }
 };
 
+template <class TFunction>
+struct TStatusFunction;
+template <class... TArgs>
+struct TStatusFunction<LSTATUS(WINAPI*)(TArgs...)> {
+  static LSTATUS WINAPI Call(TArgs... Args) {
+    if (TFault::Strikes()) return static_cast<LSTATUS>(GetLastError());
+    return reinterpret_cast<LSTATUS(WINAPI*)(TArgs...)>(TFault::Original())(Args...);
+  }
+};
+
+/// The replacement of a registry function, which returns the plan's code when it fails.
+template <class TFunction>
+inline void* const FailsWithCode = reinterpret_cast<void*>(&TStatusFunction<TFunction>::Call);
+
 /// The replacement of a function of this type, with what it returns when it fails.
 template <class TFunction, intptr_t Failed>
 inline void* const FailsWith = reinterpret_cast<void*>(&TFailingFunction<TFunction, Failed>::Call);

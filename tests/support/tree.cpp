@@ -68,6 +68,32 @@ std::string Difference(const TTree& Before, const TTree& After) {
   return Result;
 }
 
+void Plant(const std::string& Folder, const TTree& Tree) {
+  const TTree Now = TreeOf(Folder);
+  MakeFolders(Folder);
+  // From the last to the first, so that a folder is empty when its turn comes.
+  for (auto At = Now.rbegin(); At != Now.rend(); ++At) {
+    const std::string Path = Folder + "\\" + At->first;
+    if (Tree.count(At->first)) continue;
+    SetFileAttributesA(Path.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (Path.back() == '\\')
+      RemoveDirectoryA(Path.c_str());
+    else
+      DeleteFileA(Path.c_str());
+  }
+  for (const auto& [Name, Entry] : Tree) {
+    const std::string Path = Folder + "\\" + Name;
+    const auto Found = Now.find(Name);
+    if (Name.back() == '\\') {
+      MakeFolders(Path.substr(0, Path.size() - 1));
+    } else if (Found == Now.end() || !(Found->second == Entry)) {
+      Write(Path, Entry.Content);
+      SetTimes(Path, Entry.LastAccess, Entry.LastWrite);
+      SetFileAttributesA(Path.c_str(), Entry.Attributes);
+    }
+  }
+}
+
 void Write(const std::string& Path, const std::string& Content, DWORD Attributes) {
   const size_t Slash = Path.rfind('\\');
   MakeFolders(Path.substr(0, Slash));

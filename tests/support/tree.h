@@ -21,6 +21,9 @@ TTree TreeOf(const std::string& Folder);
 /// One line for each entry that differs; "" when none does.
 std::string Difference(const TTree& Before, const TTree& After);
 
+/// Makes a folder hold exactly a tree; touches only what differs.
+void Plant(const std::string& Folder, const TTree& Tree);
+
 /// Writes a file, with its folders, attributes and recognizable times.
 void Write(const std::string& Path, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL);
 /// The content of a file; "<no file>" when there is none.

@@ -1,0 +1,210 @@
+// The fault matrix: a system call of the update fails once. When the user presses Retry, the update must end as if
+// nothing had happened; when the user presses Cancel, the method fails with the call's own code and text, and a
+// rollback restores everything.
+
+#include "roles.h"
+#include "server/error_code.h"
+#include "support/fault.h"
+#include "update.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace {
+
+struct TFailingCall {
+  const char* Name;
+  void* Replacement;
+};
+#define FAILS(Function, Value) \
+  { #Function, FailsWith < decltype(&Function), Value> }
+#define FAILS_BY_CODE(Function) \
+  { #Function, FailsWithCode < decltype(&Function)> }
+
+const TFailingCall FailingCalls[] = {
+    FAILS(CreateFileA, -1),          FAILS(ReadFile, FALSE),          FAILS(WriteFile, FALSE),
+    FAILS(MoveFileA, FALSE),         FAILS(SetEndOfFile, FALSE),      FAILS(SetFilePointer, -1),
+    FAILS(GetFileSize, -1),          FAILS(GetFileAttributesA, -1),   FAILS(SetFileAttributesA, FALSE),
+    FAILS(GetFileTime, FALSE),       FAILS(SetFileTime, FALSE),       FAILS(CreateDirectoryA, FALSE),
+    FAILS(RemoveDirectoryA, FALSE),  FAILS(FindFirstFileA, -1),       FAILS(FindNextFileA, FALSE),
+    FAILS(FindClose, FALSE),         FAILS_BY_CODE(RegCreateKeyExA),  FAILS_BY_CODE(RegOpenKeyExA),
+    FAILS_BY_CODE(RegQueryInfoKeyA), FAILS_BY_CODE(RegQueryValueExA), FAILS_BY_CODE(RegSetValueExA),
+    FAILS_BY_CODE(RegEnumValueA),    FAILS_BY_CODE(RegEnumKeyExA),    FAILS_BY_CODE(RegDeleteValueA),
+    FAILS_BY_CODE(RegCloseKey),
+};
+
+constexpr DWORD OddCode = 0x2222;  // no system's text
+constexpr DWORD Codes[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_DISK_FULL, ERROR_PATH_NOT_FOUND,
+                           OddCode};
+
+/// What the process with the fault tells.
+struct TTold {
+  int Calls = 0, Boxes = 0;
+  long Result = -1;
+  std::string Message;
+};
+
+struct TFaultCase {
+  const TFailingCall* Call;
+  int Nth;
+  DWORD Code;
+  bool Retry;
+  std::string Text() const {
+    return std::string(Call->Name) + " call " + std::to_string(Nth) + " fails with " + std::to_string(Code) + ", " +
+           (Retry ? "Retry" : "Cancel");
+  }
+};
+
+class TFaultMatrix {
+ public:
+  TResult Run(const TPlan& Plan);
+
+ private:
+  TTold Update(const TFailingCall& Call, int Nth, DWORD Code, bool Retry);
+  std::vector<TFaultCase> Cases(bool Full);
+  std::string Judge(const TFaultCase& Case, const TTold& Told);
+  std::string JudgeRollback();
+  void Visit(const TFaultCase& Case);
+
+  TMachine Machine;
+  const std::string ToldFile = Machine.Root() + "\\told.txt";
+  TComRef<IClassFactory> Loaded;
+  TCapture Before, After;
+  TResult Result;
+};
+
+TTold TFaultMatrix::Update(const TFailingCall& Call, int Nth, DWORD Code, bool Retry) {
+  Machine.LayOut();
+  DeleteFileA(ToldFile.c_str());
+  TRole("fault",
+        {Machine.Root(), Call.Name, std::to_string(Nth), std::to_string(Code), Retry ? "retry" : "cancel", ToldFile})
+      .Wait();
+  TTold Told;
+  std::istringstream In(Read(ToldFile));
+  In >> Told.Calls >> Told.Boxes >> Told.Result;
+  In.ignore();
+  std::getline(In, Told.Message, '\0');
+  return Told;
+}
+
+/// Every function's calls, or some of them spread evenly, with every code and both answers.
+std::vector<TFaultCase> TFaultMatrix::Cases(bool Full) {
+  const int Most = Full ? 12 : 2;
+  std::vector<TFaultCase> All;
+  int Number = 0;
+  for (const TFailingCall& Call : FailingCalls) {
+    constexpr int Never = 1 << 30;
+    const TTold Told = Update(Call, Never, ERROR_SUCCESS, false);
+    if (Told.Result != S_OK) throw ETorture("the undisturbed update failed: " + Told.Message);
+    if (Told.Calls == 0) throw ETorture(std::string("the update never calls ") + Call.Name);
+    const int Count = std::min(Most, Told.Calls);
+    for (int At = 0; At < Count; ++At)
+      for (const DWORD Code : Codes)
+        for (const bool Retry : {true, false}) {
+          // A quick run takes one code in turn.
+          if (!Full && Code != Codes[Number % std::size(Codes)]) continue;
+          All.push_back({&Call, 1 + At * Told.Calls / Count, Code, Retry});
+          ++Number;
+        }
+  }
+  return All;
+}
+
+std::string TFaultMatrix::JudgeRollback() {
+  if (TRole("change", {"rollback", Machine.Root(), "nothing", "0", Machine.Root() + "\\calls.txt"}).Wait() != 0)
+    return "the rollback failed";
+  std::string Rest = Difference(Before, Machine.Capture());
+  RemoveKnownRemains(Rest);
+  if (!Rest.empty()) Rest = "after the rollback: " + Rest;
+  return Rest;
+}
+
+/// What is wrong, or "".
+std::string TFaultMatrix::Judge(const TFaultCase& Case, const TTold& Told) {
+  if (Told.Result == -1) return "the process died";
+  if (Told.Boxes == 0) {
+    ++Result.Notes["passed without a box"];
+    return JudgeRollback();
+  }
+  if (Case.Retry) {
+    if (Told.Result != S_OK) return "failed after Retry: " + Told.Message;
+    const std::string Rest = Difference(After, Machine.Capture());
+    return Rest.empty() ? JudgeRollback() : "not as if nothing had happened: " + Rest;
+  }
+  const std::string Reason = SystemText(Case.Code).empty() ? "Unknown error." : SystemText(Case.Code);
+  if (Told.Result != MakeErrorHResult(static_cast<int32_t>(Case.Code)) || Told.Message != Reason)
+    return "failed with " + std::to_string(Told.Result) + " '" + Told.Message + "'";
+  return JudgeRollback();
+}
+
+void TFaultMatrix::Visit(const TFaultCase& Case) {
+  ++Result.Cases;
+  const TTold Told = Update(*Case.Call, Case.Nth, Case.Code, Case.Retry);
+  const std::string Wrong = Judge(Case, Told);
+  if (Wrong.empty())
+    ++Result.Good;
+  else
+    Result.Bad.push_back(Case.Text() + ": " + Wrong);
+}
+
+TResult TFaultMatrix::Run(const TPlan& Plan) {
+  if (FAILED(
+          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
+    throw ETorture("the library is not registered");
+  Machine.LayOut();
+  Before = Machine.Capture();
+  const std::vector<TFaultCase> All = Cases(Plan.Full);
+  After = Machine.Capture();  // of the last undisturbed update
+  for (size_t At = 0; At < All.size(); ++At) {
+    if (static_cast<int>(At) % Plan.Shards != Plan.Shard) continue;
+    Visit(All[At]);
+    TellProgress("fault", Result.Cases, static_cast<int>(All.size()) / Plan.Shards);
+  }
+  return Result;
+}
+
+/// A user who meets a failing call with one answer, and says Yes to everything else.
+class TAnsweringUser final : public TDouble<IUDialog> {
+ public:
+  explicit TAnsweringUser(bool Retry) : Retry(Retry) {}
+  STDMETHOD(ShowMsgBox)(BSTR, BSTR, long MsgType, long* Res) override {
+    constexpr long Kinds = 15;
+    const bool Failure = (MsgType & Kinds) == MB_RETRYCANCEL;
+    Boxes += Failure;
+    *Res = !Failure ? IDYES : Retry ? IDRETRY : IDCANCEL;
+    return S_OK;
+  }
+  STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
+  int Boxes = 0;
+
+ private:
+  const bool Retry;
+};
+
+}  // namespace
+
+/// fault ROOT FUNCTION NTH CODE ANSWER TOLD-FILE
+int PlayFault(const std::vector<std::string>& Words) {
+  const bool Retry = Words.at(4) == "retry";
+  const TComRef<TAnsweringUser> User(new TAnsweringUser(Retry));
+  RegisterActive(User.Get(), CLSID_UDialog);
+  TUpdater Updater(Words.at(0));
+  const TNoPauses NoPauses;
+  const auto Call = std::find_if(std::begin(FailingCalls), std::end(FailingCalls),
+                                 [&](const TFailingCall& Row) { return Words.at(1) == Row.Name; });
+  HRESULT Result = S_OK;
+  std::string Failed, Message;
+  int Calls = 0;
+  {
+    TFault Fault(Call->Name, Call->Replacement,
+                 {std::stoi(Words.at(2)) - 1, 1, static_cast<DWORD>(std::stoul(Words.at(3)))});
+    Result = RunUpdate(Updater, Failed);
+    if (FAILED(Result)) Message = ErrorText();
+    Calls = TFault::Calls();
+  }
+  Write(Words.at(5),
+        std::to_string(Calls) + " " + std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" + Message);
+  return 0;
+}
+
+TResult FaultMatrix(const TPlan& Plan) { return TFaultMatrix().Run(Plan); }

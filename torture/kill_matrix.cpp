@@ -1,0 +1,142 @@
+// The kill matrix: the process that updates is ended at every changing system call, and so is the one that rolls back;
+// a new process then rolls back, and the application must be as it was.
+
+#include "support/changing_calls.h"
+#include "torture.h"
+#include "update.h"
+
+#include <set>
+#include <sstream>
+
+namespace {
+
+using TCalls = std::vector<std::string>;
+
+/// One way to die: which of the two processes, and where.
+struct TDeath {
+  std::string Process, Event;
+  int Point;
+  std::string Call;
+
+  std::string Text() const { return Process + " " + Event + " call " + std::to_string(Point) + " (" + Call + ")"; }
+};
+
+class TKillMatrix {
+ public:
+  TResult Run(const TPlan& Plan);
+
+ private:
+  DWORD Change(const std::string& What, const std::string& Event = "nothing", int Point = 0) {
+    return TRole("change", {What, Machine.Root(), Event, std::to_string(Point), CallsFile}).Wait();
+  }
+  TCalls CallsOf(const std::string& What);
+  void Visit(const TDeath& Death, int Number);
+  void RollBack(int Number);
+  void Judge(const TDeath& Death);
+
+  TMachine Machine;
+  const std::string CallsFile = Machine.Root() + "\\calls.txt";
+  TComRef<IClassFactory> Loaded;
+  TCapture Before;
+  TResult Result;
+};
+
+TCalls TKillMatrix::CallsOf(const std::string& What) {
+  if (const DWORD Status = Change(What))
+    throw ETorture("the undisturbed " + What + " ended with " + std::to_string(Status));
+  std::istringstream Names(Read(CallsFile));
+  TCalls Calls;
+  for (std::string Name; Names >> Name;) Calls.push_back(Name);
+  return Calls;
+}
+
+/// Every death of a process that makes these calls. Only a WriteFile can be torn, and its number counts those alone.
+std::vector<TDeath> DeathsOf(const std::string& Process, const TCalls& Calls) {
+  std::vector<TDeath> Deaths;
+  int Write = 0;
+  for (size_t At = 0; At < Calls.size(); ++At) {
+    const int Point = static_cast<int>(At) + 1;
+    Deaths.push_back({Process, "before", Point, Calls[At]});
+    Deaths.push_back({Process, "after", Point, Calls[At]});
+    if (Calls[At] == "WriteFile") Deaths.push_back({Process, "torn", ++Write, Calls[At]});
+  }
+  return Deaths;
+}
+
+/// The sample of a quick run: deaths spread evenly, and the first of every kind.
+std::vector<TDeath> SampleOf(const std::vector<TDeath>& Deaths, size_t Count) {
+  std::vector<TDeath> Sample;
+  std::set<std::string> Kinds;
+  const size_t Stride = std::max<size_t>(1, Deaths.size() / Count);
+  for (size_t At = 0; At < Deaths.size(); ++At) {
+    const bool NewKind = Kinds.insert(Deaths[At].Process + Deaths[At].Event + Deaths[At].Call).second;
+    if (NewKind || At % Stride == 0) Sample.push_back(Deaths[At]);
+  }
+  return Sample;
+}
+
+/// Rolls back in a new process, as often as it takes; the first attempts of some cases are ended as well, each
+/// elsewhere.
+void TKillMatrix::RollBack(int Number) {
+  constexpr int InterruptEvery = 3, Stride = 37, LongestRollback = 300, MostAttempts = 3;
+  if (Number % InterruptEvery == 0) {
+    Change("rollback", "after", 1 + Number * Stride % LongestRollback);
+    ++Result.Notes["rollbacks that were ended, too"];
+  }
+  for (int Attempt = 1; Change("rollback") != 0; ++Attempt)
+    if (Attempt == MostAttempts) break;
+}
+
+void TKillMatrix::Judge(const TDeath& Death) {
+  std::string Rest = Difference(Before, Machine.Capture());
+  const int Known = RemoveKnownRemains(Rest);
+  if (Exists(Machine.Service("update.prt"))) Rest += "the transaction log is not empty\n";
+  if (!Rest.empty()) {
+    Result.Bad.push_back(Death.Text() + ": " + Rest);
+    return;
+  }
+  ++Result.Good;
+  ++Result
+        .Notes[Known > 0 ? "restored, with folders, keys or values that logged calls had created" : "restored exactly"];
+}
+
+void TKillMatrix::Visit(const TDeath& Death, int Number) {
+  Machine.LayOut();
+  if (Death.Process == "rollback" && Change("update") != 0) throw ETorture("the undisturbed update failed");
+  ++Result.Cases;
+  const DWORD Status = Change(Death.Process, Death.Event, Death.Point);
+  if (Status != DiedStatus) {
+    Result.Bad.push_back(Death.Text() + ": ended with status " + std::to_string(Status));
+    return;
+  }
+  RollBack(Number);
+  Judge(Death);
+}
+
+TResult TKillMatrix::Run(const TPlan& Plan) {
+  // The module stays loaded here, so that the locks of the dead live on.
+  if (FAILED(
+          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
+    throw ETorture("the library is not registered");
+  Machine.LayOut();
+  Before = Machine.Capture();
+  const TCalls Update = CallsOf("update"), Rollback = CallsOf("rollback");
+  std::vector<TDeath> Deaths = DeathsOf("update", Update);
+  const std::vector<TDeath> Second = DeathsOf("rollback", Rollback);
+  Deaths.insert(Deaths.end(), Second.begin(), Second.end());
+  constexpr size_t QuickCount = 150;
+  if (!Plan.Full) Deaths = SampleOf(Deaths, QuickCount);
+  for (size_t At = 0; At < Deaths.size(); ++At) {
+    const int Number = static_cast<int>(At);
+    if (Number % Plan.Shards != Plan.Shard) continue;
+    Visit(Deaths[At], Number);
+    TellProgress("kill", Result.Cases, static_cast<int>(Deaths.size()) / Plan.Shards);
+  }
+  Result.Notes["changing calls of the update"] = static_cast<int>(Update.size());
+  Result.Notes["changing calls of the rollback"] = static_cast<int>(Rollback.size());
+  return Result;
+}
+
+}  // namespace
+
+TResult KillMatrix(const TPlan& Plan) { return TKillMatrix().Run(Plan); }

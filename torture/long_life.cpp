@@ -1,0 +1,145 @@
+// Long life: many calls on one set of objects. Handles, windows' objects and memory at the end are as they were after
+// the first calls.
+
+#include "roles.h"
+#include "update.h"
+
+#include <psapi.h>
+
+namespace {
+
+/// A log that keeps nothing.
+class TSilentLog final : public TDouble<IUDebugLog> {
+ public:
+  STDMETHOD(Put)(long, BSTR, BSTR, BSTR) override { return S_OK; }
+};
+
+/// What a process uses. Wine does not count handles and window objects, but gives the lowest number that is free, or
+/// the one that was freed last: the number of the next one shows what was not given back.
+struct TUse {
+  long Handle = 0, Gdi = 0, Window = 0, KiB = 0;
+
+  static TUse Now() {
+    constexpr ULONG_PTR Index = 0xFFFF;
+    TUse Use;
+    PROCESS_MEMORY_COUNTERS Memory{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &Memory, sizeof Memory);
+    Use.KiB = static_cast<long>(Memory.PagefileUsage / 1024);
+    const TKernelHandle Event(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    Use.Handle = static_cast<long>(reinterpret_cast<ULONG_PTR>(Event.Get()));
+    const HGDIOBJ Pen = CreatePen(PS_SOLID, 1, 0);
+    Use.Gdi = static_cast<long>(reinterpret_cast<ULONG_PTR>(Pen) & Index);
+    DeleteObject(Pen);
+    const HWND Window = CreateWindowExA(0, "Static", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    Use.Window = static_cast<long>(reinterpret_cast<ULONG_PTR>(Window) & Index);
+    DestroyWindow(Window);
+    return Use;
+  }
+};
+
+/// A box that a request to quit closes before anybody sees it.
+HRESULT ShowBox(IUDialog& Dialog) {
+  TBstr Answer;
+  PostQuitMessage(0);
+  const HRESULT Result =
+      Dialog.ShowCustomMsgBox(Text("Text"), Text("Caption"), 32513, Text("Yes,No"), Text("No"), Answer.Out());
+  MSG Message;
+  while (PeekMessageA(&Message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&Message);
+  return Result;
+}
+
+class TLife {
+ public:
+  explicit TLife(bool Full) : Calls(Full ? 100000 : 8000) {}
+  TResult Run();
+
+ private:
+  HRESULT Call(TUpdater& U, int Number);
+  void Expect(const char* What, long Before, long After, long Slack);
+
+  TMachine Machine;
+  const int Calls;
+  TResult Result;
+};
+
+/// One of ten calls in turn; the failing one among them must fail.
+HRESULT TLife::Call(TUpdater& U, int Number) {
+  constexpr unsigned long User = 0x80000001;
+  const Text Key("Software\\MendworkTorture\\Life");
+  GUID CheckPoint{};
+  TBstr Value;
+  VARIANT_BOOL Known = VARIANT_FALSE;
+  switch (Number % 10) {
+    case 0:
+      return U.Log->PutCheckPoint(NumberedGuid(Number));
+    case 1:
+      return U.Registry->SetDwordValueLogged(User, Key, Text("Number"), static_cast<unsigned long>(Number));
+    case 2:
+      return U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App("life.dll")), 0);
+    case 3:
+      return U.Log->Rollback(VARIANT_TRUE, &CheckPoint);
+    case 4:
+      return U.Macro->GetMacro(Text("none"), Value.Out());
+    case 5:
+      return U.Macro->MacroExists(Text("none"), &Known);
+    case 6:
+      return U.Registry->DeleteRegKeyValue(User, Key, Text("Number"));
+    case 7:
+      return U.File->DeleteFiles(Text(U.Places.App("life.*")), VARIANT_FALSE, VARIANT_FALSE, VARIANT_FALSE);
+    case 8:
+      return U.Registry->SetStringValue(User, Key, Text("Text"), Text("value"));
+    default:
+      return SUCCEEDED(U.File->CopyFile(Text("C:\\no\\such.file"), Text(U.Places.App("life.dll")), 0)) ? E_FAIL : S_OK;
+  }
+}
+
+void TLife::Expect(const char* What, long Before, long After, long Slack) {
+  ++Result.Cases;
+  Result.Notes[std::string(What) + ", after the first calls"] = static_cast<int>(Before);
+  Result.Notes[std::string(What) + ", at the end"] = static_cast<int>(After);
+  if (After <= Before + Slack)
+    ++Result.Good;
+  else
+    Result.Bad.push_back(std::string(What) + " grew from " + std::to_string(Before) + " to " + std::to_string(After));
+}
+
+TResult TLife::Run() {
+  constexpr int FirstCalls = 1000, ForgetEvery = 500, BoxEvery = 100, ProgressEvery = 2000;
+  constexpr long MemorySlackKiB = 256;
+  Machine.LayOut();
+  RegisterActive(new TSilentLog, CLSID_UDebugLog);
+  const DWORD DialogEntry = RegisterActive(new TScriptedDialog, CLSID_UDialog);
+  TUse First;
+  {
+    TUpdater Updater(Machine.Root());
+    const auto RealDialog = Make<IUDialog>(CLSID_UDialog);
+    const TNoPauses NoPauses;
+    for (int Number = 0; Number < Calls; ++Number) {
+      const HRESULT Called = Call(Updater, Number);
+      if (FAILED(Called)) throw ETorture("call " + std::to_string(Number % 10) + " failed: " + ErrorText());
+      if (Number % BoxEvery == 0 && FAILED(ShowBox(*RealDialog))) throw ETorture("the box failed: " + ErrorText());
+      if (Number + 1 == FirstCalls) First = TUse::Now();
+      // Items are never deleted by the system; the disk is not what is measured here.
+      if (Number % ForgetEvery == 0) {
+        RemoveTree(Machine.Service("Backup"));
+        MakeFolders(Machine.Service("Backup"));
+        if (Number % ProgressEvery == 0) TellProgress("long", Number, Calls);
+      }
+    }
+    const TUse Last = TUse::Now();
+    Expect("number of the next handle", First.Handle, Last.Handle, 0);
+    Expect("number of the next GDI object", First.Gdi, Last.Gdi, 0);
+    Expect("number of the next window", First.Window, Last.Window, 0);
+    Expect("memory, KiB", First.KiB, Last.KiB, MemorySlackKiB);
+  }
+  RevokeActive(DialogEntry);
+  Result.Notes["calls"] = Calls;
+  return Result;
+}
+
+}  // namespace
+
+TResult LongLife(const TPlan& Plan) {
+  if (Plan.Shard != Plan.Shards - 1) return {.Skipped = true};
+  return TLife(Plan.Full).Run();
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "support/registry_tree.h"
+#include "support/sandbox.h"
+
+#include <string>
+#include <vector>
+
+/// All of a sample application that an update may change, as it can be compared: files with their bytes, attributes and
+/// times, folders, registry keys with their values' types and bytes, class registrations.
+struct TCapture {
+  TTree Files;
+  TRegistryTree Registry;
+  TRegistryTree Classes;
+};
+/// One line for each thing that differs; "" when nothing does.
+std::string Difference(const TCapture& Before, const TCapture& After);
+
+/// The machine that is tortured: a sandbox with the sample application, its package, its part of the registry and its
+/// base folder. The processes that change it find it by the base folder's value in the registry.
+class TMachine final : public TSandbox {
+ public:
+  /// `Doubles` is for the process that calls the module itself.
+  explicit TMachine(bool Doubles = false) : TSandbox(Doubles ? LogInMemory : NoDoubles) {}
+  ~TMachine() override;
+
+  /// The sample application and its package as they are before an update; the base folder is empty.
+  void LayOut();
+  TCapture Capture() const;
+
+  using TSandbox::App;
+  using TSandbox::Base;
+  using TSandbox::Dialog;
+  using TSandbox::Root;
+  using TSandbox::Service;
+
+ private:
+  void TestBody() override {}
+  void LayOutFiles() const;
+
+  TCapture Original;
+};
+
+/// Where the sandbox of another process is.
+struct TPlaces {
+  std::string Root;
+  std::string App(const std::string& Name = "") const { return Below("App", Name); }
+  std::string Package(const std::string& Name = "") const { return Below("Package", Name); }
+  std::string Service(const std::string& Name = "") const { return Below("Base\\Updates\\Mendwork", Name); }
+
+ private:
+  std::string Below(const std::string& Folder, const std::string& Name) const {
+    return Root + "\\" + Folder + (Name.empty() ? "" : "\\" + Name);
+  }
+};
+
+/// The application's key below HKEY_CURRENT_USER.
+inline constexpr wchar_t AppKeyName[] = L"Software\\MendworkTorture";
+/// A file of the build, next to this program's folder.
+std::string BuiltFile(const std::string& Name);

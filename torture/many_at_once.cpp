@@ -1,0 +1,197 @@
+// Many at once: processes that change, read and record on one base folder, some of them killed and replaced. Whatever a
+// caller was told had succeeded is there once, whole; nobody waits for the dead.
+
+#include "roles.h"
+#include "rollback/log_record.h"
+#include "update.h"
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <sstream>
+
+namespace {
+
+constexpr int Workers = 8;
+/// Longer than any call of a living process takes while seven others work; a wait for a dead one would not end.
+constexpr double LongestCall = 20000;
+const GUID SharedGroup = NumberedGuid(31);
+
+/// What a worker does, told to a journal line by line: "+" before a call, "=" and the milliseconds after its success.
+class TWorker {
+ public:
+  TWorker(const std::string& Root, int Number, const std::string& Journal)
+      : Updater(Root), Number(Number), File(std::fopen(Journal.c_str(), "ab")), Random(static_cast<unsigned>(Number)) {}
+  int Run(ULONGLONG Until);
+
+ private:
+  HRESULT Do(const std::string& Kind, int Unique);
+
+  TUpdater Updater;
+  const int Number;
+  std::FILE* const File;
+  std::mt19937 Random;
+};
+
+HRESULT TWorker::Do(const std::string& Kind, int Unique) {
+  if (Kind == "put") return Updater.Log->Put(CLSID_UCanRollback, Unique, NumberedGuid(Unique));
+  if (Kind == "record") return Updater.History->Put(SharedGroup, Unique, NumberedGuid(Unique));
+  if (Kind == "macro")
+    return Updater.Macro->SetMacro(Text("Worker" + std::to_string(Number)), Text(std::to_string(Unique)), VARIANT_TRUE);
+  if (Kind == "write")
+    return Updater.Registry->SetDwordValueLogged(0x80000001, Text("Software\\MendworkTorture\\Watched"),
+                                                 Text("Worker" + std::to_string(Number % Workers)),
+                                                 static_cast<unsigned long>(Unique));
+  long Code = 0;
+  GUID DataID{};
+  VARIANT_BOOL NoMore = 0, CheckPoint = 0;
+  return Updater.History->Get(SharedGroup, &Code, &DataID, &NoMore, &CheckPoint);
+}
+
+int TWorker::Run(ULONGLONG Until) {
+  const char* const Kinds[] = {"put", "record", "macro", "write", "read"};
+  constexpr int PerWorker = 100000;
+  for (int Call = 0; GetTickCount64() < Until; ++Call) {
+    const std::string Kind = Kinds[Random() % std::size(Kinds)];
+    const int Unique = Number * PerWorker + Call;
+    std::fprintf(File, "+ %s %d\n", Kind.c_str(), Unique);
+    std::fflush(File);
+    const ULONGLONG Begin = GetTickCount64();
+    const HRESULT Result = Do(Kind, Unique);
+    const auto Took = static_cast<unsigned>(GetTickCount64() - Begin);
+    if (FAILED(Result)) {
+      std::fprintf(File, "! %s %d 0x%lx %s\n", Kind.c_str(), Unique, static_cast<unsigned long>(Result),
+                   ErrorText().c_str());
+      return 1;
+    }
+    std::fprintf(File, "= %s %d %u\n", Kind.c_str(), Unique, Took);
+    std::fflush(File);
+  }
+  return std::fclose(File);
+}
+
+class TCrowd {
+ public:
+  explicit TCrowd(bool Full) : Milliseconds(Full ? 60000 : 20000) {}
+  TResult Run();
+
+ private:
+  std::string Journal(int Number) const { return Machine.Root() + "\\journal" + std::to_string(Number) + ".txt"; }
+  std::unique_ptr<TRole> Start();
+  void LetThemWork();
+  void ReadJournals();
+  void Expect(bool Condition, const std::string& Text);
+  void Compare(const std::string& Kind, const std::string& File);
+
+  TMachine Machine;
+  TComRef<IClassFactory> Loaded;
+  const DWORD Milliseconds;
+  ULONGLONG Until = 0;
+  int Started = 0, Killed = 0;
+  double Longest = 0;
+  std::map<std::string, std::set<int>> Begun, Acknowledged;
+  TResult Result;
+};
+
+std::unique_ptr<TRole> TCrowd::Start() {
+  const int Number = ++Started;
+  return std::make_unique<TRole>("worker", std::vector<std::string>{Machine.Root(), std::to_string(Number),
+                                                                    std::to_string(Until), Journal(Number)});
+}
+
+void TCrowd::LetThemWork() {
+  constexpr DWORD KillEvery = 400;
+  std::mt19937 Random(1);
+  Until = GetTickCount64() + Milliseconds;
+  std::vector<std::unique_ptr<TRole>> Crowd(Workers);
+  for (auto& Worker : Crowd) Worker = Start();
+  while (GetTickCount64() + 2 * KillEvery < Until) {
+    Sleep(KillEvery + Random() % KillEvery);
+    auto& Victim = Crowd[Random() % Workers];
+    Victim->Kill();
+    ++Killed;
+    Victim = Start();
+  }
+  for (auto& Worker : Crowd) Expect(Worker->Wait() == 0, "a worker ended with a failure");
+}
+
+void TCrowd::ReadJournals() {
+  for (int Number = 1; Number <= Started; ++Number) {
+    std::istringstream Lines(Read(Journal(Number)));
+    std::string Sign, Kind;
+    for (std::string Line; std::getline(Lines, Line);) {
+      std::istringstream Words(Line);
+      int Unique = 0;
+      double Took = 0;
+      if (!(Words >> Sign >> Kind >> Unique)) continue;  // cut by a death
+      if (Sign == "+") Begun[Kind].insert(Unique);
+      if (Sign == "!") Expect(false, Line);
+      if (Sign == "=" && Words >> Took) {
+        Acknowledged[Kind].insert(Unique);
+        Longest = std::max(Longest, Took);
+      }
+    }
+  }
+}
+
+void TCrowd::Expect(bool Condition, const std::string& Text) {
+  ++Result.Cases;
+  Result.Good += Condition;
+  if (!Condition) Result.Bad.push_back(Text);
+}
+
+/// Every acknowledged record is in the file once, and no other that was not at least begun.
+void TCrowd::Compare(const std::string& Kind, const std::string& File) {
+  const std::string Content = Exists(File) ? Read(File) : "";
+  Expect(Content.size() % LogRecordSize == 0, File + " has a torn end");
+  std::multiset<int> Found;
+  for (size_t At = 0; At + LogRecordSize <= Content.size(); At += LogRecordSize) {
+    TLogRecordBytes Bytes;
+    std::copy_n(Content.begin() + static_cast<std::ptrdiff_t>(At), LogRecordSize, Bytes.begin());
+    const TLogRecord Record = DecodeRecord(Bytes);
+    // Others than these are entries of logged registry writes.
+    if (Record.DataID == BytesOf(NumberedGuid(Record.Code))) Found.insert(Record.Code);
+  }
+  for (const int Unique : Acknowledged[Kind])
+    Expect(Found.count(Unique) == 1, Kind + " " + std::to_string(Unique) + " was acknowledged and is there " +
+                                         std::to_string(Found.count(Unique)) + " times");
+  for (const int Unique : Found)
+    if (!Begun[Kind].count(Unique)) Expect(false, Kind + " " + std::to_string(Unique) + " was never made");
+}
+
+TResult TCrowd::Run() {
+  if (FAILED(
+          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
+    throw ETorture("the library is not registered");
+  Machine.LayOut();
+  const TCapture Before = Machine.Capture();
+  LetThemWork();
+  ReadJournals();
+  Expect(Longest < LongestCall, "a call took " + std::to_string(Longest) + " ms");
+  Compare("record", Machine.Service("History\\" + GuidText(SharedGroup)));
+  Compare("put", Machine.Service("update.prt"));
+  const std::string Calls = Machine.Root() + "\\calls.txt";
+  Expect(TRole("change", {"rollback", Machine.Root(), "nothing", "0", Calls}).Wait() == 0, "the rollback failed");
+  Expect(!Exists(Machine.Service("update.prt")), "the rollback left entries");
+  for (const auto& [Kind, Uniques] : Acknowledged)
+    Result.Notes["acknowledged: " + Kind] = static_cast<int>(Uniques.size());
+  Result.Notes["processes"] = Started;
+  Result.Notes["killed"] = Killed;
+  Result.Notes["longest call, ms"] = static_cast<int>(Longest);
+  return Result;
+}
+
+}  // namespace
+
+/// worker ROOT NUMBER UNTIL JOURNAL
+int PlayWorker(const std::vector<std::string>& Words) {
+  RegisterActive(new TScriptedDialog, CLSID_UDialog);
+  return TWorker(Words.at(0), std::stoi(Words.at(1)), Words.at(3)).Run(std::stoull(Words.at(2)));
+}
+
+TResult ManyAtOnce(const TPlan& Plan) {
+  if (Plan.Shard != 0) return {.Skipped = true};
+  return TCrowd(Plan.Full).Run();
+}

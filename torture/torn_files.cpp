@@ -1,0 +1,263 @@
+// Torn files: a file of the system cut at every length, and with a flipped byte at every offset. The next operation
+// succeeds or fails with a message; it ends, and it destroys nothing that was whole.
+
+#include "roles.h"
+#include "update.h"
+
+#include <cstdio>
+#include <set>
+
+namespace {
+
+constexpr unsigned long User = 0x80000001;
+constexpr size_t CopyExtension = 4;  // ".bkp"
+
+/// The state that is torn: a log, two groups, an item of every kind.
+struct TState {
+  TUpdater Updater;
+  GUID String{}, Data{}, Files{}, Value{}, Key{};
+  const GUID Group = NumberedGuid(21);
+
+  explicit TState(const std::string& Root) : Updater(Root) { Make(); }
+  void Make();
+  HRESULT Restore(const GUID& DataID, const std::string& Kind);
+  std::string ItemName(const GUID& DataID) const { return "Backup\\" + GuidText(DataID); }
+};
+
+void TState::Make() {
+  TUpdater& U = Updater;
+  const VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
+  char Bytes[] = "some bytes";
+  U.Backup->BackupString(Text("a text of some length"), &String);
+  U.Backup->BackupData(Bytes, sizeof Bytes, &Data);
+  U.Backup->BackupFilesLogged(Text(U.Places.App("docs\\one.txt")), No, No, No, &Files);
+  U.Backup->BackupRegKeyValueLogged(User, Text("Software\\MendworkTorture"), Text("Version"), &Value);
+  U.Backup->BackupRegKeyLogged(User, Text("Software\\MendworkTorture\\Watched"), Yes, &Key);
+  U.Log->PutCheckPoint(NumberedGuid(22));
+  U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App("new.dll")), 0);
+  for (int At = 0; At < 2; ++At) U.History->Put(Group, At, NumberedGuid(At));
+}
+
+/// An operation that meets the file.
+struct TOperation {
+  const char* Name;
+  HRESULT (*Run)(TState& State);
+};
+
+HRESULT RollBack(TState& State, VARIANT_BOOL OnlyToCheckPoint) {
+  GUID CheckPoint{};
+  return State.Updater.Log->Rollback(OnlyToCheckPoint, &CheckPoint);
+}
+HRESULT GetRecord(TState& State) {
+  long Code = 0;
+  GUID DataID{};
+  VARIANT_BOOL NoMore = 0, CheckPoint = 0;
+  return State.Updater.History->Get(State.Group, &Code, &DataID, &NoMore, &CheckPoint);
+}
+HRESULT RestoreString(TState& State) {
+  TBstr Result;
+  return State.Updater.Backup->RestoreString(State.String, Result.Out());
+}
+HRESULT RestoreData(TState& State) {
+  void* Bytes = nullptr;
+  long Size = 0;
+  const HRESULT Result = State.Updater.Backup->RestoreData(State.Data, &Bytes, &Size);
+  CoTaskMemFree(Bytes);
+  return Result;
+}
+
+const std::vector<TOperation> LogOperations = {
+    {"Put", [](TState& State) { return State.Updater.Log->Put(CLSID_UCanRollback, 1, NumberedGuid(1)); }},
+    {"PutCheckPoint", [](TState& State) { return State.Updater.Log->PutCheckPoint(NumberedGuid(1)); }},
+    {"Rollback", [](TState& State) { return RollBack(State, VARIANT_FALSE); }},
+    {"Rollback to the check point", [](TState& State) { return RollBack(State, VARIANT_TRUE); }}};
+const std::vector<TOperation> HistoryOperations = {
+    {"Get", GetRecord},
+    {"Put", [](TState& State) { return State.Updater.History->Put(State.Group, 5, NumberedGuid(5)); }},
+    {"DeleteLastRecord", [](TState& State) { return State.Updater.History->DeleteLastRecord(State.Group); }}};
+
+/// A file of the service folder that is torn, and what is done then.
+struct TTorn {
+  const char* Name;
+  std::string (*File)(const TState& State);
+  std::vector<TOperation> Operations;
+  /// The file is a left-over backup copy: the name of what it is the copy of.
+  bool IsCopy = false;
+};
+
+std::string LogName(const TState&) { return "update.prt"; }
+std::string LogCopyName(const TState&) { return "update.prt.bkp"; }
+std::string GroupName(const TState& State) { return "History\\" + GuidText(State.Group); }
+std::string GroupCopyName(const TState& State) { return GroupName(State) + ".bkp"; }
+
+const std::vector<TTorn> Kinds = {
+    {"transaction log", LogName, LogOperations},
+    {"copy of the transaction log", LogCopyName, LogOperations, true},
+    {"history group", GroupName, HistoryOperations},
+    {"copy of a history group", GroupCopyName, HistoryOperations, true},
+    {"string item", [](const TState& S) { return S.ItemName(S.String); }, {{"RestoreString", RestoreString}}},
+    {"data item", [](const TState& S) { return S.ItemName(S.Data); }, {{"RestoreData", RestoreData}}},
+    {"file-set item",
+     [](const TState& S) { return S.ItemName(S.Files); },
+     {{"RestoreFiles", [](TState& S) { return S.Updater.Backup->RestoreFiles(S.Files); }}}},
+    {"file item",
+     [](const TState& S) {
+       // The set names it behind its tag and the number of its files.
+       const std::string Set = Read(S.Updater.Places.Service(S.ItemName(S.Files)));
+       GUID File;
+       std::memcpy(&File, Set.data() + 8, sizeof File);
+       return S.ItemName(File);
+     },
+     {{"RestoreFiles", [](TState& S) { return S.Updater.Backup->RestoreFiles(S.Files); }}}},
+    {"value item",
+     [](const TState& S) { return S.ItemName(S.Value); },
+     {{"RestoreRegKeyValue", [](TState& S) { return S.Updater.Backup->RestoreRegKeyValue(S.Value); }}}},
+    {"key item",
+     [](const TState& S) { return S.ItemName(S.Key); },
+     {{"RestoreRegKey", [](TState& S) { return S.Updater.Backup->RestoreRegKey(S.Key); }}}},
+};
+
+/// Every content that a torn file may have: cut at every length, then a byte flipped at every offset.
+std::vector<std::string> TornContents(const std::string& Whole) {
+  std::vector<std::string> Contents;
+  for (size_t Length = 0; Length < Whole.size(); ++Length) Contents.push_back(Whole.substr(0, Length));
+  for (size_t At = 0; At < Whole.size(); ++At) {
+    Contents.push_back(Whole);
+    Contents.back()[At] = static_cast<char>(~Contents.back()[At]);
+  }
+  return Contents;
+}
+
+/// The process that tears: one kind, one operation, every content from a number on. Each is written to a file before it
+/// is tried, so that the one that ended the process is known.
+class TTearing {
+ public:
+  explicit TTearing(const std::vector<std::string>& Words)
+      : Machine{Words.at(0)},
+        Kind(Kinds.at(std::stoul(Words.at(1)))),
+        Operation(Kind.Operations.at(std::stoul(Words.at(2)))),
+        Stride(std::stoul(Words.at(4))),
+        State(Words.at(0)),
+        Told(std::fopen(Words.at(5).c_str(), "ab")) {}
+  int Run(size_t First);
+
+ private:
+  std::string TryOne(const std::string& Content);
+
+  const TPlaces Machine;
+  const TTorn& Kind;
+  const TOperation& Operation;
+  const size_t Stride;
+  TState State;
+  std::FILE* const Told;
+  std::string Name;
+  TTree Service, App;
+};
+
+/// What is wrong, or "".
+std::string TTearing::TryOne(const std::string& Content) {
+  Plant(Machine.Service(), Service);
+  Plant(Machine.App(), App);
+  const std::string Path = Machine.Service(Name);
+  Write(Path, Content);
+  const HRESULT Result = Operation.Run(State);
+  const std::string Message = FAILED(Result) ? ErrorText() : "";
+  const TTree Now = TreeOf(Machine.Service());
+  if (FAILED(Result) && Message.empty()) return "failed without a message";
+  if (Result != S_OK && SUCCEEDED(Result)) return "an odd success";
+  for (const auto& [Other, Entry] : Service) {
+    const bool IsItem = Other.starts_with("Backup\\") && Other != Name;
+    const auto Found = Now.find(Other);
+    if (IsItem && (Found == Now.end() || Found->second.Content != Entry.Content)) return "destroyed " + Other;
+  }
+  // A failure leaves the torn file for those who can mend it, but for the entries behind the damage that a rollback had
+  // undone by then; a copy has taken its file's place.
+  const bool LeftAlone = Content.starts_with(Read(Path)) ||
+                         (Kind.IsCopy && Content.starts_with(Read(Path.substr(0, Path.size() - CopyExtension))));
+  if (FAILED(Result) && !LeftAlone) return "failed and changed the torn file";
+  for (const char* Untouched : {"data.bin", "cache\\pages\\17.dat", "docs\\sub\\two.txt"})
+    if (Read(Machine.App(Untouched)) != App.at(Untouched).Content) return std::string("destroyed ") + Untouched;
+  return "";
+}
+
+int TTearing::Run(size_t First) {
+  Name = Kind.File(State);
+  const std::string Whole = Read(Machine.Service(Kind.IsCopy ? Name.substr(0, Name.size() - CopyExtension) : Name));
+  Service = TreeOf(Machine.Service());
+  App = TreeOf(Machine.App());
+  const std::vector<std::string> Contents = TornContents(Whole);
+  for (size_t At = First; At < Contents.size(); At += Stride) {
+    std::fprintf(Told, "%u ", static_cast<unsigned>(At));
+    std::fflush(Told);
+    const std::string Wrong = TryOne(Contents[At]);
+    std::fprintf(Told, "%s\n", Wrong.c_str());
+    std::fflush(Told);
+  }
+  std::fprintf(Told, "end\n");
+  return std::fclose(Told);
+}
+
+/// Lets processes tear until every content was tried; one that a content ends is followed by another.
+void Tear(TMachine& Machine, size_t KindNumber, size_t OperationNumber, size_t Stride, TResult& Result) {
+  const TTorn& Kind = Kinds[KindNumber];
+  const std::string Who = std::string(Kind.Name) + ", " + Kind.Operations[OperationNumber].Name;
+  const std::string ToldFile = Machine.Root() + "\\told.txt";
+  DeleteFileA(ToldFile.c_str());
+  size_t First = 0;
+  for (bool Ended = false; !Ended;) {
+    Machine.LayOut();
+    DeleteFileA(ToldFile.c_str());
+    TRole("torn", {Machine.Root(), std::to_string(KindNumber), std::to_string(OperationNumber), std::to_string(First),
+                   std::to_string(Stride), ToldFile})
+        .Wait();
+    const std::string Told = Exists(ToldFile) ? Read(ToldFile) : "";
+    size_t Begin = 0, Tried = 0;
+    for (size_t End; (End = Told.find('\n', Begin)) != std::string::npos; Begin = End + 1) {
+      const std::string Line = Told.substr(Begin, End - Begin);
+      if (Line == "end") {
+        Ended = true;
+        continue;
+      }
+      const size_t Blank = Line.find(' ');
+      First = std::stoul(Line) + Stride;
+      ++Result.Cases, ++Tried;
+      if (Blank + 1 == Line.size())
+        ++Result.Good;
+      else
+        Result.Bad.push_back(Who + ", content " + Line);
+    }
+    if (Ended) return;
+    ++Result.Cases;
+    Result.Bad.push_back(Who + ": the process died or hung at content " + Told.substr(Begin));
+    if (Tried == 0 && Begin == Told.size()) return;  // it never began
+    if (Begin < Told.size()) First = std::stoul(Told.substr(Begin)) + Stride;
+  }
+}
+
+}  // namespace
+
+/// torn ROOT KIND OPERATION FIRST STRIDE TOLD-FILE
+int PlayTorn(const std::vector<std::string>& Words) {
+  RegisterActive(new TScriptedDialog, CLSID_UDialog);
+  TTearing Tearing(Words);
+  const TNoPauses NoPauses;
+  return Tearing.Run(std::stoul(Words.at(3)));
+}
+
+TResult TornFiles(const TPlan& Plan) {
+  TMachine Machine;
+  TComRef<IClassFactory> Loaded;
+  if (FAILED(
+          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
+    throw ETorture("the library is not registered");
+  constexpr size_t QuickStride = 7;
+  TResult Result;
+  int Number = 0;
+  for (size_t Kind = 0; Kind < Kinds.size(); ++Kind)
+    for (size_t Operation = 0; Operation < Kinds[Kind].Operations.size(); ++Operation)
+      if (Number++ % Plan.Shards == Plan.Shard) {
+        Tear(Machine, Kind, Operation, Plan.Full ? 1 : QuickStride, Result);
+        TellProgress("torn", Result.Cases, -1);
+      }
+  return Result;
+}

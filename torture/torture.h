@@ -1,0 +1,59 @@
+#pragma once
+
+#include "machine.h"
+#include "support/child.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// What keeps a part from being carried out at all.
+struct ETorture : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// How much is done, and which share of it by this process: several processes, each in a prefix of its own, divide a
+/// part's cases among themselves.
+struct TPlan {
+  bool Full = false;
+  int Shard = 0, Shards = 1;
+  /// Whether a case with this number is this process's. The cases of a quick plan are every `Stride`-th.
+  bool Takes(int Number, int Stride = 1) const {
+    return (Full || Number % Stride == 0) && (Full ? Number : Number / Stride) % Shards == Shard;
+  }
+};
+
+/// What a part came to. `Cases` are those that were carried out; each of them is in one of the counts below.
+struct TResult {
+  int Cases = 0, Good = 0;
+  std::map<std::string, int> Notes{};  ///< what else was counted: known remains and so on
+  std::vector<std::string> Bad{};      ///< one text a case: which, and what differs
+  bool Skipped = false;                ///< the part cannot be divided, and another process has it
+};
+
+/// A part is a row of the list in torture_main.cpp.
+struct TPart {
+  const char* Name;
+  const char* What;
+  TResult (*Run)(const TPlan& Plan);
+};
+
+TResult KillMatrix(const TPlan& Plan);
+TResult TornFiles(const TPlan& Plan);
+TResult FaultMatrix(const TPlan& Plan);
+TResult ManyAtOnce(const TPlan& Plan);
+TResult LongLife(const TPlan& Plan);
+
+/// A process of this program in a role; see roles.cpp.
+class TRole final : public TChild {
+ public:
+  TRole(const std::string& Role, std::vector<std::string> Arguments);
+};
+/// Runs the role that the words after --role name; gives the exit status.
+int PlayRole(const std::vector<std::string>& Words);
+
+/// Tells how far a part has come, now and then.
+void TellProgress(const char* Part, int Done, int Of);

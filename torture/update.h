@@ -1,0 +1,39 @@
+#pragma once
+
+#include "machine.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// One update of everything: every kind of change that the system offers, one step after the other, on the sample
+/// application of machine.h.
+
+/// The objects of one process that updates.
+struct TUpdater {
+  explicit TUpdater(const std::string& Root) : Places{Root} {}
+
+  TPlaces Places;
+  TComRef<IUFile> File = Make<IUFile>(CLSID_UFile);
+  TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
+  TComRef<IUBackup> Backup = Make<IUBackup>(CLSID_UBackup);
+  TComRef<IUTransactionLog> Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
+  TComRef<IUHistory> History = Make<IUHistory>(CLSID_UHistory);
+  TComRef<IUMacro> Macro = Make<IUMacro>(CLSID_UMacro);
+};
+
+struct TStep {
+  std::string Name;
+  std::function<HRESULT(TUpdater&)> Run;
+};
+const std::vector<TStep>& UpdateSteps();
+
+/// Runs the steps until one fails, whose name is left in `Failed`; "" when all went well. The answers of the user, when
+/// a step asks whether to overwrite, are the caller's business: Yes.
+HRESULT RunUpdate(TUpdater& Updater, std::string& Failed);
+/// Back to the beginning of the transaction log.
+HRESULT RollBackAll();
+
+/// What a rollback leaves although it was not there before, because no rule takes it away: folders and registry keys
+/// and values that logged calls created. Removes those lines from a difference and gives how many there were.
+int RemoveKnownRemains(std::string& Difference);
