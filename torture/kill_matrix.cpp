@@ -127,9 +127,8 @@ TResult TKillMatrix::Run(const TPlan& Plan) {
   constexpr size_t QuickCount = 150;
   if (!Plan.Full) Deaths = SampleOf(Deaths, QuickCount);
   for (size_t At = 0; At < Deaths.size(); ++At) {
-    const int Number = static_cast<int>(At);
-    if (Number % Plan.Shards != Plan.Shard) continue;
-    Visit(Deaths[At], Number);
+    if (!Plan.Takes(At, Deaths[At].Text())) continue;
+    Visit(Deaths[At], static_cast<int>(At));
     TellProgress("kill", Result.Cases, static_cast<int>(Deaths.size()) / Plan.Shards);
   }
   Result.Notes["changing calls of the update"] = static_cast<int>(Update.size());

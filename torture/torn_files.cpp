@@ -252,12 +252,11 @@ TResult TornFiles(const TPlan& Plan) {
     throw ETorture("the library is not registered");
   constexpr size_t QuickStride = 7;
   TResult Result;
-  int Number = 0;
+  size_t Number = 0;
   for (size_t Kind = 0; Kind < Kinds.size(); ++Kind)
     for (size_t Operation = 0; Operation < Kinds[Kind].Operations.size(); ++Operation)
-      if (Number++ % Plan.Shards == Plan.Shard) {
+      if (Plan.Takes(Number++, Kinds[Kind].Name)) {
         Tear(Machine, Kind, Operation, Plan.Full ? 1 : QuickStride, Result);
-        TellProgress("torn", Result.Cases, -1);
       }
   return Result;
 }

@@ -20,9 +20,10 @@ struct ETorture : std::runtime_error {
 struct TPlan {
   bool Full = false;
   int Shard = 0, Shards = 1;
-  /// Whether a case with this number is this process's. The cases of a quick plan are every `Stride`-th.
-  bool Takes(int Number, int Stride = 1) const {
-    return (Full || Number % Stride == 0) && (Full ? Number : Number / Stride) % Shards == Shard;
+  std::string Match;  ///< the text of a case must have this in it
+  /// Whether a case is this process's.
+  bool Takes(size_t Number, const std::string& Text) const {
+    return Number % static_cast<size_t>(Shards) == static_cast<size_t>(Shard) && Text.find(Match) != std::string::npos;
   }
 };
 

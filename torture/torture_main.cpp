@@ -20,6 +20,7 @@ constexpr char Usage[] =
     "  --quick      a fixed sample of the cases (the default)\n"
     "  --full       all of them\n"
     "  --only PART  this part and no other; may be repeated\n"
+    "  --match TEXT of kill and fault, the cases whose description has this in it\n"
     "  --shard I/N  every N-th case, beginning with the I-th (from 0)\n"
     "  --json FILE  where the results go; results.json in the current folder by default\n"
     "  --list       lists the parts\n\n"
@@ -120,6 +121,8 @@ int Run(const std::vector<std::string>& Words) {
       Options.Plan.Full = Word == "--full";
     else if (Word == "--only")
       Options.Only.push_back(PartNamed(Next()).Name);
+    else if (Word == "--match")
+      Options.Plan.Match = Next();
     else if (Word == "--shard")
       Options.Plan = Sharded(Options.Plan, Next());
     else if (Word == "--json")

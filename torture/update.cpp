@@ -14,7 +14,9 @@ Text KeyName(const std::string& Below = "") {
 
 /// A change that no method makes: the updater's own, after it has saved what it changes.
 HRESULT Overwrite(const std::string& Path, const std::string& Content) {
+  constexpr uint64_t LastAccess = 160000000000000000, LastWrite = 132000000000000000;
   Write(Path, Content);
+  SetTimes(Path, LastAccess, LastWrite);
   return S_OK;
 }
 HRESULT SetNumber(const wchar_t* Key, const wchar_t* Name, char Number) {

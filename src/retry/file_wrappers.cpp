@@ -211,7 +211,12 @@ bool FileExistsByFind(const std::string& FileName) {
   WIN32_FIND_DATAA Entry;
   NextCallId();
   TFindHandle Search(FindFirstFileA(FileName.c_str(), &Entry));
-  if (!Search) return false;
+  if (!Search) {
+    // A search can fail for reasons of its own. Callers take "no" as leave to create the file, and to delete it when
+    // they undo that, so a file that is there must not be missed.
+    const DWORD Attributes = GetFileAttributesA(FileName.c_str());
+    return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);
+  }
   RetryFindClose(FileName, Search);
   return true;
 }
