@@ -1,11 +1,14 @@
 #include "changes/com_registration.h"
 
-#include "changes/guarded_call.h"
 #include "retry/file_wrappers.h"
+#include "retry/guarded_call.h"
 #include "retry/module_wrappers.h"
 #include "server/arguments.h"
 #include "server/environment.h"
 #include "server/paths.h"
+
+#include <optional>
+#include <stdexcept>
 
 namespace {
 
@@ -41,27 +44,49 @@ bool SwallowingQuietly(TStep Step) {
   }
 }
 
-using TServerFunction = HRESULT(STDAPICALLTYPE*)();
-
-TServerFunction FindServerFunction(const std::string& File, const TModuleHandle& Module, const char* Name) {
-  return reinterpret_cast<TServerFunction>(reinterpret_cast<void*>(RetryGetProcAddress(File, Module.Get(), Name)));
+/// Calls a module's registration function and gives its result. What the function raises is a failure like any other.
+HRESULT CallServerFunction(FARPROC Found, const char* Name) {
+  using TServerFunction = HRESULT(STDAPICALLTYPE*)();
+  const auto Function = reinterpret_cast<TServerFunction>(reinterpret_cast<void*>(Found));
+  HRESULT Result = S_OK;
+  const DWORD Exception = RunGuarded([&] { Result = Function(); });
+  if (Exception) throw std::runtime_error(FormatText("'%s' ended with exception %x.", {Name, uint32_t{Exception}}));
+  return Result;
 }
 
-/// The attributes of a type library, released with their owner.
-struct TLibraryAttributes {
-  ITypeLib& Library;
+/// The system's own functions leave no error information: what the thread has is that of an earlier call.
+void CheckSystemCall(HRESULT Result) {
+  if (FAILED(Result)) throw EFailure(Result, ToWide(SystemErrorText(static_cast<DWORD>(Result))));
+}
+
+/// A type library with its attributes, which are released first.
+class TLoadedLibrary {
+ public:
+  TLoadedLibrary(const std::string& File, BSTR WideFile) : Library(RetryLoadTypeLib(File, ViewOf(WideFile))) {
+    CheckSystemCall(Library->GetLibAttr(&Attributes));
+  }
+  ~TLoadedLibrary() { Library->ReleaseTLibAttr(Attributes); }
+  TLoadedLibrary(const TLoadedLibrary&) = delete;
+  TLoadedLibrary& operator=(const TLoadedLibrary&) = delete;
+
+  /// The folder of the library's help file, with its last backslash; empty without a help file.
+  std::wstring HelpFolder() const {
+    constexpr int WholeLibrary = -1;
+    TBstr HelpFile;
+    CheckSystemCall(Library->GetDocumentation(WholeLibrary, nullptr, nullptr, nullptr, HelpFile.Out()));
+    return ToWide(FolderPrefix(ToAnsi(ViewOf(HelpFile.Get()))));
+  }
+
+  const TComRef<ITypeLib> Library;
   TLIBATTR* Attributes = nullptr;
-  explicit TLibraryAttributes(ITypeLib& From) : Library(From) { CheckCall(Library.GetLibAttr(&Attributes)); }
-  ~TLibraryAttributes() { Library.ReleaseTLibAttr(Attributes); }
-  TLibraryAttributes(const TLibraryAttributes&) = delete;
-  TLibraryAttributes& operator=(const TLibraryAttributes&) = delete;
 };
 
-std::wstring HelpFolder(ITypeLib& Library) {
-  constexpr int WholeLibrary = -1;
-  TBstr HelpFile;
-  CheckCall(Library.GetDocumentation(WholeLibrary, nullptr, nullptr, nullptr, HelpFile.Out()));
-  return ToWide(FolderPrefix(ToAnsi(ViewOf(HelpFile.Get()))));
+using TUnregisterTypeLib = HRESULT(WINAPI*)(REFGUID, WORD, WORD, LCID, SYSKIND);
+
+TUnregisterTypeLib FindUnregisterTypeLib() {
+  constexpr char Module[] = "OLEAUT32.DLL";
+  const FARPROC Found = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), "UnRegisterTypeLib");
+  return reinterpret_cast<TUnregisterTypeLib>(reinterpret_cast<void*>(Found));
 }
 
 std::string ExtensionOf(const std::string& File) {
@@ -87,7 +112,8 @@ HRESULT TUCom::RegServer(BSTR FileName) {
     const std::string File = FileNameArgument(FileName);
     TModuleHandle Module = RetryLoadLibrary(File);
     try {
-      const HRESULT Result = CallGuarded(FindServerFunction(File, Module, "DllRegisterServer"), "DllRegisterServer");
+      constexpr char Name[] = "DllRegisterServer";
+      const HRESULT Result = CallServerFunction(RetryGetProcAddress(File, Module.Get(), Name), Name);
       if (Result != S_OK) FailureStep(RegistrationFailed, FormatMessageText(MsgRegisterServerFailed, File));
     } catch (...) {
       SwallowingQuietly([&] { RetryFreeLibrary(File, Module); });  // the first failure is the one to tell
@@ -105,9 +131,10 @@ HRESULT TUCom::UnRegServer(BSTR FileName) {
     const bool Exists = FileExistsByFind(File);
     TModuleHandle Module;
     if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(File); })) {
-      TServerFunction Unregister = nullptr;
-      if (SwallowingQuietly([&] { Unregister = FindServerFunction(File, Module, "DllUnregisterServer"); }))
-        Swallowing(Log, "UnRegServer", [&] { CallGuarded(Unregister, "DllUnregisterServer"); });
+      constexpr char Name[] = "DllUnregisterServer";
+      FARPROC Unregister = nullptr;
+      if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(File, Module.Get(), Name); }))
+        Swallowing(Log, "UnRegServer", [&] { CallServerFunction(Unregister, Name); });
       SwallowingQuietly([&] { RetryFreeLibrary(File, Module); });
     }
     Log.End(LogText("UnRegServer", Exists));
@@ -120,13 +147,10 @@ HRESULT TUCom::RegTLB(BSTR FileName) {
   return SafeCall([&] {
     TLogScope Log(DebugLog.Get(), LogName, LogText("RegTLB", FileName));
     const std::string File = FileNameArgument(FileName);
-    std::wstring WideFile(ViewOf(FileName));
     {
-      const TComRef<ITypeLib> Library = RetryLoadTypeLib(File, WideFile);
-      // A library whose attributes cannot be read is not registered.
-      const TLibraryAttributes Attributes(*Library);
-      std::wstring Help = HelpFolder(*Library);
-      CheckCall(RegisterTypeLib(Library.Get(), WideFile.data(), Help.data()));
+      const TLoadedLibrary Loaded(File, FileName);
+      std::wstring WideFile(ViewOf(FileName)), Help = Loaded.HelpFolder();
+      CheckSystemCall(RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()));
     }
     Log.End(LogText("RegTLB"));
   });
@@ -134,24 +158,19 @@ HRESULT TUCom::RegTLB(BSTR FileName) {
 
 HRESULT TUCom::UnRegTLB(BSTR FileName) {
   return SafeCall([&] {
-    using TUnregister = HRESULT(WINAPI*)(REFGUID, WORD, WORD, LCID, SYSKIND);
     TLogScope Log(DebugLog.Get(), LogName, LogText("UnRegTLB", FileName));
     const std::string File = FileNameArgument(FileName);
     const bool Exists = FileExistsByFind(File);
     bool Failed = false;
-    TLIBATTR Attributes{};
-    const auto ReadAttributes = [&] {
-      const TComRef<ITypeLib> Library = RetryLoadTypeLib(File, std::wstring(ViewOf(FileName)));
-      Attributes = *TLibraryAttributes(*Library).Attributes;
-    };
-    if (Exists && Swallowing(Log, "UnRegTLB", ReadAttributes)) {
-      const HMODULE OleAutomation = RetryGetModuleHandle("OLEAUT32.DLL");
-      const auto Unregister = reinterpret_cast<TUnregister>(
-          reinterpret_cast<void*>(RetryGetProcAddress("OLEAUT32.DLL", OleAutomation, "UnRegisterTypeLib")));
-      Failed = !Swallowing(Log, "UnRegTLB", [&] {
-        CheckCall(Unregister(Attributes.guid, Attributes.wMajorVerNum, Attributes.wMinorVerNum, Attributes.lcid,
-                             Attributes.syskind));
-      });
+    {
+      std::optional<TLoadedLibrary> Loaded;
+      if (Exists && Swallowing(Log, "UnRegTLB", [&] { Loaded.emplace(File, FileName); })) {
+        const TLIBATTR& Own = *Loaded->Attributes;
+        const auto Unregister = FindUnregisterTypeLib();
+        Failed = !Swallowing(Log, "UnRegTLB", [&] {
+          CheckSystemCall(Unregister(Own.guid, Own.wMajorVerNum, Own.wMinorVerNum, Own.lcid, Own.syskind));
+        });
+      }
     }
     Log.End(LogText("UnRegTLB", Exists, Failed));
   });

@@ -1,6 +1,6 @@
 #include "changes/folder_tree.h"
 
-#include "server/handles.h"
+#include "retry/file_wrappers.h"
 #include "server/paths.h"
 
 namespace {
@@ -16,17 +16,26 @@ std::string SearchPrefix(const std::string& Folder) {
 
 bool IsBareDrive(const std::string& Folder) { return Folder.size() == 2 && Folder[1] == ':'; }
 
-bool IsLink(DWORD Attributes) { return (Attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
-
-bool IsSkipped(const WIN32_FIND_DATAA& Entry) {
-  const bool Folder = (Entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  return Entry.cFileName[0] == '.' || Entry.dwFileAttributes == VolumeLabel ||
-         (!Folder && (Entry.dwFileAttributes & VolumeLabel) != 0);
+/// Whether the folder is a place of its own that only refers to another one. A drive is none, whatever it is made of.
+bool IsLink(const std::string& Folder, DWORD Attributes) {
+  const bool Drive = Folder.size() == 1 || (Folder.size() <= 3 && Folder[1] == ':');
+  return !Drive && (Attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-bool DeleteEntry(const std::string& Path, DWORD Attributes, bool RemoveFolder) {
-  if (Attributes & FILE_ATTRIBUTE_DIRECTORY) return DeleteFolderTree(Path, RemoveFolder);
-  if (Attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesA(Path.c_str(), FILE_ATTRIBUTE_ARCHIVE);
+bool IsSkipped(const WIN32_FIND_DATAA& Entry) {
+  return Entry.cFileName[0] == '.' || Entry.dwFileAttributes == VolumeLabel ||
+         (!IsFolder(Entry) && (Entry.dwFileAttributes & VolumeLabel) != 0);
+}
+
+/// False for what the code page made of characters that it lacks: some become backslashes, and the name would lead to
+/// another folder.
+bool IsPlainName(const std::string& Name) { return NamePart(Name) == Name && Name.find('/') == std::string::npos; }
+
+bool DeleteEntry(const std::string& Prefix, const WIN32_FIND_DATAA& Entry, bool RemoveFolder) {
+  const std::string Path = Prefix + Entry.cFileName;
+  if (!IsPlainName(Entry.cFileName)) return false;
+  if (IsFolder(Entry)) return DeleteFolderTree(Path, RemoveFolder);
+  if (Entry.dwFileAttributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesA(Path.c_str(), FILE_ATTRIBUTE_ARCHIVE);
   return DeleteFileA(Path.c_str()) != FALSE;
 }
 
@@ -34,10 +43,10 @@ bool DeleteEntry(const std::string& Path, DWORD Attributes, bool RemoveFolder) {
 bool DeleteEntries(const std::string& Prefix, bool RemoveFolder) {
   WIN32_FIND_DATAA Entry;
   const TFindHandle Search(FindFirstFileA((Prefix + "*.*").c_str(), &Entry));
-  if (!Search) return GetLastError() == ERROR_FILE_NOT_FOUND;  // an empty drive has not even "."
+  if (!Search) return false;
   bool All = true;
   do {
-    if (!IsSkipped(Entry)) All = DeleteEntry(Prefix + Entry.cFileName, Entry.dwFileAttributes, RemoveFolder) && All;
+    if (!IsSkipped(Entry)) All = DeleteEntry(Prefix, Entry, RemoveFolder) && All;
   } while (FindNextFileA(Search.Get(), &Entry));
   return GetLastError() == ERROR_NO_MORE_FILES && All;
 }
@@ -47,7 +56,7 @@ bool DeleteEntries(const std::string& Prefix, bool RemoveFolder) {
 bool DeleteFolderTree(const std::string& Folder, bool RemoveFolder) {
   const DWORD Attributes = GetFileAttributesA(Folder.c_str());
   if (Attributes == INVALID_FILE_ATTRIBUTES || !(Attributes & FILE_ATTRIBUTE_DIRECTORY)) return false;
-  if (IsLink(Attributes)) return RemoveFolder && RemoveDirectoryA(Folder.c_str());
+  if (IsLink(Folder, Attributes)) return false;
   const bool All = DeleteEntries(SearchPrefix(Folder), RemoveFolder);
   if (!All || !RemoveFolder || IsBareDrive(Folder)) return All;
   return RemoveDirectoryA(Folder.c_str()) != FALSE;

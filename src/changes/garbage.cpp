@@ -9,6 +9,8 @@
 
 #include <shlwapi.h>
 
+#include <new>
+
 namespace {
 
 constexpr wchar_t LogName[] = L"UGarbage";
@@ -24,10 +26,25 @@ void RequireLine(const std::string& Name) {
     throw EFailure(E_INVALIDARG, L"A name in a garbage list must not be empty or hold a line break.");
 }
 
-// ---- Removing. Entries that fail are dropped, so nothing here looks at results.
+/// Takes back what a failed write left: half of a line could name something that nobody listed.
+void CutBack(HANDLE File, int64_t Size) {
+  LARGE_INTEGER Target;
+  Target.QuadPart = Size;
+  if (Size >= 0 && SetFilePointerEx(File, Target, nullptr, FILE_BEGIN)) SetEndOfFile(File);
+}
 
-void RemoveFile(const std::string& Line) { DeleteFileA(Line.c_str()); }
-void RemoveFolder(const std::string& Line) { DeleteFolderTree(Line, true); }
+// ---- Removing. An entry that cannot be removed is dropped, so nothing here looks at results. False stands for a line
+// that cannot be understood.
+
+bool RemoveFile(const std::string& Line) {
+  DeleteFileA(Line.c_str());
+  return true;
+}
+
+bool RemoveFolder(const std::string& Line) {
+  DeleteFolderTree(Line, true);
+  return true;
+}
 
 /// The handle of a line's root; null for a number that names none, which could be any handle of this process.
 HKEY RootHandle(uint32_t RootKey) {
@@ -36,53 +53,55 @@ HKEY RootHandle(uint32_t RootKey) {
   return Known ? reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(RootKey))) : nullptr;
 }
 
-TRegistryLine RequireRegistryLine(const std::string& Line) {
-  const auto Parsed = ParseRegistryLine(Line);
-  if (!Parsed) throw EFailure(E_UNEXPECTED, L"A line of a garbage list does not begin with a number.");
-  return *Parsed;
-}
-
 bool NamesAKey(const std::string& Path) { return Path.find_first_not_of('\\') != std::string::npos; }
 
-void RemoveKey(const std::string& Line) {
-  const TRegistryLine Key = RequireRegistryLine(Line);
+bool RemoveKey(const std::string& Line) {
+  const TSplit Fields = SplitAtBlank(Line);
+  const std::optional<uint32_t> Root = ParseRoot(Fields.First);
+  const std::string Path(Fields.Second);
   // Without a path the whole root would go.
-  if (RootHandle(Key.RootKey) && NamesAKey(Key.Rest)) SHDeleteKeyA(RootHandle(Key.RootKey), Key.Rest.c_str());
+  if (Root && RootHandle(*Root) && NamesAKey(Path)) SHDeleteKeyA(RootHandle(*Root), Path.c_str());
+  return Root.has_value();
 }
 
-void RemoveValue(const std::string& Line) {
-  const TRegistryLine Value = RequireRegistryLine(Line);
-  const TSplit Names = SplitAtBlank(Value.Rest);
+bool RemoveValue(const std::string& Line) {
+  const TSplit Fields = SplitAtBlank(Line), Names = SplitAtBlank(Fields.Second);
+  const std::optional<uint32_t> Root = ParseRoot(Fields.First);
+  const std::string Path(Names.First), Value(Names.Second);
   TRegistryKey Key;
-  if (RootHandle(Value.RootKey) &&
-      RegOpenKeyExA(RootHandle(Value.RootKey), Names.First.c_str(), 0, KEY_ALL_ACCESS, Key.Out()) == ERROR_SUCCESS)
-    RegDeleteValueA(Key.Get(), Names.Second.c_str());
+  if (Root && RootHandle(*Root) &&
+      RegOpenKeyExA(RootHandle(*Root), Path.c_str(), 0, KEY_ALL_ACCESS, Key.Out()) == ERROR_SUCCESS)
+    RegDeleteValueA(Key.Get(), Value.c_str());
+  return Root.has_value();
 }
 
-std::string ReadList(const std::string& Path) {
+/// The whole text of a list; nothing when it cannot be read, or is larger than any that was written.
+std::optional<std::string> ReadList(const std::string& Path) {
+  constexpr int64_t LargestList = 256 << 20;
   const TFileHandle File(
       CreateFileA(Path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  constexpr int64_t LargestList = 256 << 20;
   const int64_t Size = File ? PlainFileSize(File.Get()) : -1;
-  std::string Text(static_cast<size_t>(Size < 0 || Size > LargestList ? 0 : Size), '\0');
+  if (Size < 0 || Size > LargestList) return std::nullopt;
+  std::string Text(static_cast<size_t>(Size), '\0');
   DWORD BytesRead = 0;
-  if (Size < 0 || Size > LargestList ||
-      !ReadFile(File.Get(), Text.data(), static_cast<DWORD>(Text.size()), &BytesRead, nullptr) ||
-      BytesRead != Text.size())
-    throw EFailure(E_UNEXPECTED, L"A garbage list cannot be read.");
-  return Text;
+  const bool Read = ReadFile(File.Get(), Text.data(), static_cast<DWORD>(Text.size()), &BytesRead, nullptr) != FALSE;
+  return Read && BytesRead == Text.size() ? std::optional(std::move(Text)) : std::nullopt;
 }
 
 /// One list. What goes wrong ends it and leaves its file, whole, for the next time; the other lists do not suffer.
-void ProcessList(const char* ListName, void (*Remove)(const std::string& Line)) {
-  const std::string Path = ListPath(ListName);
+void ProcessList(const char* ListName, bool (*Remove)(const std::string& Line)) {
   // Read and deleted under the mutex, so that no line is appended in between and lost. The semaphore is not taken here.
   TNamedLock::TOwner Owner(ListLock);
   try {
-    if (!FileExistsByFind(Path)) return;
-    for (const std::string& Line : SplitLines(ReadList(Path))) Remove(Line);
+    const std::string Path = ListPath(ListName);
+    const std::optional<std::string> Text = ReadList(Path);
+    if (!Text) return;
+    for (std::string_view Rest = *Text; const auto Line = TakeLine(Rest);) {
+      // The system would see a line with a NUL as a shorter one, which names something else.
+      if (Line->find('\0') == std::string_view::npos && !Remove(std::string(*Line))) return;
+    }
     DeleteFileA(Path.c_str());
-  } catch (const EFailure&) {
+  } catch (const std::bad_alloc&) {
     // The list stays.
   }
 }
@@ -142,7 +161,13 @@ void TUGarbage::WriteToGrbFile(const char* ListName, const std::string& Line) {
     const TNamedLock::THold Hold(Owner);
     TFileHandle File = RetryCreateFile(Path, GENERIC_WRITE, 0, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL);
     RetrySetFilePointer(Path, File.Get(), 0, FILE_END);
-    RetryWriteFile(Path, File.Get(), Bytes.data(), true, static_cast<DWORD>(Bytes.size()));
+    const int64_t End = PlainFileSize(File.Get());
+    try {
+      RetryWriteFile(Path, File.Get(), Bytes.data(), true, static_cast<DWORD>(Bytes.size()));
+    } catch (const EFailure&) {
+      CutBack(File.Get(), End);
+      throw;
+    }
     RetryFlushFileBuffers(Path, File.Get());
     RetryCloseHandle(Path, File);
   }

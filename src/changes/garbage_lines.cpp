@@ -1,28 +1,25 @@
 #include "changes/garbage_lines.h"
 
+#include <algorithm>
 #include <charconv>
 
-std::vector<std::string> SplitLines(std::string_view Text) {
-  std::vector<std::string> Lines;
-  for (size_t At = 0; At < Text.size();) {
-    const size_t End = std::min(Text.find_first_of("\r\n", At), Text.size());
-    Lines.emplace_back(Text.substr(At, End - At));
-    At = End + (Text.substr(End, 2) == "\r\n" ? 2 : 1);
-  }
-  return Lines;
+std::optional<std::string_view> TakeLine(std::string_view& Text) {
+  if (Text.empty()) return std::nullopt;
+  const size_t End = std::min(Text.find_first_of("\r\n"), Text.size());
+  const std::string_view Line = Text.substr(0, End), Break = Text.substr(End);
+  Text.remove_prefix(std::min(End + (Break.starts_with("\r\n") ? 2 : 1), Text.size()));
+  return Line;
 }
 
 TSplit SplitAtBlank(std::string_view Text) {
-  const size_t Blank = Text.find(' ');
-  if (Blank == std::string_view::npos) return {std::string(Text), ""};
-  return {std::string(Text.substr(0, Blank)), std::string(Text.substr(Blank + 1))};
+  const size_t Blank = std::min(Text.find(' '), Text.size());
+  return {Text.substr(0, Blank), Text.substr(std::min(Blank + 1, Text.size()))};
 }
 
-std::optional<TRegistryLine> ParseRegistryLine(std::string_view Line) {
-  const TSplit Parts = SplitAtBlank(Line);
+std::optional<uint32_t> ParseRoot(std::string_view Field) {
   int64_t Root = 0;
-  const char* const End = Parts.First.data() + Parts.First.size();
-  const auto Parsed = std::from_chars(Parts.First.data(), End, Root);
+  const char* const End = Field.data() + Field.size();
+  const auto Parsed = std::from_chars(Field.data(), End, Root);
   if (Parsed.ec != std::errc() || Parsed.ptr != End) return std::nullopt;
-  return TRegistryLine{static_cast<uint32_t>(Root), Parts.Second};
+  return static_cast<uint32_t>(Root);
 }

@@ -4,23 +4,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// The text of the garbage lists, apart from the files that hold it.
 
-/// The lines of a list; they end at CR, LF or CR LF. A last line without an end counts.
-std::vector<std::string> SplitLines(std::string_view Text);
-
-/// A line of the two registry lists: the root as a decimal number of up to 64 bits, a blank, the rest.
-struct TRegistryLine {
-  uint32_t RootKey;  ///< the low 32 bits of the number
-  std::string Rest;
-};
-/// Nothing when the first field is not a number.
-std::optional<TRegistryLine> ParseRegistryLine(std::string_view Line);
+/// Takes the next line off the front of `Text`; nothing when it is at its end. Lines end at CR, LF or CR LF; a last one
+/// without an end counts.
+std::optional<std::string_view> TakeLine(std::string_view& Text);
 
 /// The two parts of a text around its first blank; the second is empty when there is none.
 struct TSplit {
-  std::string First, Second;
+  std::string_view First, Second;
 };
 TSplit SplitAtBlank(std::string_view Text);
+
+/// The root of a registry line: the low 32 bits of a decimal number of up to 64. Nothing when it is not a number.
+std::optional<uint32_t> ParseRoot(std::string_view Field);

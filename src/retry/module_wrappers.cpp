@@ -1,5 +1,18 @@
 #include "retry/module_wrappers.h"
 
+#include "retry/guarded_call.h"
+
+namespace {
+
+/// The platform's reader may fall over a file that is cut off; that, too, is a library that cannot be loaded.
+HRESULT LoadTypeLibGuarded(const std::wstring& Path, ITypeLib** Library) {
+  HRESULT Result = TYPE_E_CANTLOADLIBRARY;
+  RunGuarded([&] { Result = LoadTypeLib(Path.c_str(), Library); });
+  return Result;
+}
+
+}  // namespace
+
 TModuleHandle RetryLoadLibrary(const std::string& FileName) {
   TModuleHandle Module;
   TRetryCall Call(Standard, LogText("RetryLoadLibrary", FileName));
@@ -14,8 +27,9 @@ TModuleHandle RetryLoadLibrary(const std::string& FileName) {
 }
 
 void RetryFreeLibrary(const std::string& FileName, TModuleHandle& Module) {
-  const HMODULE Loaded = Module.Detach();
   TRetryCall Call(Standard, LogText("RetryFreeLibrary", FileName));
+  // Not before: when the Begin line cannot be written, the module goes with its owner.
+  const HMODULE Loaded = Module.Detach();
   Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, FileName);
   Call.End(L"RetryFreeLibrary");
 }
@@ -38,11 +52,11 @@ HMODULE RetryGetModuleHandle(const std::string& FileName) {
   return Module;
 }
 
-TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, const std::wstring& WideFileName) {
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, std::wstring_view WideFileName) {
   TComRef<ITypeLib> Library;
+  const std::wstring Path(WideFileName);
   TRetryCall Call(Standard, LogText("RetryLoadTypeLib", FileName));
-  Call.Until([&] { return ByHResult(LoadTypeLib(WideFileName.c_str(), Library.Out())); }, MsgCannotLoadTypeLibrary,
-             FileName);
+  Call.Until([&] { return ByHResult(LoadTypeLibGuarded(Path, Library.Out())); }, MsgCannotLoadTypeLibrary, FileName);
   Call.End(L"RetryLoadTypeLib");
   return Library;
 }
