@@ -1,45 +1,26 @@
 // Type libraries: one that is made here, with and without a help file, and what is left when it is cut off.
 
 #include "changes/com_test.h"
+#include "support/type_library.h"
 
 namespace {
 
 using TLines = std::vector<std::string>;
 
-constexpr char LibraryId[] = "{3F0C6A52-7B1E-4D9A-8C35-51A2E7D4B960}";
-
 class LibraryFile : public TComTest {
  protected:
-  ~LibraryFile() override { UnRegisterTypeLib(Guid(LibraryId), 3, 7, 0, Kind); }
+  ~LibraryFile() override { UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind); }
 
-  /// A library with one interface, version 3.7.
-  void Make(const std::string& HelpFile) const {
-    TComRef<ICreateTypeLib2> Library;
-    TComRef<ICreateTypeInfo> Info;
-    const auto Wide = [](const std::string& Name) { return std::wstring(Name.begin(), Name.end()); };
-    ASSERT_EQ(S_OK, CreateTypeLib2(Kind, Wide(Path).c_str(), Library.Out()));
-    EXPECT_EQ(S_OK, Library->SetGuid(Guid(LibraryId)));
-    EXPECT_EQ(S_OK, Library->SetVersion(3, 7));
-    EXPECT_EQ(S_OK, Library->SetLcid(0));
-    EXPECT_EQ(S_OK, Library->SetName(Text("Sample")));
-    if (!HelpFile.empty()) {
-      EXPECT_EQ(S_OK, Library->SetHelpFileName(Text(HelpFile)));
-    }
-    EXPECT_EQ(S_OK, Library->CreateTypeInfo(Text("ISample"), TKIND_INTERFACE, Info.Out()));
-    EXPECT_EQ(S_OK, Info->SetGuid(NumberedGuid(77)));
-    EXPECT_EQ(S_OK, Info->LayOut());
-    EXPECT_EQ(S_OK, Library->SaveAllChanges());
-  }
+  void Make(const std::string& HelpFile) const { MakeTypeLibrary(Path, HelpFile); }
   /// The default value of a key below the library's own; "<none>" when there is none.
   static std::string Registered(const std::string& Name) {
     char Data[300] = "";
     DWORD Size = sizeof Data;
-    const std::string Key = "TypeLib\\" + std::string(LibraryId) + "\\3.7\\" + Name;
+    const std::string Key = "TypeLib\\" + std::string(MadeLibraryId) + "\\3.7\\" + Name;
     const LSTATUS Status = RegGetValueA(HKEY_CLASSES_ROOT, Key.c_str(), nullptr, RRF_RT_ANY, nullptr, Data, &Size);
     return Status == ERROR_SUCCESS ? Data : "<none>";
   }
 
-  static constexpr SYSKIND Kind = sizeof(void*) == 4 ? SYS_WIN32 : SYS_WIN64;
   const std::string PathKey = sizeof(void*) == 4 ? "0\\win32" : "0\\win64";
   const std::string Path = App("Sample.TLB");
 };
@@ -86,7 +67,7 @@ TEST_F(LibraryFile, IsUnregisteredAsTheFileSays) {
   ASSERT_EQ(S_OK, Com->UnRegTLB(Text(Path)));
   EXPECT_EQ("<none>", Registered(PathKey));
   // There is nothing to unregister any more: told, and no failure.
-  const HRESULT Failure = UnRegisterTypeLib(Guid(LibraryId), 3, 7, 0, Kind);
+  const HRESULT Failure = UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind);
   ASSERT_TRUE(FAILED(Failure));
   const std::string Words = SystemText(Failure).empty() ? "Unknown error." : SystemText(Failure);
   // The text is this call's, whatever an earlier one left behind.

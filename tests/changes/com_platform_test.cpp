@@ -101,6 +101,8 @@ TEST_F(Platform, TypeLibraryIsBroughtBackWithEveryKey) {
   EXPECT_EQ(std::vector{2}, Codes());
   ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
   EXPECT_EQ("", Difference(Unregistered, WholeRegistry()));
+
+  ASSERT_EQ(S_OK, Com->Reg(Text(Library))) << "as it was found";
 }
 
 TEST_F(Platform, TypeLibraryOfTheirsThatIsCutOffIsNotRegistered) {

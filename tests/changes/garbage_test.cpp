@@ -86,7 +86,8 @@ TEST_F(Garbage, WritesTheseLines) {
 
   Log().Lines.clear();
   Remove();
-  EXPECT_EQ((TLines{"Begin Garbage", "End Garbage"}), Log().Texts()) << "without lists, and without the retry layer";
+  EXPECT_EQ((TLines{"UGarbage Begin Garbage", "UGarbage End Garbage"}), Log().Texts())
+      << "without lists, and without the retry layer";
 }
 
 TEST_F(Garbage, ThatALineCannotHoldIsRefused) {
