@@ -20,6 +20,8 @@ const TCase Cases[] = {
     {"transaction-rollback", 0, "", LogRollback, "an entry's rollback out of 1,000, against one out of 100"},
     {"tree-backup", 0, "", TreeBackup, "BackupFiles: a file out of 2,000, against one out of 200"},
     {"tree-restore", 0, "", TreeRestore, "RestoreFiles: a file out of 2,000, against one out of 200"},
+    {"garbage", 1.10, "", GarbageRemoval, "Garbage on 2,000 files and 200 folders, against the bare calls"},
+    {"garbage-lines", 1.10, "", GarbageGrowth, "Garbage: a line out of 10,000, against one out of 100"},
 };
 
 constexpr char Usage[] =
