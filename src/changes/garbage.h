@@ -9,9 +9,12 @@
 ///
 /// What the lists cannot hold is refused with E_INVALIDARG: an empty name, one with a line break, a root that is none,
 /// and for a value a key path with a blank, which ends the path there.
-/// Removal reaches nothing outside what is listed: a folder that is a link is removed as a link, its target stays; a
-/// line without a key path, or with a root that is none, is passed over. A drive root is a folder like any other: what
-/// it holds is removed.
+///
+/// Removal reaches nothing outside what is listed. An empty line names nothing. A line with a NUL, which the system
+/// would take for a shorter one, is passed over, and so is a key without a path, which would be the whole root, and a
+/// root that is none. A folder that is a link to another place stays as it is, with what lies behind it. A drive root
+/// is a folder like any other: what it holds is removed, the drive stays. A last line without an end counts as one, so
+/// a line that cannot be written whole is taken back at once.
 class TUGarbage final : public TAutoObject<IUGarbage> {
  public:
   using TAutoObject::TAutoObject;
