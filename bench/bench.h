@@ -102,6 +102,8 @@ TResult KeyTreeDelete(const TBench& Bench);
 TResult KeyTreeRollback(const TBench& Bench);
 TResult HistoryPut(const TBench& Bench);
 TResult MacroSet(const TBench& Bench);
+TResult GarbageRemoval(const TBench& Bench);
+TResult GarbageGrowth(const TBench& Bench);
 
 /// The child process of PeakOfCopy: copies a file of `Size` MiB, plainly and logged, and writes the peak of its working
 /// set in bytes to the file `ResultName`.

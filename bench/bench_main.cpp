@@ -25,6 +25,8 @@ const TCase Cases[] = {
     {"registry-rollback", 0, "", KeyTreeRollback, "the rollback of that, against the bare calls"},
     {"history-put", 0, "", HistoryPut, "History's Put in a group of 1,000 records, against one of 10"},
     {"macro-set", 0, "", MacroSet, "SetMacro among 1,000 permanent macros, against among 10"},
+    {"garbage", 1.10, "", GarbageRemoval, "Garbage on 2,000 files and 200 folders, against the bare calls"},
+    {"garbage-lines", 1.10, "", GarbageGrowth, "Garbage: a line out of 10,000, against one out of 100"},
 };
 
 constexpr char Usage[] =

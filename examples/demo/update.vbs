@@ -29,6 +29,8 @@ Dim Package: Package = WScript.Arguments(1)
 Dim File: Set File = CreateObject("Mendwork.UFile")
 Dim Registry: Set Registry = CreateObject("Mendwork.URegistry")
 Dim Backup: Set Backup = CreateObject("Mendwork.UBackup")
+Dim Com: Set Com = CreateObject("Mendwork.UCom")
+Dim Garbage: Set Garbage = CreateObject("Mendwork.UGarbage")
 Dim TransactionLog: Set TransactionLog = CreateObject("Mendwork.UTransactionLog")
 
 WScript.Quit Update
@@ -47,10 +49,14 @@ Sub RunSteps()
   UpdateRegistry
   Title "Remove what is no longer needed"
   RemoveLeftovers
+  Title "Bring the word counter, a COM server, and use it"
+  AddWordCounter
   Title "Bring the new help"
   UpdateHelp
   Title "Bring the themes, in a folder and a key that are new"
   AddThemes
+  Title "List what only version 1.4 needed; it goes when all is done"
+  ListLeftovers
 End Sub
 
 Sub ReplaceLibraries()
@@ -93,18 +99,41 @@ Sub RemoveLeftovers()
   DeleteFiles "*.bak", False
 End Sub
 
+' Used in a process of its own: this one would keep the library in its hands, and a rollback could not delete it.
+Sub AddWordCounter()
+  Const Hidden = 0, Wait = True
+  Const Text = "the pencil is mightier than the sword"
+  Dim Number
+  CopyFile "wordcount.dll", Always
+  CopyFile "wordcount.vbs", Always
+  Com.RegServerLogged App & "\wordcount.dll"
+  Tell "register", "wordcount.dll", "", "done"
+  Number = CreateObject("WScript.Shell").Run(Quoted(WScript.FullName) & " //nologo " & _
+    Quoted(App & "\wordcount.vbs") & " " & Quoted(Text), Hidden, Wait)
+  Tell "use", "OrvaneNotes.WordCount", "", "counts " & Number & " words of 7"
+  If Number <> 7 Then Err.Raise vbObjectError, , "The word counter cannot be used."
+End Sub
+
 Sub UpdateHelp()
   CopyFile "help\contents.txt", Always
   CopyFile "help\whatsnew.txt", Always
 End Sub
 
-' The last step on purpose: a rollback takes new files away, but leaves the folders that were made for them, and new
+' The last change on purpose: a rollback takes new files away, but leaves the folders that were made for them, and new
 ' keys and values.
 Sub AddThemes()
   CopyFile "themes\dark.txt", Always
   CopyFile "themes\sand.txt", Always
   Registry.SetStringValueLogged CurrentUser, AppKey & "\Themes", "Current", "dark"
   Tell "write", "Themes\Current", "text", "dark"
+End Sub
+
+' Lists are not rolled back, so this comes when nothing can fail any more.
+Sub ListLeftovers()
+  Garbage.PutFile App & "\changes-1.4.txt"
+  Tell "list", "changes-1.4.txt", "file", "noted"
+  Garbage.PutDirectory App & "\legacy"
+  Tell "list", "legacy", "folder", "noted"
 End Sub
 
 ' ---- What the steps are made of
@@ -151,7 +180,8 @@ Function Update()
   Reason = Err.Description
   On Error GoTo 0
   If Number = 0 Then
-    WScript.Echo "  The update is complete."
+    Garbage.Garbage
+    WScript.Echo "  The update is complete, and what was listed is removed."
     Update = Updated
   Else
     WScript.Echo "  The update cannot go on: " & OneLine(Reason) & " (0x" & Hex(Number) & ")"
@@ -193,7 +223,7 @@ Sub Title(Text)
 End Sub
 
 Sub Tell(Action, Name, Rule, Result)
-  WScript.Echo "     " & Padded(Action, 8) & Padded(Name, 24) & Padded(Rule, 20) & Result
+  WScript.Echo "     " & Padded(Action, 9) & Padded(Name, 24) & Padded(Rule, 20) & Result
 End Sub
 
 Function Padded(Text, Width)

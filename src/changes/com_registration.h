@@ -2,22 +2,44 @@
 
 #include "server/automation.h"
 
-/// Registers COM servers and type libraries. Not available in this version: objects can be made, and
-/// every method fails with E_NOTIMPL.
+#include <string>
+
+/// Registers and unregisters COM servers and type libraries, plainly or logged. No registry state is saved: the undoing
+/// of a registration is the matching unregistration by the file itself. Every module and library is let go before a
+/// call returns, whatever it did; a structured exception that leaves a module's function is a failure like any other
+/// (see RunGuarded for the one that cannot be caught). A file name must have an exact form in the ANSI code page: any
+/// other is refused with E_INVALIDARG before anything is recorded.
 class TUCom final : public TAutoObject<IUCom> {
  public:
   using TAutoObject::TAutoObject;
-  STDMETHOD(Rollback)(long, GUID) override { return NotYet(); }
-  STDMETHOD(RegServer)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnRegServer)(BSTR) override { return NotYet(); }
-  STDMETHOD(RegTLB)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnRegTLB)(BSTR) override { return NotYet(); }
-  STDMETHOD(RegServerLogged)(BSTR) override { return NotYet(); }
-  STDMETHOD(RegTLBLogged)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnRegServerLogged)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnRegTLBLogged)(BSTR) override { return NotYet(); }
-  STDMETHOD(Reg)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnReg)(BSTR) override { return NotYet(); }
-  STDMETHOD(RegLogged)(BSTR) override { return NotYet(); }
-  STDMETHOD(UnRegLogged)(BSTR) override { return NotYet(); }
+  void Initialize() override;
+
+  /// Codes 0 to 3, see the table in com_registration.cpp; any other is ignored.
+  STDMETHOD(Rollback)(long Code, GUID DataID) override;
+
+  /// Fails with 0x800401FE when DllRegisterServer gives anything but S_OK, S_FALSE included.
+  STDMETHOD(RegServer)(BSTR FileName) override;
+  /// Never fails because of the module: it may be missing, refuse to load, or fail.
+  STDMETHOD(UnRegServer)(BSTR FileName) override;
+  STDMETHOD(RegTLB)(BSTR FileName) override;
+  /// Unregisters what the file itself says that it is. Fails only without the system's function for it.
+  STDMETHOD(UnRegTLB)(BSTR FileName) override;
+  STDMETHOD(RegServerLogged)(BSTR FileName) override;
+  STDMETHOD(RegTLBLogged)(BSTR FileName) override;
+  STDMETHOD(UnRegServerLogged)(BSTR FileName) override;
+  STDMETHOD(UnRegTLBLogged)(BSTR FileName) override;
+  /// These four take a file whose extension is exactly ".TLB", in upper case, as a type library, any other as a server.
+  STDMETHOD(Reg)(BSTR FileName) override;
+  STDMETHOD(UnReg)(BSTR FileName) override;
+  STDMETHOD(RegLogged)(BSTR FileName) override;
+  STDMETHOD(UnRegLogged)(BSTR FileName) override;
+
+ private:
+  using TOperation = HRESULT (STDMETHODCALLTYPE TUCom::*)(BSTR);
+  HRESULT RunLogged(const char* Name, long Code, TOperation Plain, BSTR FileName);
+  HRESULT RunByExtension(const char* Name, TOperation ForLibrary, TOperation ForServer, BSTR FileName);
+
+  TComRef<IUDebugLog> DebugLog;
+  TComRef<IUBackup> Backup;
+  TComRef<IUTransactionLog> TransactionLog;
 };

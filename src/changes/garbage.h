@@ -2,14 +2,34 @@
 
 #include "server/automation.h"
 
-/// Lists of leftovers, removed later. Not available in this version: objects can be made, and
-/// every method fails with E_NOTIMPL.
+#include <string>
+
+/// Lists of things to be removed later: files, folders, registry keys and registry values, one list file each in the
+/// "Garbage" folder, shared by all processes and outliving them. Nothing here can be rolled back.
+///
+/// What the lists cannot hold is refused with E_INVALIDARG: an empty name, one with a line break, a root that is none,
+/// and for a value a key path with a blank, which ends the path there.
+///
+/// Removal reaches nothing outside what is listed. An empty line names nothing. A line with a NUL, which the system
+/// would take for a shorter one, is passed over, and so is a key without a path, which would be the whole root, and a
+/// root that is none. A folder that is a link to another place stays as it is, with what lies behind it. A drive root
+/// is a folder like any other: what it holds is removed, the drive stays. A last line without an end counts as one, so
+/// a line that cannot be written whole is taken back at once.
 class TUGarbage final : public TAutoObject<IUGarbage> {
  public:
   using TAutoObject::TAutoObject;
-  STDMETHOD(PutFile)(BSTR) override { return NotYet(); }
-  STDMETHOD(PutDirectory)(BSTR) override { return NotYet(); }
-  STDMETHOD(PutRegKey)(unsigned long, BSTR) override { return NotYet(); }
-  STDMETHOD(PutRegKeyValue)(unsigned long, BSTR, BSTR) override { return NotYet(); }
-  STDMETHOD(Garbage)() override { return NotYet(); }
+  void Initialize() override;
+
+  STDMETHOD(PutFile)(BSTR FileName) override;
+  STDMETHOD(PutDirectory)(BSTR DirName) override;
+  STDMETHOD(PutRegKey)(unsigned long RootKey, BSTR KeyName) override;
+  STDMETHOD(PutRegKeyValue)(unsigned long RootKey, BSTR KeyName, BSTR ValueName) override;
+  /// Removes what the lists name, and the lists. Shows nothing. An entry that cannot be removed is dropped; a list that
+  /// cannot be read or understood stays whole for the next call.
+  STDMETHOD(Garbage)() override;
+
+ private:
+  void WriteToGrbFile(const char* ListName, const std::string& Line);
+
+  TComRef<IUDebugLog> DebugLog;
 };

@@ -1,5 +1,37 @@
 #include "retry/module_wrappers.h"
 
+#include "retry/file_wrappers.h"
+#include "retry/guarded_call.h"
+#include "retry/type_library_bounds.h"
+
+namespace {
+
+/// The whole content of a file; empty when it cannot be read, or is larger than any type library.
+std::string ContentOf(const std::string& FileName) {
+  constexpr int64_t LargestLibrary = 64 << 20;
+  const TFileHandle File(CreateFileA(FileName.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const int64_t Size = File ? PlainFileSize(File.Get()) : 0;
+  std::string Content(static_cast<size_t>(Size > 0 && Size <= LargestLibrary ? Size : 0), '\0');
+  DWORD BytesRead = 0;
+  if (!Content.empty() &&
+      !ReadFile(File.Get(), Content.data(), static_cast<DWORD>(Content.size()), &BytesRead, nullptr))
+    BytesRead = 0;
+  Content.resize(BytesRead);
+  return Content;
+}
+
+/// A file that is cut off is not shown to the platform's reader, which may end the thread over it or fall over it and
+/// keep it open; either way it is a library that cannot be loaded.
+HRESULT LoadTypeLibGuarded(const std::string& FileName, const std::wstring& WideFileName, ITypeLib** Library) {
+  HRESULT Result = TYPE_E_CANTLOADLIBRARY;
+  if (!IsCutOffTypeLibrary(ContentOf(FileName)))
+    RunGuarded([&] { Result = LoadTypeLib(WideFileName.c_str(), Library); });
+  return Result;
+}
+
+}  // namespace
+
 TModuleHandle RetryLoadLibrary(const std::string& FileName) {
   TModuleHandle Module;
   TRetryCall Call(Standard, LogText("RetryLoadLibrary", FileName));
@@ -14,8 +46,9 @@ TModuleHandle RetryLoadLibrary(const std::string& FileName) {
 }
 
 void RetryFreeLibrary(const std::string& FileName, TModuleHandle& Module) {
-  const HMODULE Loaded = Module.Detach();
   TRetryCall Call(Standard, LogText("RetryFreeLibrary", FileName));
+  // Not before: when the Begin line cannot be written, the module goes with its owner.
+  const HMODULE Loaded = Module.Detach();
   Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, FileName);
   Call.End(L"RetryFreeLibrary");
 }
@@ -38,10 +71,11 @@ HMODULE RetryGetModuleHandle(const std::string& FileName) {
   return Module;
 }
 
-TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, const std::wstring& WideFileName) {
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, std::wstring_view WideFileName) {
   TComRef<ITypeLib> Library;
+  const std::wstring Path(WideFileName);
   TRetryCall Call(Standard, LogText("RetryLoadTypeLib", FileName));
-  Call.Until([&] { return ByHResult(LoadTypeLib(WideFileName.c_str(), Library.Out())); }, MsgCannotLoadTypeLibrary,
+  Call.Until([&] { return ByHResult(LoadTypeLibGuarded(FileName, Path, Library.Out())); }, MsgCannotLoadTypeLibrary,
              FileName);
   Call.End(L"RetryLoadTypeLib");
   return Library;

@@ -24,6 +24,8 @@ void StartTransactionLog();
 void StopTransactionLog();
 void StartHistory();
 void StopHistory();
+void StartGarbage();
+void StopGarbage();
 void StartMacros();
 void StopMacros();
 
@@ -39,7 +41,7 @@ const TCoClass Table[] = {
     COCLASS(UTransactionLog, StartTransactionLog, StopTransactionLog),
     COCLASS(UHistory, StartHistory, StopHistory),
     COCLASS(UFile, nullptr, nullptr),
-    COCLASS(UGarbage, nullptr, nullptr),
+    COCLASS(UGarbage, StartGarbage, StopGarbage),
     COCLASS(UCom, nullptr, nullptr),
     COCLASS(URegistry, nullptr, nullptr),
     COCLASS(UMacro, StartMacros, StopMacros),

@@ -17,6 +17,7 @@ struct TCommand {
 const TCommand Commands[] = {
     {"put-entries", PutEntries}, {"make-changes", MakeChanges}, {"progress-window", ShowProgressWindow},
     {"put-lines", PutLines},     {"put-records", PutRecords},   {"match-macro", MatchMacro},
+    {"put-garbage", PutGarbage},
 };
 
 }  // namespace

@@ -28,6 +28,10 @@ int ShowProgressWindow(const std::vector<std::string>& Arguments);
 /// when it is ready to begin and waits to be let go.
 int PutRecords(const std::vector<std::string>& Arguments);
 
+/// put-garbage PREFIX COUNT: writes the files PREFIX0, PREFIX1, ... and puts each into the garbage lists; tells when it
+/// is ready to begin and waits to be let go.
+int PutGarbage(const std::vector<std::string>& Arguments);
+
 /// match-macro NAME VALUE...: compares what the macro NAME is in a new process with VALUEs, given in hexadecimal; an
 /// empty one stands for a macro that is not there. Ends with the number of the VALUE that it is, from 0, or NoMatch.
 int MatchMacro(const std::vector<std::string>& Arguments);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "support/fault.h"
+#include "support/program.h"
 #include "support/sandbox.h"
+#include "support/type_library.h"
 
 #include <algorithm>
 
@@ -26,6 +28,19 @@ class TRetryLayer : public TSandbox {
     return File->DeleteFiles(Text(App(Mask)), VARIANT_FALSE, VARIANT_FALSE, DeleteUpperDir);
   }
   HRESULT PutEntry() { return TransactionLog->Put(CLSID_UCanRollback, 7, NumberedGuid(1)); }
+  /// Registers a module that lets itself be registered.
+  HRESULT RegServer() {
+    const std::string Built = BuiltModulePath();
+    CopyFileA((Built.substr(0, Built.rfind('\\')) + "\\tests\\server.dll").c_str(), App("returns-0.dll").c_str(),
+              FALSE);
+    return Com->RegServer(Text(App("returns-0.dll")));
+  }
+  /// Registers a type library, and unregisters it when that has succeeded.
+  HRESULT RegAndUnRegTLB() {
+    MakeTypeLibrary(App("Sample.TLB"));
+    const HRESULT Result = Com->RegTLB(Text(App("Sample.TLB")));
+    return SUCCEEDED(Result) ? Com->UnRegTLB(Text(App("Sample.TLB"))) : Result;
+  }
   HRESULT Rollback() {
     GUID CheckPoint{};
     return TransactionLog->Rollback(VARIANT_FALSE, &CheckPoint);
@@ -53,5 +68,6 @@ class TRetryLayer : public TSandbox {
   }
 
   TComRef<IUFile> File = Make<IUFile>(CLSID_UFile);
+  TComRef<IUCom> Com = Make<IUCom>(CLSID_UCom);
   TComRef<IUTransactionLog> TransactionLog = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };

@@ -34,6 +34,8 @@ HRESULT Delete(TRetryLayer& Test) { return Test.Delete("src.*"); }
 HRESULT DeleteFolder(TRetryLayer& Test) { return Test.Delete("empty\\*.*", VARIANT_TRUE); }
 HRESULT Put(TRetryLayer& Test) { return Test.PutEntry(); }
 HRESULT Rollback(TRetryLayer& Test) { return Test.Rollback(); }
+HRESULT RegServer(TRetryLayer& Test) { return Test.RegServer(); }
+HRESULT RegLibrary(TRetryLayer& Test) { return Test.RegAndUnRegTLB(); }
 
 const TWrapperCase Cases[] = {
     {"RetryGetFileAttributes", IMPORT(GetFileAttributesA, -1), 0, 5, Copy, "Cannot get attributes of '{App}\\src.txt'.",
@@ -79,6 +81,18 @@ const TWrapperCase Cases[] = {
      " {Log} {Log}.bkp", ""},
     {"RetrySetEndOfFile", IMPORT(SetEndOfFile, 0), 0, UserMappedFile, Rollback, "Cannot truncate '{Log}'.", 0, " {Log}",
      ""},
+    {"RetryLoadLibrary", IMPORT(LoadLibraryA, 0), 0, 14, RegServer, "Cannot load library '{App}\\returns-0.dll'.", 0,
+     " {App}\\returns-0.dll", ""},
+    {"RetryFreeLibrary", IMPORT(FreeLibrary, 0), 0, 6, RegServer, "Cannot unload library '{App}\\returns-0.dll'.", 0,
+     " {App}\\returns-0.dll", ""},
+    {"RetryGetProcAddress", IMPORT(GetProcAddress, 0), 0, 127, RegServer,
+     "Cannot get the address of 'DllRegisterServer' function in library '{App}\\returns-0.dll'.", 0,
+     " {App}\\returns-0.dll DllRegisterServer", ""},
+    {"RetryGetModuleHandle", IMPORT(GetModuleHandleA, 0), 0, 126, RegLibrary,
+     "Cannot get 'OLEAUT32.DLL' module handle.", 0, " OLEAUT32.DLL", ""},
+    // It reports by its result, which must be negative.
+    {"RetryLoadTypeLib", IMPORT(LoadTypeLib, static_cast<int>(NoText)), 0, NoText, RegLibrary,
+     "Cannot load '{App}\\Sample.TLB' type library.", 0, " {App}\\Sample.TLB", ""},
 };
 
 class WrapperFailures : public TRetryLayer, public testing::WithParamInterface<TWrapperCase> {

@@ -17,6 +17,8 @@ HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long*
 }
 
 HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
+  if (LinesLeft == 0) return E_ACCESSDENIED;
+  if (LinesLeft > 0) --LinesLeft;
   Lines.push_back({Id, ToAnsi(ViewOf(Name)), ToAnsi(ViewOf(Action)), ToAnsi(ViewOf(Text))});
   return Result;
 }

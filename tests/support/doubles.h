@@ -74,6 +74,8 @@ class TMemoryLog final : public TDouble<IUDebugLog> {
   std::vector<std::string> Texts(const std::string& OnlyName = "") const;
   /// What Put answers; a failure makes every logged call of the module fail.
   HRESULT Result = S_OK;
+  /// After so many lines more, Put fails with E_ACCESSDENIED; a negative number means never.
+  int LinesLeft = -1;
 };
 
 /// An active object in the running object table for as long as the owner lives. Fails the program when it cannot.

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+/// Removes what a folder holds and, when `RemoveFolder` is set and nothing is left, the folder itself (a bare drive
+/// never). Gives whether everything was removed; a folder that does not exist gives false.
+///
+/// Left alone: every entry whose name begins with a dot, and volume labels. Read-only files go too. A folder that is a
+/// link to another place stays as it is, with what lies behind it, and so do the folders that hold it: not every
+/// platform would remove the link alone. Shows and logs nothing.
+bool DeleteFolderTree(const std::string& Folder, bool RemoveFolder);
