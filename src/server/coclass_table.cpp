@@ -26,6 +26,8 @@ void StartHistory();
 void StopHistory();
 void StartMacros();
 void StopMacros();
+void StartInstallerLog();
+void StopInstallerLog();
 
 namespace {
 
@@ -43,7 +45,7 @@ const TCoClass Table[] = {
     COCLASS(UCom, nullptr, nullptr),
     COCLASS(URegistry, nullptr, nullptr),
     COCLASS(UMacro, StartMacros, StopMacros),
-    COCLASS(UInno, nullptr, nullptr),
+    COCLASS(UInno, StartInstallerLog, StopInstallerLog),
 };
 
 }  // namespace
