@@ -40,3 +40,10 @@ inline std::string HexText(const std::string& Bytes) {
     for (const int Half : {Byte >> 4 & 15, Byte & 15}) Result += "0123456789abcdef"[Half];
   return Result;
 }
+
+/// process-inno EVENT N: calls ProcessInno. At the N-th Win32 call of the module inside, the process ends with
+/// DiedStatus: EVENT is `before`, `after`, or `torn` (in the middle of the N-th write); `nothing` lets it live.
+int ProcessInno(const std::vector<std::string>& Arguments);
+
+/// match-lists FILES SERVERS: whether the lists of a new process are these comma texts, given in hexadecimal.
+int MatchLists(const std::vector<std::string>& Arguments);
