@@ -45,7 +45,6 @@ const std::pair<const char*, void*> Calls[] = {
     {"CreateFileA", Point<&CreateFileA>()},
     {"FlushFileBuffers", Point<&FlushFileBuffers>()},
     {"GetFileSizeEx", Point<&GetFileSizeEx>()},
-    {"LCMapStringA", Point<&LCMapStringA>()},
     {"ReadFile", Point<&ReadFile>()},
     {"RegOpenKeyExA", Point<&RegOpenKeyExA>()},
     {"RegQueryValueExA", Point<&RegQueryValueExA>()},

@@ -403,7 +403,7 @@ TEST_F(SharedInstallerLog, AProcessThatDiesLeavesTheOldRecordsOrAll) {
       ASSERT_TRUE(Read(LogName()) == AfterAll) << "the next run completes it";
     }
     std::printf("died %s %d points\n", Event, Point - 1);
-    EXPECT_LE(*Event == 't' ? 2 : 30, Point - 1);
+    EXPECT_LE(*Event == 't' ? 2 : 20, Point - 1);
   }
   EXPECT_LT(10, Found[0]);
   EXPECT_LT(5, Found[1]);
