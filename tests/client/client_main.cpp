@@ -17,7 +17,7 @@ struct TCommand {
 const TCommand Commands[] = {
     {"put-entries", PutEntries},   {"make-changes", MakeChanges}, {"progress-window", ShowProgressWindow},
     {"put-lines", PutLines},       {"put-records", PutRecords},   {"match-macro", MatchMacro},
-    {"process-inno", ProcessInno}, {"match-lists", MatchLists},
+    {"process-inno", ProcessInno}, {"match-lists", MatchLists},   {"bring-to-log", BringToLog},
 };
 
 }  // namespace

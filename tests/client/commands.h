@@ -47,3 +47,8 @@ int ProcessInno(const std::vector<std::string>& Arguments);
 
 /// match-lists FILES SERVERS: whether the lists of a new process are these comma texts, given in hexadecimal.
 int MatchLists(const std::vector<std::string>& Arguments);
+
+/// bring-to-log FOLDER: makes FOLDER the base folder, adds what its names.txt lists (one "file:NAME" or "server:NAME" a
+/// line), calls ProcessInno, and writes what the log holds then to records.txt: type, ExtraValue and the data in
+/// hexadecimal, a record a line.
+int BringToLog(const std::vector<std::string>& Arguments);
