@@ -57,3 +57,10 @@ std::vector<TSamples> Interleave(int WarmUps, int Rounds, const std::vector<TVar
   }
   return Result;
 }
+
+TResult Growth(const std::vector<TSamples>& Times, const std::vector<int>& Sizes, const std::vector<int>& Items) {
+  std::vector<TFigure> Figures;
+  for (size_t At = 0; At < Sizes.size(); ++At)
+    Figures.push_back({"one of " + std::to_string(Sizes[At]), Times[At].Median() / Items[At], "us"});
+  return {Figures.back().Value / Figures.front().Value, Times.front().Count(), Figures};
+}

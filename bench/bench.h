@@ -74,6 +74,10 @@ struct TResult {
   std::vector<TFigure> Figures;
 };
 
+/// The cost of an item in the largest set against the smallest, and the costs in all: sets of `Sizes` took `Times` for
+/// `Items` items each.
+TResult Growth(const std::vector<TSamples>& Times, const std::vector<int>& Sizes, const std::vector<int>& Items);
+
 /// A case is a row of the list in bench_main.cpp.
 struct TCase {
   const char* Name;
@@ -93,6 +97,11 @@ TResult LogPut(const TBench& Bench);
 TResult LogRollback(const TBench& Bench);
 TResult TreeBackup(const TBench& Bench);
 TResult TreeRestore(const TBench& Bench);
+TResult SetValueLogged(const TBench& Bench);
+TResult KeyTreeDelete(const TBench& Bench);
+TResult KeyTreeRollback(const TBench& Bench);
+TResult HistoryPut(const TBench& Bench);
+TResult MacroSet(const TBench& Bench);
 
 /// The child process of PeakOfCopy: copies a file of `Size` MiB, plainly and logged, and writes the peak of its working
 /// set in bytes to the file `ResultName`.

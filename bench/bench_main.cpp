@@ -20,6 +20,11 @@ const TCase Cases[] = {
     {"transaction-rollback", 0, "", LogRollback, "an entry's rollback out of 1,000, against one out of 100"},
     {"tree-backup", 0, "", TreeBackup, "BackupFiles: a file out of 2,000, against one out of 200"},
     {"tree-restore", 0, "", TreeRestore, "RestoreFiles: a file out of 2,000, against one out of 200"},
+    {"registry-set-logged", 0, "", SetValueLogged, "SetDwordValueLogged, against the bare calls"},
+    {"registry-delete", 0, "", KeyTreeDelete, "DeleteRegKeyLogged: 1,000 keys, 3,000 values, against the bare calls"},
+    {"registry-rollback", 0, "", KeyTreeRollback, "the rollback of that, against the bare calls"},
+    {"history-put", 0, "", HistoryPut, "History's Put in a group of 1,000 records, against one of 10"},
+    {"macro-set", 0, "", MacroSet, "SetMacro among 1,000 permanent macros, against among 10"},
 };
 
 constexpr char Usage[] =

@@ -18,14 +18,6 @@ void WriteLog(const TBench& Bench, int Entries) {
   Write(Bench.Service("update.prt"), Content);
 }
 
-/// The cost of an item in the largest set against the smallest, and the costs of all.
-TResult Growth(const std::vector<TSamples>& Times, const std::vector<int>& Sizes, const std::vector<int>& Items) {
-  std::vector<TFigure> Figures;
-  for (size_t At = 0; At < Sizes.size(); ++At)
-    Figures.push_back({"one of " + Number(Sizes[At]), Times[At].Median() / Items[At], "us"});
-  return {Figures.back().Value / Figures.front().Value, Times.front().Count(), Figures};
-}
-
 constexpr int FilesInFolder = 10;
 
 /// A tree of small files, ten in each folder.

@@ -2,8 +2,8 @@
 '
 ' usage: cscript update.vbs APPLICATION-FOLDER PACKAGE-FOLDER [SNAPSHOT-PROGRAM SNAPSHOT-FILE]
 '
-' When the update fails, SNAPSHOT-PROGRAM first lists the application's folder into SNAPSHOT-FILE, so that one can see
-' what there was to undo.
+' When the update fails, SNAPSHOT-PROGRAM first lists the application's folder and its registry key into SNAPSHOT-FILE,
+' so that one can see what there was to undo.
 '
 ' Ends with 0 when the application is updated, with 2 when the update failed and was rolled back, and with 1 when not
 ' even that worked. A new step is a routine and its two lines in RunSteps.
@@ -17,6 +17,9 @@ Const CheckPoint = "{5B0E7F4C-38E5-4E07-9C3B-6F1B0D9A2E61}"
 Const Always = 0, IfMissing = 1, IfNewerVersion = 2, IfNewerDate = 3, IfNewerVersionOrAsk = 4
 Dim ModeNames: ModeNames = Array("always", "if missing", "if newer version", "if newer date", "if newer, or ask")
 
+Const CurrentUser = &H80000001
+Const AppKey = "Software\Orvane\Notes"
+
 Const Updated = 0, NothingWorked = 1, RolledBack = 2
 
 Dim Files: Set Files = CreateObject("Scripting.FileSystemObject")
@@ -24,6 +27,7 @@ Dim App: App = WScript.Arguments(0)
 Dim Package: Package = WScript.Arguments(1)
 
 Dim File: Set File = CreateObject("Mendwork.UFile")
+Dim Registry: Set Registry = CreateObject("Mendwork.URegistry")
 Dim Backup: Set Backup = CreateObject("Mendwork.UBackup")
 Dim TransactionLog: Set TransactionLog = CreateObject("Mendwork.UTransactionLog")
 
@@ -39,11 +43,13 @@ Sub RunSteps()
   UpdateTexts
   Title "Change the settings, which belong to the user"
   ChangeSettings
+  Title "Bring the registry up to date"
+  UpdateRegistry
   Title "Remove what is no longer needed"
   RemoveLeftovers
   Title "Bring the new help"
   UpdateHelp
-  Title "Bring the themes, in a folder that is new"
+  Title "Bring the themes, in a folder and a key that are new"
   AddThemes
 End Sub
 
@@ -71,6 +77,17 @@ Sub ChangeSettings()
   Tell "edit", "settings.ini", "", "saved, then changed by the script"
 End Sub
 
+Sub UpdateRegistry()
+  Registry.SetStringValueLogged CurrentUser, AppKey, "Version", "2.0"
+  Tell "write", "Version", "text", "2.0"
+  Registry.SetDwordValueLogged CurrentUser, AppKey, "Build", 2047
+  Tell "write", "Build", "number", "2047"
+  Registry.DeleteRegKeyValueLogged CurrentUser, AppKey, "Ruler"
+  Tell "delete", "Ruler", "a value", "gone"
+  Registry.DeleteRegKeyLogged CurrentUser, AppKey & "\Recent"
+  Tell "delete", "Recent", "a key tree", "gone"
+End Sub
+
 Sub RemoveLeftovers()
   DeleteFiles "cache\*.*", True
   DeleteFiles "*.bak", False
@@ -81,10 +98,13 @@ Sub UpdateHelp()
   CopyFile "help\whatsnew.txt", Always
 End Sub
 
-' The last step on purpose: a rollback takes new files away, but leaves the folders that were made for them.
+' The last step on purpose: a rollback takes new files away, but leaves the folders that were made for them, and new
+' keys and values.
 Sub AddThemes()
   CopyFile "themes\dark.txt", Always
   CopyFile "themes\sand.txt", Always
+  Registry.SetStringValueLogged CurrentUser, AppKey & "\Themes", "Current", "dark"
+  Tell "write", "Themes\Current", "text", "dark"
 End Sub
 
 ' ---- What the steps are made of
@@ -144,7 +164,7 @@ Sub TakeSnapshot()
   Const Hidden = 0, Wait = True
   If WScript.Arguments.Count < 4 Then Exit Sub
   CreateObject("WScript.Shell").Run Quoted(WScript.Arguments(2)) & " " & Quoted(App) & " " & _
-    Quoted(WScript.Arguments(3)), Hidden, Wait
+    AppKey & " " & Quoted(WScript.Arguments(3)), Hidden, Wait
 End Sub
 
 Function UndoAll()

@@ -37,12 +37,14 @@ class TUBackup final : public TAutoObject<IUBackup> {
    GUID* DataID) override;
 
   /// Saves one value of a key; an empty name is the default value. Fails through the retry layer when there is none.
+  /// Names and texts that the ANSI code page does not hold cannot be saved; that fails with 0x80040659.
   STDMETHOD(BackupRegKeyValue)(unsigned long RootKey, BSTR KeyName, BSTR ValueName, GUID* DataID) override;
   /// Writes the value back over whatever is there, creating the key when it is missing.
   STDMETHOD(RestoreRegKeyValue)(GUID DataID) override;
   /// Saves the values of a key and, when asked, its subkeys with theirs.
   STDMETHOD(BackupRegKey)(unsigned long RootKey, BSTR KeyName, VARIANT_BOOL RecurseSubKey, GUID* DataID) override;
-  /// Merges the saved values and subkeys into what is there; deletes nothing.
+  /// Merges the saved values and subkeys into what is there; deletes nothing. Nothing is written when the item of any
+  /// part is damaged.
   STDMETHOD(RestoreRegKey)(GUID DataID) override;
   STDMETHOD(BackupRegKeyValueLogged)(unsigned long RootKey, BSTR KeyName, BSTR ValueName, GUID* DataID) override;
   STDMETHOD(BackupRegKeyLogged)(unsigned long RootKey, BSTR KeyName, VARIANT_BOOL RecurseSubKey, GUID* DataID) override;
@@ -64,7 +66,8 @@ class TUBackup final : public TAutoObject<IUBackup> {
   GUID SaveValue(DWORD RootKey, const std::string& KeyName, const std::string& ValueName);
   void LoadValue(const GUID& DataID);
   GUID SaveKey(DWORD RootKey, const std::string& KeyName, VARIANT_BOOL RecurseSubKey);
-  void LoadKey(const GUID& DataID, std::vector<GUID>& Ancestors);
+  /// `Checked` says that the items of the key's parts have been read and found good.
+  void LoadKey(const GUID& DataID, bool Checked);
 
   /// The Logged pattern: the entry is recorded when the item is complete.
   void Record(long Code, const GUID& DataID);

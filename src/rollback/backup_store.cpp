@@ -2,6 +2,7 @@
 
 #include "server/environment.h"
 
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -35,23 +36,45 @@ GUID TNewItem::Finish() {
   return DataID;
 }
 
-TStoredItem::TStoredItem(const GUID& DataID)
+TStoredItem::TStoredItem(const GUID& DataID, bool Quiet)
     : Path(ItemPath(DataID)),
+      Quiet(Quiet),
       Handle(RetryCreateFile(Path, GENERIC_READ, 0, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL)),
       Left(static_cast<uint64_t>(std::max<int64_t>(0, PlainFileSize(Handle.Get())))) {}
 
-void TStoredItem::Read(void* Buffer, uint32_t Size) {
+void TStoredItem::ReadFromFile(void* Buffer, size_t Size) {
   // Nobody shares the open file, so what was counted is there.
-  const DWORD BytesRead = RetryReadFile(Path, Handle.Get(), Buffer, true, Size);
+  const DWORD BytesRead = RetryReadFile(Path, Handle.Get(), Buffer, !Quiet, static_cast<DWORD>(Size));
   if (BytesRead != Size) FailureStep(ERROR_HANDLE_EOF, SystemErrorText(ERROR_HANDLE_EOF));
-  Left -= Size;
+}
+
+void TStoredItem::Read(void* Buffer, uint32_t Size) {
+  constexpr size_t BlockSize = 4096;
+  char* To = static_cast<char*>(Buffer);
+  for (size_t Wanted = Size, Part = 0; Wanted > 0; Wanted -= Part, To += Part, Left -= Part) {
+    if (AheadTaken == Ahead.size() && Wanted >= BlockSize) {
+      ReadFromFile(To, Part = Wanted);
+      continue;
+    }
+    if (AheadTaken == Ahead.size()) {
+      Ahead.resize(static_cast<size_t>(std::min<uint64_t>(Left, BlockSize)));
+      AheadTaken = 0;
+      ReadFromFile(Ahead.data(), Ahead.size());
+    }
+    Part = std::min(Wanted, Ahead.size() - AheadTaken);
+    std::memcpy(To, Ahead.data() + AheadTaken, Part);
+    AheadTaken += Part;
+  }
 }
 
 bool TStoredItem::HasKind(TItemKind Kind) {
-  uint32_t Tag = 0;
-  TItemReader Reader(*this);
-  Reader(Tag);
-  return Reader.Good() && Tag == static_cast<uint32_t>(Kind);
+  if (Left < ItemTagSize) return false;
+  std::string Tag(ItemTagSize, '\0');
+  ReadFromFile(Tag.data(), Tag.size());
+  Left -= ItemTagSize;
+  TItemWriter Expected;
+  Expected(static_cast<uint32_t>(Kind));
+  return Tag == Expected.Bytes;
 }
 
 uint32_t TStoredItem::SizeAfterTag() {
@@ -62,6 +85,8 @@ uint32_t TStoredItem::SizeAfterTag() {
 }
 
 void TStoredItem::CopyRest(const std::string& DestName, HANDLE Dest) {
+  const size_t Untaken = Ahead.size() - AheadTaken;
+  if (Untaken > 0) RetrySetFilePointer(Path, Handle.Get(), -static_cast<LONG>(Untaken), FILE_CURRENT);
   RetryReadAndAppendFile(Path, DestName, Handle.Get(), Dest);
   Left = 0;
 }

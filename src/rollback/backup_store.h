@@ -28,14 +28,15 @@ class TNewItem {
   TFileHandle Handle;
 };
 
-/// An item that is being read.
+/// An item that is being read: its tag by itself, the fields in blocks, since every logged read costs two lines.
 class TStoredItem final : public TByteSource {
  public:
-  explicit TStoredItem(const GUID& DataID);
+  /// A quiet item writes no lines for its reads.
+  explicit TStoredItem(const GUID& DataID, bool Quiet = false);
 
   uint64_t Remaining() const override { return Left; }
   void Read(void* Buffer, uint32_t Size) override;
-  /// Whether the item begins with this kind's tag.
+  /// Whether the item begins with this kind's tag. To be asked first.
   bool HasKind(TItemKind Kind);
   /// The size of what follows the tag, asked through the retry layer. Below 0 never; an item beyond 2 GiB fails.
   uint32_t SizeAfterTag();
@@ -51,7 +52,12 @@ class TStoredItem final : public TByteSource {
   void Close() { RetryCloseHandle(Path, Handle); }
 
  private:
+  void ReadFromFile(void* Buffer, size_t Size);
+
   std::string Path;
+  const bool Quiet;
   TFileHandle Handle;
-  uint64_t Left;
+  uint64_t Left;            ///< of the item, what was read ahead included
+  std::vector<char> Ahead;  ///< the block that was read last
+  size_t AheadTaken = 0;    ///< of the block
 };

@@ -14,6 +14,16 @@ uint64_t NumberOf(const FILETIME& Time) {
   return static_cast<uint64_t>(Time.dwHighDateTime) << 32 | Time.dwLowDateTime;
 }
 
+/// The names of the files or of the folders that a mask finds. All are found before the first is saved: saving makes
+/// items, which a search in the store's own folder would go on to find for ever.
+std::vector<std::string> ListEntries(const std::string& Mask, bool Folders) {
+  std::vector<std::string> Names;
+  ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
+    if (IsFolder(Entry) == Folders) Names.push_back(Entry.cFileName);
+  });
+  return Names;
+}
+
 FILETIME TimeOf(uint64_t Number) { return {static_cast<DWORD>(Number), static_cast<DWORD>(Number >> 32)}; }
 
 }  // namespace
@@ -47,9 +57,8 @@ GUID TUBackup::SaveFiles(const std::string& Mask, const TFileSetFlags& Flags) {
   RequireFolder(Mask);
   TFileSetItem Set;
   const std::string Folder = FolderPart(Mask);
-  ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
-    if (!IsFolder(Entry)) Set.Files.push_back(BytesOf(SaveFile(WithBackslash(Folder) + Entry.cFileName)));
-  });
+  for (const std::string& Name : ListEntries(Mask, false))
+    Set.Files.push_back(BytesOf(SaveFile(WithBackslash(Folder) + Name)));
   if (Flags.UpperDirName) Set.Folders.push_back(BytesOf(SaveString(ToWide(Folder))));
   if (Flags.RecurseSubDir) SaveSubfolders(Mask, Flags, Set);
   TNewItem Item;
@@ -61,13 +70,12 @@ GUID TUBackup::SaveFiles(const std::string& Mask, const TFileSetFlags& Flags) {
 
 void TUBackup::SaveSubfolders(const std::string& Mask, const TFileSetFlags& Flags, TFileSetItem& Set) {
   const std::string Folder = WithBackslash(FolderPart(Mask)), Pattern = NamePart(Mask);
-  ForEachEntry(Folder + "*.*", [&](const WIN32_FIND_DATAA& Entry) {
-    if (!IsFolder(Entry)) return;
-    const std::string Subfolder = Folder + Entry.cFileName;
+  for (const std::string& Name : ListEntries(Folder + "*.*", true)) {
+    const std::string Subfolder = Folder + Name;
     if (Flags.DirNames) Set.Folders.push_back(BytesOf(SaveString(ToWide(Subfolder))));
     const TFileSetFlags Below{Flags.RecurseSubDir, Flags.DirNames, VARIANT_FALSE};
     Set.Subsets.push_back(BytesOf(SaveFiles(Subfolder + "\\" + Pattern, Below)));
-  });
+  }
 }
 
 GUID TUBackup::SaveFile(const std::string& Path) {

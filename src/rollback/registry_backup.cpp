@@ -4,7 +4,68 @@
 #include "rollback/backup.h"
 #include "server/arguments.h"
 
-#include <algorithm>
+#include <array>
+#include <cstring>
+#include <set>
+
+namespace {
+
+constexpr size_t LongestName = 16383;  ///< of a value, in characters; those of keys are shorter
+
+/// The functions for ANSI text hand out a replacement character for what the code page lacks, and drop half a
+/// character. What they cannot carry could not be written back, so it is not saved, and the logged change that asked is
+/// not made.
+[[noreturn]] void RefuseLoss(const std::string& What, const std::string& Key) {
+  FailureStep(ERROR_NO_UNICODE_TRANSLATION,
+              What + " of the registry key '" + Key + "' cannot be saved: the system's code page does not hold it.");
+}
+
+/// `Enumerate` is RegEnumValueW or RegEnumKeyExW, whose calls have the same form here.
+template <class TEnumerate>
+void RequireExactName(const std::string& Key, HKEY Handle, DWORD Index, const std::string& Name, TEnumerate Enumerate) {
+  std::array<wchar_t, LongestName + 1> Stored;
+  DWORD Length = static_cast<DWORD>(Stored.size());
+  const LSTATUS Status = Enumerate(Handle, Index, Stored.data(), &Length, nullptr, nullptr, nullptr, nullptr);
+  if (Status != ERROR_SUCCESS || ToWide(Name) != std::wstring_view(Stored.data(), Length))
+    RefuseLoss("The name '" + Name + "'", Key);
+}
+
+void RequireExactData(const std::string& Key, HKEY Handle, const TRegistryValueItem& Value) {
+  if (Value.Type != REG_SZ && Value.Type != REG_EXPAND_SZ && Value.Type != REG_MULTI_SZ) return;  // never converted
+  const std::wstring Name = ToWide(Value.Name);
+  const std::wstring Text = ToWide({reinterpret_cast<const char*>(Value.Data.data()), Value.Data.size()});
+  const size_t Size = Text.size() * sizeof(wchar_t);
+  std::vector<BYTE> Stored(Size + 1);
+  DWORD StoredSize = static_cast<DWORD>(Stored.size());
+  const LSTATUS Status = RegQueryValueExW(Handle, Name.c_str(), nullptr, nullptr, Stored.data(), &StoredSize);
+  if (Status != ERROR_SUCCESS || StoredSize != Size || std::memcmp(Stored.data(), Text.data(), Size) != 0)
+    RefuseLoss("The value '" + Value.Name + "'", Key);
+}
+
+constexpr TMessage DamageOf(const TRegistryValueItem&) { return MsgInternalError3; }
+constexpr TMessage DamageOf(const TRegistryKeyItem&) { return MsgInternalError4; }
+
+/// Reads a whole item. One that cannot have been written by a save is shown to the user and ends the restore.
+template <class TItem>
+TItem ReadItem(IUDialog& Dialog, const GUID& DataID, bool Quiet = false) {
+  TItem Result;
+  TStoredItem Item(DataID, Quiet);
+  if (!Item.HasKind(TItem::Kind) || !Item.ReadFields(Result) || Item.Remaining() != 0 || !Result.Plausible())
+    FailWithBox(Dialog, DamageOf(Result));
+  Item.Close();
+  return Result;
+}
+
+/// Reads every part of a key before anything of it is written, so that damage leaves the registry as it is. A tree
+/// holds each key once; one that is met again contains itself, and would never end.
+void CheckKey(IUDialog& Dialog, const GUID& DataID, std::set<TGuidBytes>& Seen) {
+  if (!Seen.insert(BytesOf(DataID)).second) FailWithBox(Dialog, MsgInternalError4);
+  const auto Saved = ReadItem<TRegistryKeyItem>(Dialog, DataID, true);
+  for (const TGuidBytes& Value : Saved.Values) ReadItem<TRegistryValueItem>(Dialog, GuidOf(Value), true);
+  for (const TGuidBytes& Subkey : Saved.Subkeys) CheckKey(Dialog, GuidOf(Subkey), Seen);
+}
+
+}  // namespace
 
 HRESULT TUBackup::BackupRegKeyValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, GUID* DataID) {
   if (!DataID) return E_POINTER;
@@ -34,6 +95,7 @@ GUID TUBackup::SaveValue(DWORD RootKey, const std::string& KeyName, const std::s
   RetryGetData(Key, Handle.Get(), ValueName, Value.Data.data(), Size, Type);
   Value.Data.resize(Size);  // it may have shrunk meanwhile
   Value.Type = Type;
+  RequireExactData(Key, Handle.Get(), Value);
   TNewItem Item;
   Item.Write(EncodeItem(Value));
   const GUID DataID = Item.Finish();
@@ -48,11 +110,7 @@ HRESULT TUBackup::RestoreRegKeyValue(GUID DataID) {
 
 void TUBackup::LoadValue(const GUID& DataID) {
   TLogScope Log(DebugLog.Get(), BackupLogName, LogText("RestoreRegKeyValue", DataID));
-  TRegistryValueItem Value;
-  TStoredItem Item(DataID);
-  if (!Item.HasKind(RegistryValueKind) || !Item.ReadFields(Value) || Item.Remaining() != 0 || !Value.Plausible())
-    FailWithBox(*Dialog, MsgInternalError3);
-  Item.Close();
+  TRegistryValueItem Value = ReadItem<TRegistryValueItem>(*Dialog, DataID);
   const std::string Key = KeyText(Value.RootKey, Value.KeyPath);
   const DWORD Size = static_cast<DWORD>(Value.Data.size());
   // The system adds a terminator to a string without one when the byte behind it happens to be zero. It must not: the
@@ -93,10 +151,12 @@ GUID TUBackup::SaveKey(DWORD RootKey, const std::string& KeyName, VARIANT_BOOL R
   // From the last index to the first, and written back in that order.
   for (DWORD Left = Info.ValueCount; Left > 0; --Left) {
     const std::string Name = RetryRegEnumValue(Key, Handle.Get(), Left - 1, Info.LongestValueName);
+    RequireExactName(Key, Handle.Get(), Left - 1, Name, RegEnumValueW);
     Saved.Values.push_back(BytesOf(SaveValue(RootKey, KeyName, Name)));
   }
   for (DWORD Left = RecurseSubKey ? Info.SubkeyCount : 0; Left > 0; --Left) {
     const std::string Name = RetryRegEnumKeyEx(Key, Handle.Get(), Left - 1, Info.LongestSubkeyName);
+    RequireExactName(Key, Handle.Get(), Left - 1, Name, RegEnumKeyExW);
     // Below the root itself a path begins without a backslash.
     const std::string Subkey = KeyName.empty() ? Name : KeyName + "\\" + Name;
     Saved.Subkeys.push_back(BytesOf(SaveKey(RootKey, Subkey, RecurseSubKey)));
@@ -110,30 +170,22 @@ GUID TUBackup::SaveKey(DWORD RootKey, const std::string& KeyName, VARIANT_BOOL R
 }
 
 HRESULT TUBackup::RestoreRegKey(GUID DataID) {
-  return SafeCall([&] {
-    std::vector<GUID> Ancestors;
-    LoadKey(DataID, Ancestors);
-  });
+  return SafeCall([&] { LoadKey(DataID, false); });
 }
 
-/// `Ancestors` are the keys that are being restored around this one; see LoadFiles.
-void TUBackup::LoadKey(const GUID& DataID, std::vector<GUID>& Ancestors) {
+void TUBackup::LoadKey(const GUID& DataID, bool Checked) {
   TLogScope Log(DebugLog.Get(), BackupLogName, LogText("RestoreRegKey", DataID));
-  const bool Contained = std::find(Ancestors.begin(), Ancestors.end(), DataID) != Ancestors.end();
-  TRegistryKeyItem Saved;
-  TStoredItem Item(DataID);
-  if (Contained || !Item.HasKind(RegistryKeyKind) || !Item.ReadFields(Saved) || Item.Remaining() != 0 ||
-      !Saved.Plausible())
-    FailWithBox(*Dialog, MsgInternalError4);
-  Item.Close();
+  if (!Checked) {
+    std::set<TGuidBytes> Seen;
+    CheckKey(*Dialog, DataID, Seen);
+  }
+  const auto Saved = ReadItem<TRegistryKeyItem>(*Dialog, DataID);
   const std::string Key = KeyText(Saved.RootKey, Saved.KeyPath);
   // Made first, so that a key without values comes back too.
   TRegistryKey Handle = RetryRegCreateKeyEx(Saved.RootKey, Saved.KeyPath, KEY_ALL_ACCESS);
   RetryRegFlushKey(Key);
   RetryRegCloseKey(Key, Handle);
-  Ancestors.push_back(DataID);
   for (const TGuidBytes& Value : Saved.Values) LoadValue(GuidOf(Value));
-  for (const TGuidBytes& Subkey : Saved.Subkeys) LoadKey(GuidOf(Subkey), Ancestors);
-  Ancestors.pop_back();
+  for (const TGuidBytes& Subkey : Saved.Subkeys) LoadKey(GuidOf(Subkey), true);
   Log.End(LogText("RestoreRegKey", Saved.RootKey, Saved.KeyPath));
 }

@@ -1,3 +1,4 @@
+#include "support/program.h"
 #include "support/registry_tree.h"
 
 #include <algorithm>
@@ -240,11 +241,52 @@ TEST_F(RegistryBackup, NothingIsRestoredFromADamagedKeyItem) {
 
 TEST_F(RegistryBackup, AKeyItemInsideItselfEndsInAFailure) {
   const GUID Outer = NumberedGuid(901), Inner = NumberedGuid(902);
-  RegCreateKeyA(HKEY_CURRENT_USER, Key("Key\\Sub").c_str(), TRegistryKey().Out());
   Write(ItemPath(Outer), KeyItem("Key", "", Bytes(Inner)));
   Write(ItemPath(Inner), KeyItem("Key\\Sub", "", Bytes(Outer)));
   ExpectRefused({Item(Outer)}, "Internal error #4.", Dialog(), [&](auto&) { return Backup->RestoreRegKey(Outer); });
 }
+
+TEST_F(RegistryBackup, ADamagedPartOfAKeyLeavesTheWholeKeyAsItIs) {
+  const std::string Good = Bytes(Put(ValueItem("Key", "Name", REG_BINARY, "data")));
+  const std::string Damaged = Bytes(Put(ValueItem("Key\\Sub", "Name", REG_BINARY, "data") + "?"));
+  const std::string Outer = KeyItem("Key", Good, Bytes(Put(KeyItem("Key\\Sub", Damaged, ""))));
+  ExpectRefused({Outer}, "Internal error #3.", Dialog(), [&](auto& Item) { return Backup->RestoreRegKey(Put(Item)); });
+}
+
+// ---- What cannot be saved
+
+/// A key holds this beside what is well.
+struct TLost {
+  const char* Name;
+  std::wstring Subkey, ValueName;
+  DWORD Type;
+  std::string Data;
+  std::string Message;
+};
+
+class LostInTheCodePage : public RegistryBackup, public testing::WithParamInterface<TLost> {};
+
+TEST_P(LostInTheCodePage, IsNotSavedAndSoNotDeleted) {
+  StoreValue(Wide(L"Key"), L"Name", REG_SZ, WideBytes({L"\x20AC\0", 2}));
+  StoreValue(Wide(L"Key") + GetParam().Subkey, GetParam().ValueName, GetParam().Type, GetParam().Data);
+  const TRegistryTree Before = Tree();
+  constexpr HRESULT NotInTheCodePage = static_cast<HRESULT>(0x80040200 + ERROR_NO_UNICODE_TRANSLATION);
+  EXPECT_EQ(NotInTheCodePage, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Key"))));
+  EXPECT_EQ(GetParam().Message + " of the registry key 'HKEY_CURRENT_USER\\" + Key("Key") +
+                "' cannot be saved: the system's code page does not hold it.",
+            ErrorText());
+  EXPECT_EQ("", Difference(Before, Tree()));
+  EXPECT_FALSE(Exists(Service("update.prt")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Registry, LostInTheCodePage,
+    testing::Values(TLost{"text", L"", L"Lost", REG_EXPAND_SZ, WideBytes(L"a\x0416"), "The value 'Lost'"},
+                    TLost{"best_fit", L"", L"Lost", REG_MULTI_SZ, WideBytes(L"\x0113"), "The value 'Lost'"},
+                    TLost{"half_a_character", L"", L"Lost", REG_SZ, "odd", "The value 'Lost'"},
+                    TLost{"value_name", L"", L"Lost\x0416", REG_DWORD, "1234", "The name 'Lost?'"},
+                    TLost{"key_name", L"\\Lost\x0416", L"", REG_DWORD, "1234", "The name 'Lost?'"}),
+    [](const auto& Info) { return std::string(Info.param.Name); });
 
 // ---- What comes back
 
@@ -271,6 +313,12 @@ void FillWithEveryType(const std::wstring& KeyName) {
 }
 
 TEST_F(RegistryBackup, ADeletedTreeComesBackAsItWas) {
+  // The user's whole hive, as the system's own program writes it.
+  const auto Exported = [this] {
+    const std::string Name = App("hive.reg");
+    EXPECT_EQ(0u, RunSystemProgram("reg.exe", "export HKCU \"" + Name + "\" /y").Status);
+    return Read(Name);
+  };
   const std::wstring Top = Wide(L"Tree");
   FillWithEveryType(Top);
   StoreValue(Top, L"", REG_SZ, WideBytes({L"the default value\0", 18}));
@@ -287,11 +335,14 @@ TEST_F(RegistryBackup, ADeletedTreeComesBackAsItWas) {
   FillWithEveryType(Deep);
 
   const TRegistryTree Before = Tree();
-  ASSERT_EQ(S_OK, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Tree"))))
-      << testing::PrintToString(Dialog().Boxes.back().Text);
+  const std::string HiveBefore = Exported();
+  ASSERT_EQ(S_OK, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Tree")))) << ErrorText();
   ASSERT_EQ((TRegistryTree{{L"", {}}}), Tree());
+  ASSERT_NE(HiveBefore, Exported());
   ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
   EXPECT_EQ("", Difference(Before, Tree()));
+  EXPECT_LT(size_t{1} << 21, HiveBefore.size());
+  EXPECT_TRUE(HiveBefore == Exported());
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "server/coclasses.h"
-#include "server/text.h"
 #include "support/program.h"
 #include "support/sandbox.h"
 
@@ -138,98 +137,6 @@ TEST_F(Frame, ConnectionPointTakesOneSink) {
     EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
   }
   EXPECT_EQ(S_OK, CanUnload());  // what was still connected went with its object
-}
-
-// ---- Order of start and stop, seen from below: the module's calls into the system, patched between its loading and
-// its start, when the loader tells of it.
-
-std::vector<std::string> Steps;
-
-/// A lock's or window class's name as a step; locks are named by class identifiers.
-void NoteStep(const std::string& Verb, const std::string& Name) {
-  for (const TPublishedClass& Class : PublishedClasses)
-    if (Name == GuidText(Class.ClassId)) return Steps.push_back(Verb + Class.Name);
-  if (Name == "OLEAUT32.DLL" || Name == "MendworkCustomMsgBox") Steps.push_back(Verb + Name);
-}
-
-HMODULE OleAutomation = nullptr;
-std::map<HANDLE, std::string> Locks;
-
-HMODULE WINAPI NoteLoad(LPCSTR Name) {
-  NoteStep("+", Name);
-  return OleAutomation = LoadLibraryA(Name);
-}
-BOOL WINAPI NoteFree(HMODULE Module) {
-  if (Module == OleAutomation) NoteStep("-", "OLEAUT32.DLL");
-  return FreeLibrary(Module);
-}
-HANDLE WINAPI NoteSemaphore(SECURITY_ATTRIBUTES* Security, LONG Count, LONG Most, LPCSTR Name) {
-  NoteStep("+", Name);
-  EXPECT_EQ(1, Count);
-  EXPECT_EQ(1, Most);
-  const HANDLE Lock = CreateSemaphoreA(Security, Count, Most, Name);
-  Locks[Lock] = Name;
-  return Lock;
-}
-BOOL WINAPI NoteClose(HANDLE Handle) {
-  if (Locks.count(Handle)) NoteStep("-", Locks[Handle]);
-  return CloseHandle(Handle);
-}
-ATOM WINAPI NoteClass(const WNDCLASSW* Class) {
-  NoteStep("+", ToAnsi(Class->lpszClassName));
-  return RegisterClassW(Class);
-}
-BOOL WINAPI NoteClassGone(LPCWSTR Name, HINSTANCE Instance) {
-  NoteStep("-", ToAnsi(Name));
-  return UnregisterClassW(Name, Instance);
-}
-
-struct TLoaderNotification {
-  ULONG Flags;
-  const void *FullName, *BaseName;
-  void* Base;
-  ULONG Size;
-};
-
-void CALLBACK PatchBeforeStart(ULONG Reason, const TLoaderNotification* Notification, void*) {
-  constexpr ULONG IsLoaded = 1;
-  if (Reason != IsLoaded || !Steps.empty()) return;
-  const HMODULE Module = static_cast<HMODULE>(Notification->Base);
-  if (!GetProcAddress(Module, "DllRegisterServer")) return;
-  // Never taken back: the places go with the module.
-  const auto Patch = [&](const char* Name, auto Function) {
-    new TImportPatch(Module, Name, reinterpret_cast<void*>(Function));
-  };
-  Patch("LoadLibraryA", NoteLoad);
-  Patch("FreeLibrary", NoteFree);
-  Patch("CreateSemaphoreA", NoteSemaphore);
-  Patch("CloseHandle", NoteClose);
-  Patch("RegisterClassW", NoteClass);
-  Patch("UnregisterClassW", NoteClassGone);
-}
-
-TEST(Start, UnitsStartInOrderAndStopInReverse) {
-  using TRegister = LONG(NTAPI*)(ULONG, decltype(&PatchBeforeStart), void*, void**);
-  void* Cookie = nullptr;
-  const auto Register = reinterpret_cast<TRegister>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "LdrRegisterDllNotification")));
-  ASSERT_EQ(0, Register(0, PatchBeforeStart, nullptr, &Cookie));
-  const HMODULE Module = LoadLibraryA(BuiltModulePath().c_str());
-  ASSERT_NE(nullptr, Module);
-  const std::vector<std::string> Started = Steps;
-  Steps = {"stopped"};
-  ASSERT_TRUE(FreeLibrary(Module));
-
-  // Classes that are not written yet have no lock.
-  std::vector<std::string> InOrder = {"+OLEAUT32.DLL",    "+UDebugLog", "+MendworkCustomMsgBox",
-                                      "+UTransactionLog", "+UHistory",  "+UGarbage",
-                                      "+UMacro",          "+UInno"};
-  EXPECT_GE(Started.size(), 4u);
-  std::erase_if(InOrder, [&](const auto& Step) { return std::count(Started.begin(), Started.end(), Step) == 0; });
-  EXPECT_EQ(InOrder, Started);
-  std::vector<std::string> Reverse = {"stopped"};
-  std::for_each(Started.rbegin(), Started.rend(), [&](const auto& Step) { Reverse.push_back("-" + Step.substr(1)); });
-  EXPECT_EQ(Reverse, Steps);
 }
 
 }  // namespace

@@ -304,40 +304,12 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         TLooksRow{"second_is_default", {13, 90, 13}, {"Go on?", "Question", 32514, "Yes,No", "No"}, {"Yes", "No"}},
         TLooksRow{"text_wraps", {65, 900, 13}, {"A long text", "", 32515, "OK", "OK"}, {"OK"}},
-        TLooksRow{"wider_than_text", {13, 6, 13}, {"a", "b", 0, "1,2,3,4,5", "1"}, {"1", "2", "3", "4", "5"}},
-        TLooksRow{"wider_than_buttons", {13, 299, 13}, {"A text as wide as two", "b", -1, "OK", "OK"}, {"OK"}},
         TLooksRow{"quotes_and_blanks",
                   {26, 40, 13},
                   {"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
                   {"Yes to all", "No", "\"so\", \xFC"}},
-        TLooksRow{"default_in_another_case", {13, 90, 13}, {"Go on?", "b", 32513, "Yes,No", "yes"}, {"Yes", "No"}},
         TLooksRow{"no_buttons", {13, 100, 13}, {"Enter closes this", "b", 32516, "", ""}, {}}),
     [](const auto& Info) { return std::string(Info.param.Name); });
-
-TEST_F(Dialogs, CustomBoxClassIsAsOthersKnowIt) {
-  TShownBox Box({});
-  ASSERT_NE(nullptr, Box.Window);
-  EXPECT_EQ(static_cast<DWORD>(CS_CLASSDC | CS_PARENTDC), GetClassLongA(Box.Window, GCL_STYLE));
-  EXPECT_EQ(16u, GetClassLongPtrA(Box.Window, GCLP_HBRBACKGROUND));
-  EXPECT_EQ(reinterpret_cast<ULONG_PTR>(LoadCursorA(nullptr, IDC_ARROW)), GetClassLongPtrA(Box.Window, GCLP_HCURSOR));
-  EXPECT_EQ(reinterpret_cast<ULONG_PTR>(Module()), GetClassLongPtrA(Box.Window, GCLP_HMODULE));
-  EXPECT_EQ(0u, GetClassLongPtrA(Box.Window, GCLP_HICON));
-  Box.Click("Yes");
-}
-
-BOOL WINAPI NoMetrics(UINT, UINT, PVOID, UINT) { return FALSE; }
-
-TEST_F(Dialogs, CustomBoxHasAFontWithoutTheSystemsMetrics) {
-  const auto Loaded = Make<IUDialog>(CLSID_UDialog);
-  const TImportPatch Query(Module(), "SystemParametersInfoA", reinterpret_cast<void*>(NoMetrics));
-  TShownBox Box({});
-  const LOGFONTA Font = FontOf(Box.Button("No"));
-  EXPECT_STREQ("MS Sans Serif", Font.lfFaceName);
-  EXPECT_EQ(-11, Font.lfHeight);
-  EXPECT_EQ(FW_NORMAL, Font.lfWeight);
-  EXPECT_EQ(DEFAULT_CHARSET, Font.lfCharSet);
-  Box.Click("No");
-}
 
 // Without a display there are no icons, so the test lends some.
 std::vector<std::string> Drawings;
