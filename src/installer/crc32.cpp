@@ -6,42 +6,55 @@
 
 namespace {
 
-/// So many bytes are looked up side by side; the look-ups do not wait for each other.
-constexpr size_t Stride = 16;
+/// So many words are looked up side by side: each lane takes every fourth word, and none waits for another.
+constexpr size_t Lanes = 4, WordSize = 4, Stride = Lanes * WordSize;
 using TTable = std::array<uint32_t, 256>;
-using TTables = std::array<TTable, Stride>;
 
-/// Table n holds what a byte contributes that is followed by n others; table 0 is the usual one.
-TTables MakeTables() {
-  constexpr uint32_t Polynomial = 0xEDB88320;
-  TTables Tables{};
-  for (uint32_t Byte = 0; Byte < 256; ++Byte) {
-    uint32_t Crc = Byte;
-    for (int Bit = 0; Bit < 8; ++Bit) Crc = Crc & 1 ? Crc >> 1 ^ Polynomial : Crc >> 1;
-    Tables[0][Byte] = Crc;
-  }
-  for (size_t At = 1; At < Stride; ++At)
-    for (uint32_t Byte = 0; Byte < 256; ++Byte) {
-      const uint32_t Before = Tables[At - 1][Byte];
-      Tables[At][Byte] = Before >> 8 ^ Tables[0][Before & 0xFF];
+struct TTables {
+  /// What a byte contributes, and what it contributes from its place in a word when the rest of a stride follows.
+  TTable Byte{};
+  std::array<TTable, WordSize> Lane{};
+
+  TTables() {
+    constexpr uint32_t Polynomial = 0xEDB88320;
+    for (uint32_t Value = 0; Value < Byte.size(); ++Value) {
+      uint32_t Crc = Value;
+      for (int Bit = 0; Bit < 8; ++Bit) Crc = Crc & 1 ? Crc >> 1 ^ Polynomial : Crc >> 1;
+      Byte[Value] = Crc;
     }
-  return Tables;
-}
-
-uint32_t Word(const TTables& Tables, uint32_t Number, size_t BytesAfter) {
-  return Tables[BytesAfter + 3][Number & 0xFF] ^ Tables[BytesAfter + 2][Number >> 8 & 0xFF] ^
-         Tables[BytesAfter + 1][Number >> 16 & 0xFF] ^ Tables[BytesAfter][Number >> 24];
-}
+    for (size_t Place = 0; Place < WordSize; ++Place)
+      for (uint32_t Value = 0; Value < Byte.size(); ++Value) {
+        uint32_t Crc = Byte[Value];
+        for (size_t After = Place + 1; After < Stride; ++After) Crc = Next(Crc, 0);
+        Lane[Place][Value] = Crc;
+      }
+  }
+  uint32_t Next(uint32_t Crc, uint8_t Value) const { return Crc >> 8 ^ Byte[(Crc ^ Value) & 0xFF]; }
+  uint32_t NextStride(uint32_t Word) const {
+    return Lane[0][Word & 0xFF] ^ Lane[1][Word >> 8 & 0xFF] ^ Lane[2][Word >> 16 & 0xFF] ^ Lane[3][Word >> 24];
+  }
+};
 
 }  // namespace
 
 uint32_t Crc32(const void* Bytes, size_t Size) {
-  static const TTables Tables = MakeTables();
+  static const TTables Tables;
   const uint8_t* At = static_cast<const uint8_t*>(Bytes);
   uint32_t Crc = 0xFFFFFFFF;
-  for (; Size >= Stride; Size -= Stride, At += Stride)
-    Crc = Word(Tables, NumberAt<uint32_t>(At) ^ Crc, 12) ^ Word(Tables, NumberAt<uint32_t>(At + 4), 8) ^
-          Word(Tables, NumberAt<uint32_t>(At + 8), 4) ^ Word(Tables, NumberAt<uint32_t>(At + 12), 0);
-  for (; Size > 0; --Size, ++At) Crc = Crc >> 8 ^ Tables[0][(Crc ^ *At) & 0xFF];
+  if (Size >= 2 * Stride) {
+    // A lane holds what its words so far contribute to the word that it takes next.
+    uint32_t Lane[Lanes] = {Crc};
+    for (; Size >= 2 * Stride; Size -= Stride, At += Stride)
+      for (size_t Which = 0; Which < Lanes; ++Which)
+        Lane[Which] = Tables.NextStride(Lane[Which] ^ NumberAt<uint32_t>(At + Which * WordSize));
+    // The last stride joins them, byte by byte.
+    Crc = 0;
+    for (size_t Which = 0; Which < Lanes; ++Which) {
+      Crc ^= Lane[Which];
+      for (size_t Byte = 0; Byte < WordSize; ++Byte) Crc = Tables.Next(Crc, *At++);
+    }
+    Size -= Stride;
+  }
+  for (; Size > 0; --Size) Crc = Tables.Next(Crc, *At++);
   return ~Crc;
 }

@@ -127,23 +127,30 @@ bool TakeLength(std::span<const uint8_t>& Rest, size_t& Length) {
 
 // ---- The list
 
-void TUninstallLog::TFree::operator()(TUninstallRecord* Rec) const {
+TUninstallRecord& TUninstallLog::MakeRecord(uint16_t RecordType, size_t DataSize, int32_t ExtraValue,
+                                            uint64_t MostUseful) {
   static_assert(std::is_trivially_destructible_v<TUninstallRecord>);
-  ::operator delete(Rec);
+  constexpr size_t Alignment = alignof(TUninstallRecord), Overhead = sizeof(TUninstallRecord) + Alignment;
+  constexpr uint64_t SlabSize = 0x10000;
+  if (uint64_t{DataSize} > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError();
+  if (DataSize > std::numeric_limits<size_t>::max() - Overhead) throw std::bad_alloc();
+  const size_t Size = (DataSize + Overhead - 1) / Alignment * Alignment;
+  if (Size > SlabLeft) {
+    const size_t NewSize = std::max(Size, static_cast<size_t>(std::min(SlabSize, MostUseful)));
+    Slabs.emplace_back(new std::byte[NewSize]);
+    SlabAt = Slabs.back().get();
+    SlabLeft = NewSize;
+  }
+  void* const Memory = SlabAt;
+  SlabAt += Size;
+  SlabLeft -= Size;
+  return *new (Memory) TUninstallRecord(RecordType, static_cast<uint32_t>(DataSize), ExtraValue);
 }
 
-TUninstallLog::TNewRecord TUninstallLog::MakeRecord(uint16_t RecordType, size_t DataSize, int32_t ExtraValue) {
-  if (DataSize > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError();
-  if (DataSize > std::numeric_limits<size_t>::max() - sizeof(TUninstallRecord)) throw std::bad_alloc();
-  void* const Memory = ::operator new(sizeof(TUninstallRecord) + DataSize);
-  return TNewRecord(new (Memory) TUninstallRecord(RecordType, static_cast<uint32_t>(DataSize), ExtraValue));
-}
-
-void TUninstallLog::Link(TNewRecord Rec) {
-  TUninstallRecord* const Added = Rec.release();
-  Added->Previous = LastRecord;
-  (LastRecord ? LastRecord->Next : FirstRecord) = Added;
-  LastRecord = Added;
+void TUninstallLog::Link(TUninstallRecord& Rec) {
+  Rec.Previous = LastRecord;
+  (LastRecord ? LastRecord->Next : FirstRecord) = &Rec;
+  LastRecord = &Rec;
   ++RecordCount;
 }
 
@@ -151,13 +158,15 @@ TUninstallRecord* TUninstallLog::DeleteRecord(TUninstallRecord* Rec) {
   TUninstallRecord* const Before = Rec->Previous;
   (Before ? Before->Next : FirstRecord) = Rec->Next;
   (Rec->Next ? Rec->Next->Previous : LastRecord) = Before;
-  TFree()(Rec);
   --RecordCount;
   return Before;
 }
 
 void TUninstallLog::Clear() {
-  while (LastRecord) DeleteRecord(LastRecord);
+  FirstRecord = LastRecord = nullptr;
+  RecordCount = 0;
+  Slabs.clear();
+  SlabLeft = 0;
   ApplicationId.clear();
   ApplicationName.clear();
   Flags = 0;
@@ -165,9 +174,10 @@ void TUninstallLog::Clear() {
 }
 
 void TUninstallLog::AddRecord(uint16_t RecordType, std::span<const uint8_t> Data, int32_t ExtraValue) {
-  TNewRecord Rec = MakeRecord(RecordType, Data.size(), ExtraValue);
-  std::copy(Data.begin(), Data.end(), Rec->WritableData());
-  Link(std::move(Rec));
+  constexpr uint64_t More = std::numeric_limits<uint64_t>::max();
+  TUninstallRecord& Rec = MakeRecord(RecordType, Data.size(), ExtraValue, More);
+  std::copy(Data.begin(), Data.end(), Rec.WritableData());
+  Link(Rec);
 }
 
 void TUninstallLog::AddStringRecord(uint16_t RecordType, const std::vector<std::string>& Strings, int32_t ExtraValue) {
@@ -208,10 +218,11 @@ void TUninstallLog::Load(TCustomFile& File) {
     const auto DataSize = NumberAt<uint32_t>(Rec.data() + DataSizeAt);
     // Found out at once instead of at the end of the file, with the memory already taken.
     if (DataSize > Reader.MostBytesLeft()) throw EUninstallLogError();
-    TNewRecord New = MakeRecord(NumberAt<uint16_t>(Rec.data() + TypeAt), DataSize,
-                                static_cast<int32_t>(NumberAt<uint32_t>(Rec.data() + ExtraValueAt)));
-    Reader.Read(New->WritableData(), DataSize);
-    Link(std::move(New));
+    TUninstallRecord& New =
+        MakeRecord(NumberAt<uint16_t>(Rec.data() + TypeAt), DataSize,
+                   static_cast<int32_t>(NumberAt<uint32_t>(Rec.data() + ExtraValueAt)), Reader.MostBytesLeft());
+    Reader.Read(New.WritableData(), DataSize);
+    Link(New);
   }
   NothingBehind = Reader.IsAtEnd();
 }

@@ -2,6 +2,7 @@
 
 #include "installer/abstract_file.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -12,7 +13,7 @@
 /// empty, which is what the debug log shows of it.
 class EUninstallLogError {};
 
-/// One record. Its data lies behind it in the same memory, which belongs to the log.
+/// One record. Its data lies behind it in the same piece of memory, which belongs to the log.
 class TUninstallRecord {
  public:
   TUninstallRecord(const TUninstallRecord&) = delete;
@@ -41,13 +42,12 @@ class TUninstallLog {
   static constexpr int32_t HighestVersion = 45;
 
   TUninstallLog() = default;
-  ~TUninstallLog() { Clear(); }
   TUninstallLog(const TUninstallLog&) = delete;
   TUninstallLog& operator=(const TUninstallLog&) = delete;
 
   /// Deletes every record and empties ApplicationId, ApplicationName and Flags.
   void Clear();
-  /// Deletes one record and gives the one before it, or null.
+  /// Deletes one record and gives the one before it, or null. Its memory is free again with the log's.
   TUninstallRecord* DeleteRecord(TUninstallRecord* Rec);
   void AddRecord(uint16_t RecordType, std::span<const uint8_t> Data, int32_t ExtraValue);
   /// Adds a record whose data is a string list, and raises Version to 45 if it is lower.
@@ -86,14 +86,15 @@ class TUninstallLog {
   int32_t Version = 0;
 
  private:
-  struct TFree {
-    void operator()(TUninstallRecord* Rec) const;
-  };
-  using TNewRecord = std::unique_ptr<TUninstallRecord, TFree>;
-  /// A record whose data is still to be filled in.
-  static TNewRecord MakeRecord(uint16_t RecordType, size_t DataSize, int32_t ExtraValue);
-  void Link(TNewRecord Rec);
+  /// A record whose data is still to be filled in. It is not in the list yet. When memory must be taken for it, it is
+  /// no more than `MostUseful`, or than the record needs.
+  TUninstallRecord& MakeRecord(uint16_t RecordType, size_t DataSize, int32_t ExtraValue, uint64_t MostUseful);
+  void Link(TUninstallRecord& Rec);
 
+  /// The records lie side by side in a few pieces of memory: one piece for each would take longer than all else.
+  std::vector<std::unique_ptr<std::byte[]>> Slabs;
+  std::byte* SlabAt = nullptr;  ///< what is left of the last one
+  size_t SlabLeft = 0;
   TUninstallRecord* FirstRecord = nullptr;
   TUninstallRecord* LastRecord = nullptr;
   int32_t RecordCount = 0;
