@@ -29,6 +29,7 @@ Dim Package: Package = WScript.Arguments(1)
 Dim File: Set File = CreateObject("Mendwork.UFile")
 Dim Registry: Set Registry = CreateObject("Mendwork.URegistry")
 Dim Backup: Set Backup = CreateObject("Mendwork.UBackup")
+Dim Inno: Set Inno = CreateObject("Mendwork.UInno")
 Dim TransactionLog: Set TransactionLog = CreateObject("Mendwork.UTransactionLog")
 
 WScript.Quit Update
