@@ -116,12 +116,22 @@ Sub CopyFile(Name, Mode)
   File.CopyFileLogged Package & "\" & Name, App & "\" & Name, Mode
   If Before = "" Then
     Result = "new"
+    TellUninstaller Name
   ElseIf Before = StateOf(App & "\" & Name) Then
     Result = "kept"
   Else
     Result = "replaced"
   End If
   Tell "copy", Name, ModeNames(Mode), Result
+End Sub
+
+' What is new must go with the application one day. The new libraries of this package are COM servers.
+Sub TellUninstaller(Name)
+  If LCase(Files.GetExtensionName(Name)) = "dll" Then
+    Inno.AddCOM App & "\" & Name
+  Else
+    Inno.AddFile App & "\" & Name
+  End If
 End Sub
 
 ' With its folder and the folders below, or only the files of the mask.
@@ -152,6 +162,8 @@ Function Update()
   Reason = Err.Description
   On Error GoTo 0
   If Number = 0 Then
+    ' Last of all, because a rollback does not undo it.
+    Inno.ProcessInno
     WScript.Echo "  The update is complete."
     Update = Updated
   Else
