@@ -2,10 +2,7 @@
 
 #include "bench.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -27,123 +24,28 @@ const TCase Cases[] = {
     {"macro-set", 0, "", MacroSet, "SetMacro among 1,000 permanent macros, against among 10"},
     {"garbage", 1.10, "", GarbageRemoval, "Garbage on 2,000 files and 200 folders, against the bare calls"},
     {"garbage-lines", 1.10, "", GarbageGrowth, "Garbage: a line out of 10,000, against one out of 100"},
+    {"uninstall-log-load", 2, "", LogLoad, "Load of 200,000 records in memory, against zlib's crc32 and a copy"},
+    {"uninstall-log-save", 2, "", LogSave, "Save of the same, against the same"},
+    {"uninstall-log-growth", 0, "", LogGrowth, "Load and Save: a record out of 200,000, against one out of 20,000"},
+    {"uninstall-log-file", 2, "", LogLoadFromFile, "ProcessInno reading a file of 200,000 records, against the same"},
+    {"uninstall-log-names", 12, "", DuplicatePass, "ProcessInno's search for 10,000 listed names, against 1,000"},
 };
 
-constexpr char Usage[] =
-    "usage: mendwork_bench [--only NAME]... [--quick] [--json FILE] [--list] [--help]\n\n"
-    "  --only NAME  measures this case and no other; may be repeated\n"
-    "  --quick      measures less and fewer times, to see that everything works\n"
-    "  --json FILE  where the results go; results.json in the current folder by default\n"
-    "  --list       lists the cases\n\n"
-    "A value is the median over n rounds; \"of the least\" compares the best rounds, where noise could hide it.\n"
-    "A target that is missed does not make the program fail; a case that cannot be measured does.\n";
-
-struct TOptions {
-  std::vector<std::string> Only;
-  std::string JsonName = "results.json";
-  bool Quick = false;
-};
-
-struct TMeasured {
-  const TCase& Case;
-  TResult Result;
-  bool Judged;  ///< there is a target, and enough was measured
-};
-
-bool IsMet(const TMeasured& Row) { return Row.Result.Value <= Row.Case.Target; }
-
-void Print(const TMeasured& Row) {
-  const TCase& Case = Row.Case;
-  std::printf("%-21s %8.3f %-3s  ", Case.Name, Row.Result.Value, Case.Unit);
-  if (Row.Judged)
-    std::printf("target %.2f: %-6s", Case.Target, IsMet(Row) ? "met" : "MISSED");
-  else
-    std::printf("%-19s", Case.Target > 0 ? "quick, not judged" : "no target");
-  std::printf("  n = %d\n    %s\n", Row.Result.Samples, Case.What);
-  for (const TFigure& Figure : Row.Result.Figures)
-    std::printf("    %-24s %12.3f %s\n", Figure.Name.c_str(), Figure.Value, Figure.Unit);
-  std::fflush(stdout);
-}
-
-/// Names and texts are the program's own and hold nothing that JSON would have to escape.
-void WriteJson(const TOptions& Options, const std::vector<TMeasured>& Rows) {
-  std::FILE* const File = std::fopen(Options.JsonName.c_str(), "wb");
-  if (!File) throw EBench("cannot write " + Options.JsonName);
-  std::fprintf(File, "{\n  \"quick\": %s,\n  \"cases\": [", Options.Quick ? "true" : "false");
-  const char* Separator = "";
-  for (const TMeasured& Row : Rows) {
-    std::fprintf(File, "%s\n    {\"name\": \"%s\", \"what\": \"%s\", \"value\": %.4f, \"unit\": \"%s\", ", Separator,
-                 Row.Case.Name, Row.Case.What, Row.Result.Value, Row.Case.Unit);
-    if (Row.Judged)
-      std::fprintf(File, "\"target\": %.2f, \"met\": %s, ", Row.Case.Target, IsMet(Row) ? "true" : "false");
-    std::fprintf(File, "\"samples\": %d, \"figures\": [", Row.Result.Samples);
-    Separator = "";
-    for (const TFigure& Figure : Row.Result.Figures) {
-      std::fprintf(File, "%s\n      {\"name\": \"%s\", \"value\": %.4f, \"unit\": \"%s\"}", Separator,
-                   Figure.Name.c_str(), Figure.Value, Figure.Unit);
-      Separator = ",";
-    }
-    std::fprintf(File, "]}");
-    Separator = ",";
-  }
-  std::fprintf(File, "\n  ]\n}\n");
-  if (std::fclose(File) != 0) throw EBench("cannot write " + Options.JsonName);
-}
-
-const TCase& CaseNamed(const std::string& Name) {
-  for (const TCase& Case : Cases)
-    if (Name == Case.Name) return Case;
-  throw EBench("there is no case " + Name + "; --list lists them");
-}
-
-void MeasureAll(const TOptions& Options) {
-  std::vector<TMeasured> Rows;
-  const TBench Bench(Options.Quick);
-  for (const TCase& Case : Cases) {
-    const bool Wanted =
-        Options.Only.empty() || std::find(Options.Only.begin(), Options.Only.end(), Case.Name) != Options.Only.end();
-    if (!Wanted) continue;
-    Rows.push_back({Case, Case.Measure(Bench), Case.Target > 0 && !Options.Quick});
-    Print(Rows.back());
-  }
-  WriteJson(Options, Rows);
-}
-
-int Run(const std::vector<std::string>& Arguments) {
-  TOptions Options;
-  for (size_t At = 0; At < Arguments.size(); ++At) {
-    const std::string& Word = Arguments[At];
-    const auto Next = [&] {
-      return At + 1 < Arguments.size() ? Arguments[++At] : throw EBench(Word + " needs a value");
-    };
-    if (Word == "--help" || Word == "--list") {
-      if (Word == "--help") std::fputs(Usage, stdout);
-      for (const TCase& Case : Cases)
-        if (Word == "--list") std::printf("%-21s %s\n", Case.Name, Case.What);
-      return 0;
-    }
-    if (Word == "--quick")
-      Options.Quick = true;
-    else if (Word == "--only")
-      Options.Only.push_back(CaseNamed(Next()).Name);
-    else if (Word == "--json")
-      Options.JsonName = Next();
-    else
-      throw EBench("there is no option " + Word + "; --help lists them");
-  }
-  MeasureAll(Options);
-  return 0;
-}
+const std::pair<const char*, void (*)(const TBench&, int, const std::string&)> Children[] = {
+    {"--copy-and-tell-peak", CopyAndTellPeak}, {"--process-and-tell-times", ProcessAndTellTimes}};
 
 }  // namespace
 
 int main(int Count, char** Words) {
   const std::vector<std::string> Arguments(Words + 1, Words + Count);
   try {
-    // A child process that a case starts: --copy-and-tell-peak SIZE RESULT-FILE.
-    if (Arguments.size() != 3 || Arguments[0] != "--copy-and-tell-peak") return Run(Arguments);
-    CopyAndTellPeak(TBench(false), std::stoi(Arguments[1]), Arguments[2]);
-    return 0;
+    // A child process that a case starts: its name, a number, the file for its results.
+    for (const auto& [Name, Run] : Children) {
+      if (Arguments.size() != 3 || Arguments[0] != Name) continue;
+      Run(TBench(false), std::stoi(Arguments[1]), Arguments[2]);
+      return 0;
+    }
+    return RunProgram(Arguments, Cases, [](bool Quick) { return std::make_shared<const TBench>(Quick); });
   } catch (const std::exception& Failure) {
     std::printf("mendwork_bench: %s\n", Failure.what());
     return 1;

@@ -79,19 +79,7 @@ struct TBulk {
 
 double PeakOfChild(const TBench& Bench, int Size) {
   const std::string ResultName = Bench.Work("peak.txt");
-  char Program[MAX_PATH] = "";
-  GetModuleFileNameA(nullptr, Program, sizeof Program);
-  std::string Line = "\"" + std::string(Program) + "\" --copy-and-tell-peak " + std::to_string(Size) + " " + ResultName;
-  STARTUPINFOA Startup{};
-  Startup.cb = sizeof Startup;
-  PROCESS_INFORMATION Info{};
-  Require(CreateProcessA(nullptr, Line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &Startup, &Info) != FALSE,
-          "CreateProcess");
-  const TKernelHandle Process(Info.hProcess), Thread(Info.hThread);
-  DWORD Status = 0;
-  WaitForSingleObject(Process.Get(), INFINITE);
-  GetExitCodeProcess(Process.Get(), &Status);
-  if (Status != 0) throw EBench("the child process ended with status " + std::to_string(Status));
+  RunOwnProgram("--copy-and-tell-peak " + std::to_string(Size) + " " + ResultName);
   const double Peak = std::stod(Read(ResultName)) / BytesPerMiB;
   DeleteFileA(ResultName.c_str());
   return Peak;

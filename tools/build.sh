@@ -1,4 +1,4 @@
-# The commands that build, test and check: build, test, dist, format, clean. Sourced, never run.
+# The commands that build, test and check: build, test, fuzz, dist, format, clean. Sourced, never run.
 
 DefaultPresets=(native win64 win32)
 
@@ -125,6 +125,27 @@ command_test() {
   (($# || Status)) || grep -q " out of $Expected\$" "$TestDir/ctest.log" ||
     die "CTest did not run all of the $Expected tests."
   return "$Status"
+}
+
+# ---- fuzz ----
+
+# usage: run_fuzzer TARGET SECONDS
+run_fuzzer() {
+  local Dir=$Root/build/fuzz
+  mkdir -p "$Dir/corpus/$1" "$Dir/broken"
+  quietly "$Dir/$1.log" "$Dir/tests/fuzz/fuzz_$1" -max_total_time="$2" -max_len=70000 -timeout=10 -print_final_stats=1 \
+    -artifact_prefix="$Dir/broken/$1-" "$Dir/corpus/$1" "$Dir/seeds/$1" "$Root/tests/fuzz/kept/$1" ||
+    die "The input that broke $1 is in build/fuzz/broken (all of the output: build/fuzz/$1.log)."
+  say "$1: $(sed -n 's/^stat::number_of_executed_units: *//p' "$Dir/$1.log") inputs in $2 seconds, none broke it."
+}
+
+command_fuzz() {
+  local Target Seconds=${1-60}
+  [[ $# -le 1 && $Seconds =~ ^[1-9][0-9]*$ ]] || die "fuzz takes a number of seconds."
+  ensure_setup --64-will-do
+  build_quietly fuzz
+  claim fuzz # the same lock as the build's, which is free again by now
+  for Target in "$Root"/tests/fuzz/kept/*/; do run_fuzzer "$(basename "$Target")" "$Seconds"; done
 }
 
 # ---- dist ----

@@ -48,19 +48,35 @@ stop_at_end() {
   trap 'exit 143' TERM
 }
 
-# The benchmark program starts in the folder of the results.
+# Which of the two benchmark programs is meant: a case that is named belongs to one of them.
+bench_is_native() { [[ " $* " != *" --only "* || " $* " == *" native-"* ]]; }
+bench_is_windows() { [[ " $* " != *" native-"* ]]; }
+
+# usage: check_results FILE ARG...
+check_results() {
+  [[ -s $1 || " $* " == *" --list "* || " $* " == *" --help "* ]] || die "The benchmark left no build/bench/$1."
+}
+
+# The benchmark programs start in the folder of the results.
 command_bench() {
   local Dir=$Root/build/bench
+  mkdir -p "$Dir"
   ensure_setup
   build_quietly win32
+  build_quietly native mendwork_native_bench
   claim bench
+  cd "$Dir"
+  rm -f results.json native.json
+  ! bench_is_native "$@" || {
+    "$Root/build/native/bench/mendwork_native_bench" --json native.json "$@" || die "The native benchmark failed."
+    check_results native.json "$@"
+  }
+  bench_is_windows "$@" || return 0
   open_prefix "$Dir/prefix" 32 "$Root/build/win32/Mendwork.dll"
   stop_at_end
   ensure_base_folder
-  rm -f "$Dir/results.json"
-  cd "$Dir"
   run_program 32 "$Root/build/win32/bench/mendwork_bench.exe" "$@" || die "The benchmark failed with status $?."
-  [[ -s results.json || " $* " == *" --list "* || " $* " == *" --help "* ]] || die "The benchmark left no build/bench/results.json."
+  check_results results.json "$@"
 }
 
 # One share of the torture, in a prefix of its own.

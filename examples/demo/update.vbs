@@ -31,6 +31,7 @@ Dim Registry: Set Registry = CreateObject("Mendwork.URegistry")
 Dim Backup: Set Backup = CreateObject("Mendwork.UBackup")
 Dim Com: Set Com = CreateObject("Mendwork.UCom")
 Dim Garbage: Set Garbage = CreateObject("Mendwork.UGarbage")
+Dim Inno: Set Inno = CreateObject("Mendwork.UInno")
 Dim TransactionLog: Set TransactionLog = CreateObject("Mendwork.UTransactionLog")
 
 WScript.Quit Update
@@ -144,12 +145,22 @@ Sub CopyFile(Name, Mode)
   File.CopyFileLogged Package & "\" & Name, App & "\" & Name, Mode
   If Before = "" Then
     Result = "new"
+    TellUninstaller Name
   ElseIf Before = StateOf(App & "\" & Name) Then
     Result = "kept"
   Else
     Result = "replaced"
   End If
   Tell "copy", Name, ModeNames(Mode), Result
+End Sub
+
+' What is new must go with the application one day. The new libraries of this package are COM servers.
+Sub TellUninstaller(Name)
+  If LCase(Files.GetExtensionName(Name)) = "dll" Then
+    Inno.AddCOM App & "\" & Name
+  Else
+    Inno.AddFile App & "\" & Name
+  End If
 End Sub
 
 ' With its folder and the folders below, or only the files of the mask.
@@ -180,6 +191,8 @@ Function Update()
   Reason = Err.Description
   On Error GoTo 0
   If Number = 0 Then
+    ' Last of all, because a rollback undoes neither.
+    Inno.ProcessInno
     Garbage.Garbage
     WScript.Echo "  The update is complete, and what was listed is removed."
     Update = Updated

@@ -1,18 +1,8 @@
 #include "rollback/backup_items.h"
 
+#include "server/little_endian.h"
+
 namespace {
-
-template <class TNumber>
-void AppendNumber(std::string& Bytes, TNumber Number) {
-  for (size_t At = 0; At < sizeof Number; ++At) Bytes += static_cast<char>(Number >> 8 * At & 0xFF);
-}
-
-template <class TNumber>
-TNumber NumberOf(const uint8_t* Bytes) {
-  TNumber Number = 0;
-  for (size_t At = 0; At < sizeof Number; ++At) Number |= static_cast<TNumber>(Bytes[At]) << 8 * At;
-  return Number;
-}
 
 /// Longer than any path that the system's ANSI calls take, so that a lying length cannot swallow a large file's
 /// content.
@@ -47,12 +37,12 @@ bool TItemReader::Take(void* Buffer, uint64_t Size) {
 
 void TItemReader::operator()(uint32_t& Number) {
   uint8_t Bytes[sizeof Number];
-  if (Take(Bytes, sizeof Bytes)) Number = NumberOf<uint32_t>(Bytes);
+  if (Take(Bytes, sizeof Bytes)) Number = NumberAt<uint32_t>(Bytes);
 }
 
 void TItemReader::operator()(uint64_t& Number) {
   uint8_t Bytes[sizeof Number];
-  if (Take(Bytes, sizeof Bytes)) Number = NumberOf<uint64_t>(Bytes);
+  if (Take(Bytes, sizeof Bytes)) Number = NumberAt<uint64_t>(Bytes);
 }
 
 void TItemReader::operator()(std::string& Text) {

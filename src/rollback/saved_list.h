@@ -2,23 +2,29 @@
 
 #include "server/interfaces.h"
 
+#include <list>
+#include <map>
 #include <string>
-#include <vector>
 
 /// A list of ANSI texts that outlives the process: kept in memory, saved whole as comma text in a string item of the
 /// backup store, with a record in a history group that points to the newest item. Names are compared without case, as
-/// the user's locale has it. The owner holds the list's named lock around every call.
+/// the user's locale has it, and found without a walk through the list. The owner holds the list's named lock around
+/// every call.
 class TSavedList {
  public:
   /// `NameOf` gives the part of an entry that is its name.
   TSavedList(const GUID& GroupID, std::string (*NameOf)(const std::string& Entry)) : GroupID(GroupID), NameOf(NameOf) {}
+  TSavedList(TSavedList&&) = default;
+  TSavedList& operator=(TSavedList&&) = default;
 
   /// The entry of this name, or null.
   const std::string* Find(const std::string& Name) const;
   /// Removes every entry of this name.
   void Remove(const std::string& Name);
-  void Add(std::string Entry) { Entries.push_back(std::move(Entry)); }
-  void Clear() { Entries.clear(); }
+  void Add(std::string Entry);
+  void Clear();
+  /// In the order in which they were added.
+  const std::list<std::string>& All() const { return Entries; }
   std::string CommaText() const;
 
   /// Saves the list: one more item and one more history record. Raises the failures of the two objects.
@@ -27,7 +33,9 @@ class TSavedList {
   void Load(IUBackup& Backup, IUHistory& History);
 
  private:
-  const GUID GroupID;
+  GUID GroupID;
   std::string (*NameOf)(const std::string& Entry);
-  std::vector<std::string> Entries;
+  std::list<std::string> Entries;
+  /// The entries by a key that equal names share; those of one key in the order of the list.
+  std::multimap<std::string, std::list<std::string>::iterator> Index;
 };

@@ -28,6 +28,8 @@ void StartGarbage();
 void StopGarbage();
 void StartMacros();
 void StopMacros();
+void StartInstallerLog();
+void StopInstallerLog();
 
 namespace {
 
@@ -45,7 +47,7 @@ const TCoClass Table[] = {
     COCLASS(UCom, nullptr, nullptr),
     COCLASS(URegistry, nullptr, nullptr),
     COCLASS(UMacro, StartMacros, StopMacros),
-    COCLASS(UInno, nullptr, nullptr),
+    COCLASS(UInno, StartInstallerLog, StopInstallerLog),
 };
 
 }  // namespace

@@ -15,9 +15,22 @@ struct TCommand {
 };
 
 const TCommand Commands[] = {
-    {"put-entries", PutEntries}, {"make-changes", MakeChanges}, {"progress-window", ShowProgressWindow},
-    {"put-lines", PutLines},     {"put-records", PutRecords},   {"match-macro", MatchMacro},
+    {"put-entries", PutEntries},
+    {"make-changes", MakeChanges},
+    {"progress-window", ShowProgressWindow},
+    {"put-lines", PutLines},
+    {"put-records", PutRecords},
+    {"match-macro", MatchMacro},
     {"put-garbage", PutGarbage},
+    {"put-entries", PutEntries},
+    {"make-changes", MakeChanges},
+    {"progress-window", ShowProgressWindow},
+    {"put-lines", PutLines},
+    {"put-records", PutRecords},
+    {"match-macro", MatchMacro},
+    {"process-inno", ProcessInno},
+    {"match-lists", MatchLists},
+    {"bring-to-log", BringToLog},
 };
 
 }  // namespace

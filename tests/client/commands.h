@@ -42,3 +42,15 @@ inline std::string HexText(const std::string& Bytes) {
     for (const int Half : {Byte >> 4 & 15, Byte & 15}) Result += "0123456789abcdef"[Half];
   return Result;
 }
+
+/// process-inno EVENT N: calls ProcessInno. At the N-th Win32 call of the module inside, the process ends with
+/// DiedStatus: EVENT is `before`, `after`, or `torn` (in the middle of the N-th write); `nothing` lets it live.
+int ProcessInno(const std::vector<std::string>& Arguments);
+
+/// match-lists FILES SERVERS: whether the lists of a new process are these comma texts, given in hexadecimal.
+int MatchLists(const std::vector<std::string>& Arguments);
+
+/// bring-to-log FOLDER: makes FOLDER the base folder, adds what its names.txt lists (one "file:NAME" or "server:NAME" a
+/// line), calls ProcessInno, and writes what the log holds then to records.txt: type, ExtraValue and the data in
+/// hexadecimal, a record a line.
+int BringToLog(const std::vector<std::string>& Arguments);

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "server/little_endian.h"
+
+#include <cstdint>
+#include <string>
+
+// An uninstall log built by hand, byte by byte, without the sources that are tested.
+
+/// Bit by bit, as the definition has it.
+inline uint32_t SlowCrc(const std::string& Bytes) {
+  uint32_t Crc = 0xFFFFFFFF;
+  for (const char Byte : Bytes) {
+    Crc ^= static_cast<uint8_t>(Byte);
+    for (int Bit = 0; Bit < 8; ++Bit) Crc = Crc >> 1 ^ (Crc & 1 ? 0xEDB88320 : 0);
+  }
+  return ~Crc;
+}
+
+template <class TNumber>
+std::string Number(TNumber Value) {
+  std::string Bytes;
+  AppendNumber(Bytes, Value);
+  return Bytes;
+}
+
+inline std::string Padded(std::string Text, size_t Size) {
+  Text.resize(Size);
+  return Text;
+}
+
+inline std::string Block(const std::string& Data) {
+  const auto Size = static_cast<uint32_t>(Data.size());
+  return Number(Size) + Number(~Size) + Number(SlowCrc(Data)) + Data;
+}
+
+inline std::string Record(uint16_t Type, uint32_t ExtraValue, const std::string& Data) {
+  return Number(Type) + Number(ExtraValue) + Number(static_cast<uint32_t>(Data.size())) + Data;
+}
+
+constexpr char Id32[] = "Inno Setup Uninstall Log (b)", Id64[] = "Inno Setup Uninstall Log (b) 64-bit";
+
+/// A whole file; its fields can be made to lie.
+struct TRawLog {
+  std::string Id = Id32, ApplicationId = "{App}", ApplicationName = "Orvane Notes";
+  uint32_t Version = 44, NumRecs = 0, Flags = 0;
+  std::string Reserved = std::string(108, '\0');
+  std::string Blocks = {};
+  int64_t EndOffset = -1, Crc = -1;  ///< -1: as it should be
+
+  std::string Bytes() const {
+    const auto End = static_cast<uint32_t>(EndOffset < 0 ? 448 + static_cast<int64_t>(Blocks.size()) : EndOffset);
+    const std::string Header = Padded(Id, 64) + Padded(ApplicationId, 128) + Padded(ApplicationName, 128) +
+                               Number(Version) + Number(NumRecs) + Number(End) + Number(Flags) + Reserved;
+    return Header + Number(Crc < 0 ? SlowCrc(Header) : static_cast<uint32_t>(Crc)) + Blocks;
+  }
+};
+
+/// A stream of any length as blocks.
+inline std::string BlocksOf(const std::string& Stream) {
+  constexpr size_t BlockSize = 4096;
+  std::string Blocks;
+  for (size_t At = 0; At < Stream.size(); At += BlockSize) Blocks += Block(Stream.substr(At, BlockSize));
+  return Blocks;
+}
+
+/// A delete-file record.
+inline std::string FileRecord(const std::string& Name, uint32_t ExtraValue) {
+  constexpr uint16_t DeleteFile = 0x82;
+  return Record(DeleteFile, ExtraValue, static_cast<char>(Name.size()) + Name + "\xFF");
+}
