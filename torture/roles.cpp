@@ -20,10 +20,10 @@ class TYesUser final : public TDouble<IUDialog> {
   STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
 };
 
-/// The names of the changing calls that this process made go to a file.
+/// The names of the calls that this process made go to a file.
 void WriteCalls(const std::string& FileName) {
   std::string Names;
-  for (const char* Name : ChangingCallsMade()) Names += std::string(Name) + "\n";
+  for (const char* Name : CallsMade()) Names += std::string(Name) + "\n";
   Write(FileName, Names);
 }
 

@@ -1,5 +1,6 @@
 #include "client/commands.h"
 #include "server/text.h"
+#include "support/changing_calls.h"
 #include "support/child.h"
 #include "support/fault.h"
 #include "support/host_link.h"

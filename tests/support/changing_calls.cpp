@@ -3,22 +3,18 @@
 #include "support/child.h"
 #include "support/import_patch.h"
 
+#include <shlwapi.h>
+
 #include <map>
 #include <memory>
 
 namespace {
 
-/// What befalls this process at one of the module's changing system calls.
-enum TEvent {
-  Nothing,
-  Before,  ///< it ends just before the call
-  After,   ///< it ends just after the call
-  Torn,    ///< it ends when the call, a WriteFile, has written half of its bytes
-  Stop,    ///< it tells that it is ready, just before the call, and stays there
-};
+enum TEvent { Nothing, Before, After, Torn, Stop };
 const std::map<std::string, TEvent> Events = {
     {"nothing", Nothing}, {"before", Before}, {"after", After}, {"torn", Torn}, {"stop", Stop}};
 TEvent Planned = Nothing;
+TPoints Points = ChangingCalls;
 int PointsLeft = 0;
 std::vector<const char*> Made;
 
@@ -31,7 +27,7 @@ void Happen() {
 }
 
 template <class TCall>
-auto Point(const char* Name, TCall Call) {
+auto Pass(const char* Name, TCall Call) {
   Made.push_back(Name);
   const bool Here = Planned != Torn && --PointsLeft == 0;
   if (Here && Planned != After) Happen();
@@ -40,81 +36,82 @@ auto Point(const char* Name, TCall Call) {
   return Result;
 }
 
+/// The replacement of one function.
+template <auto Function>
+struct TPoint;
+template <class TResult, class... TArgs, TResult(WINAPI* Function)(TArgs...)>
+struct TPoint<Function> {
+  inline static const char* Name = nullptr;
+  static TResult WINAPI Call(TArgs... Args) {
+    return Pass(Name, [&] { return Function(Args...); });
+  }
+};
+
 HANDLE WINAPI Create(LPCSTR Name, DWORD Access, DWORD Share, SECURITY_ATTRIBUTES* Security, DWORD Disposition,
                      DWORD Flags, HANDLE Template) {
   const auto Call = [&] { return CreateFileA(Name, Access, Share, Security, Disposition, Flags, Template); };
-  return Disposition != OPEN_EXISTING || Access & GENERIC_WRITE ? Point("CreateFileA", Call) : Call();
+  const bool Changes = Disposition != OPEN_EXISTING || Access & GENERIC_WRITE;
+  return Changes || Points == AllCalls ? Pass("CreateFileA", Call) : Call();
 }
 BOOL WINAPI Write(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, OVERLAPPED* Overlapped) {
   if (Planned == Torn && --PointsLeft == 0) {
     WriteFile(File, Buffer, Size / 2, Written, Overlapped);
     Happen();
   }
-  return Point("WriteFile", [&] { return WriteFile(File, Buffer, Size, Written, Overlapped); });
-}
-BOOL WINAPI Delete(LPCSTR Name) {
-  return Point("DeleteFileA", [&] { return DeleteFileA(Name); });
-}
-BOOL WINAPI Move(LPCSTR Old, LPCSTR New) {
-  return Point("MoveFileA", [&] { return MoveFileA(Old, New); });
-}
-BOOL WINAPI Truncate(HANDLE File) {
-  return Point("SetEndOfFile", [&] { return SetEndOfFile(File); });
-}
-BOOL WINAPI SetAttributes(LPCSTR Name, DWORD Attributes) {
-  return Point("SetFileAttributesA", [&] { return SetFileAttributesA(Name, Attributes); });
-}
-BOOL WINAPI SetTime(HANDLE File, const FILETIME* Creation, const FILETIME* Access, const FILETIME* LastWrite) {
-  return Point("SetFileTime", [&] { return SetFileTime(File, Creation, Access, LastWrite); });
-}
-BOOL WINAPI MakeDirectory(LPCSTR Name, SECURITY_ATTRIBUTES* Security) {
-  return Point("CreateDirectoryA", [&] { return CreateDirectoryA(Name, Security); });
-}
-BOOL WINAPI RemoveFolder(LPCSTR Name) {
-  return Point("RemoveDirectoryA", [&] { return RemoveDirectoryA(Name); });
-}
-LSTATUS WINAPI CreateKey(HKEY Root, LPCSTR Name, DWORD Reserved, LPSTR Class, DWORD Options, REGSAM Access,
-                         SECURITY_ATTRIBUTES* Security, HKEY* Key, DWORD* Disposition) {
-  return Point("RegCreateKeyExA", [&] {
-    return RegCreateKeyExA(Root, Name, Reserved, Class, Options, Access, Security, Key, Disposition);
-  });
-}
-LSTATUS WINAPI SetValue(HKEY Key, LPCSTR Name, DWORD Reserved, DWORD Type, const BYTE* Data, DWORD Size) {
-  return Point("RegSetValueExA", [&] { return RegSetValueExA(Key, Name, Reserved, Type, Data, Size); });
-}
-LSTATUS WINAPI DeleteValue(HKEY Key, LPCSTR Name) {
-  return Point("RegDeleteValueA", [&] { return RegDeleteValueA(Key, Name); });
-}
-LSTATUS WINAPI DeleteKey(HKEY Root, LPCSTR Name) {
-  static const auto Original = reinterpret_cast<LSTATUS(WINAPI*)(HKEY, LPCSTR)>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("shlwapi.dll"), "SHDeleteKeyA")));
-  return Point("SHDeleteKeyA", [&] { return Original(Root, Name); });
+  return Pass("WriteFile", [&] { return WriteFile(File, Buffer, Size, Written, Overlapped); });
 }
 
-const std::pair<const char*, void*> ChangingCalls[] = {
-    {"CreateFileA", reinterpret_cast<void*>(Create)},
-    {"WriteFile", reinterpret_cast<void*>(Write)},
-    {"DeleteFileA", reinterpret_cast<void*>(Delete)},
-    {"MoveFileA", reinterpret_cast<void*>(Move)},
-    {"SetEndOfFile", reinterpret_cast<void*>(Truncate)},
-    {"SetFileAttributesA", reinterpret_cast<void*>(SetAttributes)},
-    {"SetFileTime", reinterpret_cast<void*>(SetTime)},
-    {"CreateDirectoryA", reinterpret_cast<void*>(MakeDirectory)},
-    {"RemoveDirectoryA", reinterpret_cast<void*>(RemoveFolder)},
-    {"RegCreateKeyExA", reinterpret_cast<void*>(CreateKey)},
-    {"RegSetValueExA", reinterpret_cast<void*>(SetValue)},
-    {"RegDeleteValueA", reinterpret_cast<void*>(DeleteValue)},
-    {"SHDeleteKeyA", reinterpret_cast<void*>(DeleteKey)},
+struct TRow {
+  const char* Name;
+  void* Replacement;
+  TPoints Points;
+};
+
+template <auto Function>
+TRow Row(const char* Name, TPoints Of = ChangingCalls) {
+  TPoint<Function>::Name = Name;
+  return {Name, reinterpret_cast<void*>(&TPoint<Function>::Call), Of};
+}
+#define ROW(Function, ...) Row<&Function>(#Function __VA_OPT__(, ) __VA_ARGS__)
+
+const TRow Rows[] = {
+    {"CreateFileA", reinterpret_cast<void*>(Create), ChangingCalls},
+    {"WriteFile", reinterpret_cast<void*>(Write), ChangingCalls},
+    ROW(DeleteFileA),
+    ROW(MoveFileA),
+    ROW(SetEndOfFile),
+    ROW(SetFileAttributesA),
+    ROW(SetFileTime),
+    ROW(CreateDirectoryA),
+    ROW(RemoveDirectoryA),
+    ROW(RegCreateKeyExA),
+    ROW(RegSetValueExA),
+    ROW(RegDeleteValueA),
+    ROW(SHDeleteKeyA),
+    ROW(RegisterTypeLib),
+    // Comes when a module has just registered or unregistered itself.
+    ROW(FreeLibrary),
+    ROW(CloseHandle, AllCalls),
+    ROW(GetFileSizeEx, AllCalls),
+    ROW(ReadFile, AllCalls),
+    ROW(RegOpenKeyExA, AllCalls),
+    ROW(RegQueryValueExA, AllCalls),
+    ROW(ReleaseMutex, AllCalls),
+    ROW(ReleaseSemaphore, AllCalls),
+    ROW(SetFilePointerEx, AllCalls),
+    ROW(WaitForSingleObject, AllCalls),
 };
 
 }  // namespace
 
-void PlanEvent(const std::string& Event, int Point) {
+void PlanEvent(const std::string& Event, int Point, TPoints Of) {
   static std::vector<std::unique_ptr<TImportPatch>> Patches;
-  for (const auto& [Name, Replacement] : ChangingCalls)
-    Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Name, Replacement));
+  for (const TRow& Row : Rows)
+    if (Row.Points <= Of)
+      Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Row.Name, Row.Replacement));
   Planned = Events.at(Event);
+  Points = Of;
   PointsLeft = Point;
 }
 
-const std::vector<const char*>& ChangingCallsMade() { return Made; }
+const std::vector<const char*>& CallsMade() { return Made; }
