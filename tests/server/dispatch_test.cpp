@@ -260,7 +260,7 @@ TEST_F(LateBound, RootKeysKeepTheirBits) {
   for (const TValue& CurrentUser : {TValue(static_cast<long>(0x80000001)), TValue(2147483649.0), Unsigned}) {
     Log().Lines.clear();
     const HRESULT Outcome = Call(*Backup, L"BackupRegKeyValue", {CurrentUser, "Software\\Orvane\\Core", ""});
-      EXPECT_EQ(S_OK, Outcome) << Report.Description;
+    EXPECT_EQ(S_OK, Outcome) << Report.Description;
     ASSERT_FALSE(Log().Lines.empty());
     EXPECT_EQ("BackupRegKeyValue 2147483649 Software\\Orvane\\Core ", Log().Lines.front().Text);
   }
