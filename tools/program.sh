@@ -62,8 +62,8 @@ command_bench() {
   local Dir=$Root/build/bench
   mkdir -p "$Dir"
   ensure_setup
-  build_quietly win32
-  build_quietly native mendwork_native_bench
+  ! bench_is_native "$@" || build_quietly native mendwork_native_bench
+  ! bench_is_windows "$@" || build_quietly win32
   claim bench
   cd "$Dir"
   rm -f results.json native.json

