@@ -80,8 +80,9 @@ void RollbackAll(IUTransactionLog& Log) {
 }
 
 /// The first variant against the second, with the cost of one of `Items`.
-TResult Compare(const std::vector<TVariant>& Variants, int Rounds, int Items, const char* Module, const char* Bare) {
-  const std::vector<TSamples> Times = Interleave(1, Rounds, Variants);
+TResult Compare(const std::vector<TVariant>& Variants, int WarmUps, int Rounds, int Items, const char* Module,
+                const char* Bare) {
+  const std::vector<TSamples> Times = Interleave(WarmUps, Rounds, Variants);
   return {Times[0].Over(Times[1]).Median(),
           Times[0].Count(),
           {{Module, Times[0].Median() / Items, "us"}, {Bare, Times[1].Median() / Items, "us"}}};
@@ -114,8 +115,8 @@ TResult SetValueLogged(const TBench& Bench) {
       SetValue(CreateKey(TopKey), "Value", At);
     }
   };
-  const TResult Result =
-      Compare({{Prepare, Logged}, {Prepare, Bare}}, Bench.Quick ? 1 : 15, Calls, "SetDwordValueLogged", "bare calls");
+  const TResult Result = Compare({{Prepare, Logged}, {Prepare, Bare}}, 1, Bench.Quick ? 1 : 15, Calls,
+                                 "SetDwordValueLogged", "bare calls");
   Bench.ForgetChanges();
   return Result;
 }
@@ -133,7 +134,7 @@ TResult KeyTreeDelete(const TBench& Bench) {
   const TResult Result =
       Compare({{Prepare, [&] { Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged"); }},
                {Prepare, Bare}},
-              Bench.Quick ? 1 : 3, Tree.Keys, "a key, logged delete", "a key, bare calls");
+              0, Bench.Quick ? 1 : 3, Tree.Keys, "a key, logged delete", "a key, bare calls");
   Bench.ForgetChanges();
   return Result;
 }
@@ -147,7 +148,7 @@ TResult KeyTreeRollback(const TBench& Bench) {
     Tree.Make();
     Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged");
   };
-  const TResult Result = Compare({{Delete, [&] { RollbackAll(*Log); }}, {Delete, [&] { Tree.Make(); }}},
+  const TResult Result = Compare({{Delete, [&] { RollbackAll(*Log); }}, {Delete, [&] { Tree.Make(); }}}, 0,
                                  Bench.Quick ? 1 : 3, Tree.Keys, "a key, rolled back", "a key, bare calls");
   Bench.ForgetChanges();
   return Result;
