@@ -2,6 +2,7 @@
 // a new process then rolls back, and the application must be as it was.
 
 #include "support/changing_calls.h"
+#include "support/memory_file.h"
 #include "torture.h"
 #include "update.h"
 
@@ -33,6 +34,7 @@ class TKillMatrix {
   void Visit(const TDeath& Death, int Number);
   void RollBack(int Number);
   void Judge(const TDeath& Death);
+  bool UninstallLogIsWhole() const;
 
   TMachine Machine;
   const std::string CallsFile = Machine.Root() + "\\calls.txt";
@@ -87,9 +89,22 @@ void TKillMatrix::RollBack(int Number) {
     if (Attempt == MostAttempts) break;
 }
 
+/// A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.
+bool TKillMatrix::UninstallLogIsWhole() const {
+  constexpr int Added = 2;
+  try {
+    TUninstallLog Log;
+    LoadFrom(Read(UninstallLogOf(Machine.Root())), Log);
+    return Log.Count() == UninstallRecords || Log.Count() == UninstallRecords + Added;
+  } catch (const EUninstallLogError&) {
+    return false;
+  }
+}
+
 void TKillMatrix::Judge(const TDeath& Death) {
   std::string Rest = Difference(Before, Machine.Capture());
   const int Known = RemoveKnownRemains(Rest);
+  if (!UninstallLogIsWhole()) Rest += "the uninstall log is neither the old nor the new one\n";
   if (Exists(Machine.Service("update.prt"))) Rest += "the transaction log is not empty\n";
   if (!Rest.empty()) {
     Result.Bad.push_back(Death.Text() + ": " + Rest);

@@ -1,6 +1,9 @@
 #include "machine.h"
 
+#include "server/text.h"
 #include "support/program.h"
+#include "support/raw_uninstall_log.h"
+#include "support/type_library.h"
 
 namespace {
 
@@ -30,7 +33,40 @@ void CopyBuilt(const std::string& Name, const std::string& Path) {
   Write(Path, Read(BuiltFile("tests\\versioned\\" + Name)));
 }
 
+std::string SystemFile(const std::string& Name) {
+  char Folder[MAX_PATH] = "";
+  GetSystemDirectoryA(Folder, sizeof Folder);
+  return std::string(Folder) + "\\" + Name;
+}
+
+/// Without the library that is tortured.
+void SetRegistered(const std::string& Server, bool Registered) {
+  using TFunction = HRESULT(STDAPICALLTYPE*)();
+  const TModuleHandle Module(LoadLibraryA(Server.c_str()));
+  const auto Function = reinterpret_cast<TFunction>(
+      reinterpret_cast<void*>(GetProcAddress(Module.Get(), Registered ? "DllRegisterServer" : "DllUnregisterServer")));
+  if (Function) Function();
+}
+void RemoveTypeLibrary() {
+  constexpr LCID Neutral = 0;
+  UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, Neutral, OwnKind);
+}
+
+/// The key that a path of HKEY_CLASSES_ROOT belongs to: a class, an interface, a library or a name.
+std::wstring OwnKey(const std::wstring& Path) {
+  size_t Parts = 1;
+  for (const wchar_t* Folder : {L"CLSID\\", L"Interface\\", L"TypeLib\\", L"AppID\\"})
+    Parts += Path.starts_with(Folder);
+  if (Path.starts_with(L"Wow6432Node\\")) Parts = 3;
+  size_t End = 0;
+  for (; Parts > 0 && End != std::wstring::npos; --Parts) End = Path.find(L'\\', End + 1);
+  return Path.substr(0, End);
+}
+
 }  // namespace
+
+std::string RegisteredServer() { return SystemFile("scrrun.dll"); }
+std::string UnregisteredServer() { return SystemFile("msscript.ocx"); }
 
 std::string BuiltFile(const std::string& Name) {
   const std::string Module = BuiltModulePath();
@@ -46,8 +82,49 @@ void TMachine::LayOut() {
     LayOutFiles();
   else
     Plant(App(), Original.Files);
+  std::string Records;
+  for (int At = 0; At < UninstallRecords; ++At) Records += FileRecord("C:\\old" + std::to_string(At), 0);
+  Write(UninstallLogOf(Root()), TRawLog{.NumRecs = UninstallRecords, .Blocks = BlocksOf(Records)}.Bytes());
+  Write(Root() + "\\Rubbish\\folder\\file.txt", "");
+  Write(Root() + "\\Rubbish\\file.txt", "");
   if (Original.Registry.empty() || RegistryTreeOf(AppKeyName) != Original.Registry) LayOutRegistry();
+  LayOutClasses();
   if (Original.Files.empty()) Original = Capture();
+}
+
+void TMachine::LayOutClasses() {
+  const bool First = ClassKeys.empty();
+  if (First) FindClassKeys();
+  if (!First && CaptureClasses() == Original.Classes) return;
+  SetRegistered(RegisteredServer(), true);
+  SetRegistered(UnregisteredServer(), false);
+  RemoveTypeLibrary();
+}
+
+/// By what changes when they are registered and unregistered.
+void TMachine::FindClassKeys() {
+  const auto All = [] { return RegistryTreeOf(L"", HKEY_CLASSES_ROOT); };
+  SetRegistered(RegisteredServer(), true);
+  SetRegistered(UnregisteredServer(), true);
+  const std::wstring Library = ToWide(App("types.TLB"));
+  TComRef<ITypeLib> Made;
+  if (SUCCEEDED(LoadTypeLib(Library.c_str(), Made.Out())))
+    RegisterTypeLib(Made.Get(), const_cast<wchar_t*>(Library.c_str()), nullptr);
+  const TRegistryTree With = All();
+  SetRegistered(RegisteredServer(), false);
+  SetRegistered(UnregisteredServer(), false);
+  RemoveTypeLibrary();
+  const TRegistryTree Without = All();
+  for (const auto& [Path, Entry] : With)
+    if (const auto Found = Without.find(Path); Found == Without.end() || !(Found->second == Entry))
+      ClassKeys.insert(OwnKey(Path));
+}
+
+TRegistryTree TMachine::CaptureClasses() const {
+  TRegistryTree Classes;
+  for (const std::wstring& Key : ClassKeys)
+    for (const auto& [Path, Entry] : RegistryTreeOf(Key, HKEY_CLASSES_ROOT)) Classes[Key + L"\\" + Path] = Entry;
+  return Classes;
 }
 
 void TMachine::LayOutFiles() const {
@@ -72,6 +149,8 @@ void TMachine::LayOutFiles() const {
   MakeFolders(Places.App("cache\\pages\\empty"));
   Write(Places.App("templates\\letter.txt"), "letter");
   Write(Places.App("templates\\memo.txt"), "memo", ReadOnly);
+  MakeTypeLibrary(Places.App("types.TLB"));
+  Write(Places.App("types.TLB"), Read(Places.App("types.TLB")));
   CopyBuilt("first.dll", Places.App("older_version.dll"));
   CopyBuilt("second.dll", Places.App("newer_version.dll"));
   CopyBuilt("first.dll", Places.App("asked.dll"));
@@ -86,7 +165,7 @@ void TMachine::LayOutFiles() const {
   CopyBuilt("first.dll", Places.Package("asked.dll"));
 }
 
-TCapture TMachine::Capture() const { return {TreeOf(App()), RegistryTreeOf(AppKeyName), {}}; }
+TCapture TMachine::Capture() const { return {TreeOf(App()), RegistryTreeOf(AppKeyName), CaptureClasses()}; }
 
 std::string Difference(const TCapture& Before, const TCapture& After) {
   return Difference(Before.Files, After.Files) + Difference(Before.Registry, After.Registry) +

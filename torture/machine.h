@@ -3,6 +3,7 @@
 #include "support/registry_tree.h"
 #include "support/sandbox.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,8 +38,13 @@ class TMachine final : public TSandbox {
  private:
   void TestBody() override {}
   void LayOutFiles() const;
+  void LayOutClasses();
+  void FindClassKeys();
+  TRegistryTree CaptureClasses() const;
 
   TCapture Original;
+  /// Where in HKEY_CLASSES_ROOT the sample's servers and type library register.
+  std::set<std::wstring> ClassKeys;
 };
 
 /// Where the sandbox of another process is.
@@ -53,6 +59,13 @@ struct TPlaces {
     return Root + "\\" + Folder + (Name.empty() ? "" : "\\" + Name);
   }
 };
+
+/// Servers that the platform ships: the sample application has registered the one and the other not.
+std::string RegisteredServer();
+std::string UnregisteredServer();
+/// The installer's uninstall log holds so many records before the update.
+constexpr int UninstallRecords = 3;
+inline std::string UninstallLogOf(const std::string& Root) { return Root + "\\Base\\Uninstall\\unins000.dat"; }
 
 /// The application's key below HKEY_CURRENT_USER.
 inline constexpr wchar_t AppKeyName[] = L"Software\\MendworkTorture";

@@ -24,6 +24,8 @@ struct TState {
   std::string ItemName(const GUID& DataID) const { return "Backup\\" + GuidText(DataID); }
 };
 
+void PutGarbage(TState& State);
+
 void TState::Make() {
   TUpdater& U = Updater;
   const VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
@@ -36,6 +38,8 @@ void TState::Make() {
   U.Log->PutCheckPoint(NumberedGuid(22));
   U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App("new.dll")), 0);
   for (int At = 0; At < 2; ++At) U.History->Put(Group, At, NumberedGuid(At));
+  PutGarbage(*this);
+  U.Inno->AddFile(Text("C:\\new"));
 }
 
 /// An operation that meets the file.
@@ -76,6 +80,21 @@ const std::vector<TOperation> HistoryOperations = {
     {"Put", [](TState& State) { return State.Updater.History->Put(State.Group, 5, NumberedGuid(5)); }},
     {"DeleteLastRecord", [](TState& State) { return State.Updater.History->DeleteLastRecord(State.Group); }}};
 
+/// The lists are put once for each content, and reach nothing but the rubbish.
+void PutGarbage(TState& State) {
+  IUGarbage& Garbage = *State.Updater.Garbage.Get();
+  const std::string Rubbish = State.Updater.Places.Root + "\\Rubbish";
+  Garbage.PutFile(Text(Rubbish + "\\file.txt"));
+  Garbage.PutFile(Text(Rubbish + "\\none.txt"));
+  Garbage.PutDirectory(Text(Rubbish + "\\folder"));
+  Garbage.PutRegKey(User, Text("Software\\MendworkRubbish\\Key"));
+  Garbage.PutRegKeyValue(User, Text("Software\\MendworkRubbish"), Text("a b"));
+}
+const std::vector<TOperation> GarbageOperations = {
+    {"Garbage", [](TState& S) { return S.Updater.Garbage->Garbage(); }},
+    {"PutFile", [](TState& S) { return S.Updater.Garbage->PutFile(Text("C:\\none")); }},
+    {"PutDirectory", [](TState& S) { return S.Updater.Garbage->PutDirectory(Text("C:\\none")); }}};
+
 /// A file of the service folder that is torn, and what is done then.
 struct TTorn {
   const char* Name;
@@ -115,6 +134,13 @@ const std::vector<TTorn> Kinds = {
     {"key item",
      [](const TState& S) { return S.ItemName(S.Key); },
      {{"RestoreRegKey", [](TState& S) { return S.Updater.Backup->RestoreRegKey(S.Key); }}}},
+    {"garbage list of files", [](const TState&) { return std::string("Garbage\\Files.grb"); }, GarbageOperations},
+    {"garbage list of folders", [](const TState&) { return std::string("Garbage\\Dirs.grb"); }, GarbageOperations},
+    {"garbage list of keys", [](const TState&) { return std::string("Garbage\\RKeys.grb"); }, GarbageOperations},
+    {"garbage list of values", [](const TState&) { return std::string("Garbage\\RKeyVals.grb"); }, GarbageOperations},
+    {"uninstall log",
+     [](const TState&) { return std::string("..\\..\\Uninstall\\unins000.dat"); },
+     {{"ProcessInno", [](TState& S) { return S.Updater.Inno->ProcessInno(); }}}},
 };
 
 /// Every content that a torn file may have: cut at every length, then a byte flipped at every offset.

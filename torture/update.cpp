@@ -141,6 +141,35 @@ std::vector<TStep> StateSteps() {
       {"text item", SaveText}};
 }
 
+std::vector<TStep> ComSteps() {
+  const auto Step = [](const char* Name, HRESULT (STDMETHODCALLTYPE IUCom::*Method)(BSTR), auto FileOf) {
+    return TStep{Name, [=](TUpdater& U) { return (U.Com.Get()->*Method)(Text(FileOf(U))); }};
+  };
+  const auto Registered = [](TUpdater&) { return RegisteredServer(); };
+  const auto Unregistered = [](TUpdater&) { return UnregisteredServer(); };
+  const auto Library = [](TUpdater& U) { return U.Places.App("types.TLB"); };
+  return {Step("unregister server", &IUCom::UnRegServerLogged, Registered),
+          Step("register server", &IUCom::RegLogged, Unregistered),
+          Step("register type library", &IUCom::RegLogged, Library),
+          Step("unregister type library", &IUCom::UnRegTLBLogged, Library),
+          Step("register type library again", &IUCom::RegTLBLogged, Library)};
+}
+
+/// What the uninstaller and the garbage lists are told; a rollback undoes neither.
+std::vector<TStep> ListSteps() {
+  const auto Rubbish = [](TUpdater& U, const char* Name) { return Text(U.Places.Root + "\\Rubbish\\" + Name); };
+  return {
+      {"uninstall log: file", [](TUpdater& U) { return U.Inno->AddFile(Text(U.Places.App("fresh.txt"))); }},
+      {"uninstall log: library", [](TUpdater& U) { return U.Inno->AddCOM(Text(U.Places.App("types.TLB"))); }},
+      {"uninstall log: write", [](TUpdater& U) { return U.Inno->ProcessInno(); }},
+      {"garbage: file", [=](TUpdater& U) { return U.Garbage->PutFile(Rubbish(U, "file.txt")); }},
+      {"garbage: folder", [=](TUpdater& U) { return U.Garbage->PutDirectory(Rubbish(U, "folder")); }},
+      {"garbage: key", [](TUpdater& U) { return U.Garbage->PutRegKey(User, Text("Software\\MendworkRubbish")); }},
+      {"garbage: value",
+       [](TUpdater& U) { return U.Garbage->PutRegKeyValue(User, Text("Software\\MendworkRubbish2"), Text("a b")); }},
+      {"garbage: remove", [](TUpdater& U) { return U.Garbage->Garbage(); }}};
+}
+
 /// What these create stays after a rollback; see RemoveKnownRemains.
 std::vector<TStep> RemainingSteps() {
   return {Copy("plugin.dll", "themes\\dark\\plugin.dll", 0), SetString("Themes\\Dark", "Name", "dark"),
@@ -154,7 +183,7 @@ const char* const Remains[] = {"themes\\",       "themes\\dark\\",     "Themes\\
 const std::vector<TStep>& UpdateSteps() {
   static const std::vector<TStep> Steps = [] {
     std::vector<TStep> All;
-    for (const auto& Group : {FileSteps(), RegistrySteps(), StateSteps(), RemainingSteps()})
+    for (const auto& Group : {FileSteps(), RegistrySteps(), ComSteps(), StateSteps(), ListSteps(), RemainingSteps()})
       All.insert(All.end(), Group.begin(), Group.end());
     return All;
   }();

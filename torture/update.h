@@ -20,6 +20,9 @@ struct TUpdater {
   TComRef<IUTransactionLog> Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
   TComRef<IUHistory> History = Make<IUHistory>(CLSID_UHistory);
   TComRef<IUMacro> Macro = Make<IUMacro>(CLSID_UMacro);
+  TComRef<IUCom> Com = Make<IUCom>(CLSID_UCom);
+  TComRef<IUInno> Inno = Make<IUInno>(CLSID_UInno);
+  TComRef<IUGarbage> Garbage = Make<IUGarbage>(CLSID_UGarbage);
 };
 
 struct TStep {

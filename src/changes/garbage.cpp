@@ -26,7 +26,7 @@ void RequireLine(const std::string& Name) {
     throw EFailure(E_INVALIDARG, L"A name in a garbage list must not be empty or hold a line break.");
 }
 
-/// Takes back what a failed write left: half of a line could name something that nobody listed.
+/// Takes back what a failed write left: the next line must not be appended to half of one.
 void CutBack(HANDLE File, int64_t Size) {
   LARGE_INTEGER Target;
   Target.QuadPart = Size;
@@ -106,6 +106,26 @@ void ProcessList(const char* ListName, bool (*Remove)(const std::string& Line)) 
   }
 }
 
+/// Whether the last line of a list is whole; also true of a list that cannot be read, which the append will find.
+bool EndsInWholeLine(const std::string& Path) {
+  const TFileHandle File(
+      CreateFileA(Path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  char Last = '\n';
+  DWORD BytesRead = 0;
+  if (File && SetFilePointer(File.Get(), -1, nullptr, FILE_END) != INVALID_SET_FILE_POINTER)
+    ReadFile(File.Get(), &Last, 1, &BytesRead, nullptr);
+  return BytesRead == 0 || Last == '\n' || Last == '\r';
+}
+
+/// Takes back what a process left that died while it wrote.
+void CutTornLine(const std::string& Path) {
+  const std::optional<std::string> Text = ReadList(Path);
+  if (!Text) return;
+  const TFileHandle File(
+      CreateFileA(Path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (File) CutBack(File.Get(), static_cast<int64_t>(Text->find_last_of("\r\n") + 1));  // 0 when there is no line
+}
+
 }  // namespace
 
 void TUGarbage::Initialize() {
@@ -159,6 +179,7 @@ void TUGarbage::WriteToGrbFile(const char* ListName, const std::string& Line) {
   {
     TNamedLock::TOwner Owner(ListLock);
     const TNamedLock::THold Hold(Owner);
+    if (!EndsInWholeLine(Path)) CutTornLine(Path);
     TFileHandle File = RetryCreateFile(Path, GENERIC_WRITE, 0, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL);
     RetrySetFilePointer(Path, File.Get(), 0, FILE_END);
     const int64_t End = PlainFileSize(File.Get());

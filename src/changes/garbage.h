@@ -13,8 +13,8 @@
 /// Removal reaches nothing outside what is listed. An empty line names nothing. A line with a NUL, which the system
 /// would take for a shorter one, is passed over, and so is a key without a path, which would be the whole root, and a
 /// root that is none. A folder that is a link to another place stays as it is, with what lies behind it. A drive root
-/// is a folder like any other: what it holds is removed, the drive stays. A last line without an end counts as one, so
-/// a line that cannot be written whole is taken back at once.
+/// is a folder like any other: what it holds is removed, the drive stays. A last line without an end is no line: it
+/// was cut off while it was written, and may name a folder above the one that was meant.
 class TUGarbage final : public TAutoObject<IUGarbage> {
  public:
   using TAutoObject::TAutoObject;

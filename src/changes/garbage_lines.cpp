@@ -4,10 +4,10 @@
 #include <charconv>
 
 std::optional<std::string_view> TakeLine(std::string_view& Text) {
-  if (Text.empty()) return std::nullopt;
-  const size_t End = std::min(Text.find_first_of("\r\n"), Text.size());
-  const std::string_view Line = Text.substr(0, End), Break = Text.substr(End);
-  Text.remove_prefix(std::min(End + (Break.starts_with("\r\n") ? 2 : 1), Text.size()));
+  const size_t End = Text.find_first_of("\r\n");
+  if (End == std::string_view::npos) return std::nullopt;
+  const std::string_view Line = Text.substr(0, End);
+  Text.remove_prefix(End + (Text.substr(End).starts_with("\r\n") ? 2 : 1));
   return Line;
 }
 

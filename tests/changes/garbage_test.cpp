@@ -146,10 +146,10 @@ TEST_F(Garbage, FilesGoAndTheListWithThem) {
   Write(App("b.txt"), "");
   Write(App("fixed.txt"), "", FILE_ATTRIBUTE_READONLY);
   Write(App("folder\\c.txt"), "");
-  // As another hand may have written it: every kind of line break, empty lines, one twice, a folder, a NUL, no end.
+  // As another hand may have written it: every kind of line break, empty lines, one twice, a folder, a NUL.
   Write(List("Files.grb"), App("a.txt") + "\r\n\r\n" + App("a.txt") + "\r" + App("fixed.txt") + "\n" + App("folder") +
                                "\n" + App("folder\\c.txt") + std::string("\0x", 2) + "\n" + App("none") + "\n" +
-                               App("b.txt"));
+                               App("b.txt") + "\n");
   Remove();
   EXPECT_EQ("fixed.txt folder\\ folder\\c.txt", Names());
   EXPECT_EQ(NoFile, Read(List("Files.grb")));
@@ -256,6 +256,23 @@ TEST_F(Garbage, FoldersGoWithAllButDotNames) {
   Remove();
   EXPECT_EQ("Beside.txt Old\\ Old\\.folder\\ Old\\.folder\\b.txt Old\\Sub\\ Old\\Sub\\.keep", Names());
   EXPECT_EQ("", Read(App("Beside.txt")));
+}
+
+TEST_F(Garbage, ALineThatWasCutOffReachesNothingAndCostsNoOther) {
+  Write(App("Old\\a.txt"), "");
+  Write(App("b.txt"), "");
+  // A process died while it put a folder below Old.
+  Write(List("Dirs.grb"), App("Old"));
+  Remove();
+  EXPECT_EQ("Old\\ Old\\a.txt b.txt", Names());
+
+  Write(List("Files.grb"), App("none") + "\r\n" + App("Old\\a.t"));
+  ASSERT_EQ(S_OK, Lists->PutFile(Text(App("b.txt"))));
+  EXPECT_EQ(App("none") + "\r\n" + App("b.txt") + "\r\n", Read(List("Files.grb")));
+  Write(List("Files.grb"), App("Old\\a.t"));
+  ASSERT_EQ(S_OK, Lists->PutFile(Text(App("b.txt"))));
+  Remove();
+  EXPECT_EQ("Old\\ Old\\a.txt", Names());
 }
 
 TEST_F(Garbage, AFileThatCannotGoKeepsItsFoldersOnly) {

@@ -16,7 +16,8 @@ TLines LinesOf(std::string_view Text) {
 
 TEST(GarbageLines, EndAtEachKindOfBreak) {
   EXPECT_EQ(TLines(), LinesOf(""));
-  EXPECT_EQ((TLines{"a", "b", "c", "d"}), LinesOf("a\rb\nc\r\nd"));
+  EXPECT_EQ((TLines{"a", "b", "c", "d"}), LinesOf("a\rb\nc\r\nd\n"));
+  EXPECT_EQ((TLines{"a"}), LinesOf("a\nC:\\Folder of a path that goes on")) << "torn";
   EXPECT_EQ((TLines{"a", "", "b", ""}), LinesOf("a\r\n\r\nb\n\r"));
   EXPECT_EQ((TLines{"", "a "}), LinesOf("\na \r"));
 }

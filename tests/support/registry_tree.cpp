@@ -8,15 +8,9 @@ namespace {
 
 constexpr size_t LongestName = 16384;
 
-TRegistryKey OpenKey(const std::wstring& KeyName) {
+void Collect(HKEY Parent, const std::wstring& KeyName, const std::wstring& Prefix, TRegistryTree& Tree) {
   TRegistryKey Key;
-  RegOpenKeyExW(HKEY_CURRENT_USER, KeyName.c_str(), 0, KEY_ALL_ACCESS, Key.Out());
-  return Key;
-}
-
-void Collect(const std::wstring& KeyName, const std::wstring& Prefix, TRegistryTree& Tree) {
-  const TRegistryKey Key = OpenKey(KeyName);
-  if (!Key) return;
+  if (RegOpenKeyExW(Parent, KeyName.c_str(), 0, KEY_READ, Key.Out()) != ERROR_SUCCESS) return;
   Tree[Prefix] = {};
   std::wstring Name(LongestName, L'\0');
   DWORD Length = LongestName, Type = 0, Size = 0;
@@ -28,7 +22,7 @@ void Collect(const std::wstring& KeyName, const std::wstring& Prefix, TRegistryT
   }
   Length = LongestName;
   for (DWORD At = 0; !RegEnumKeyExW(Key.Get(), At, Name.data(), &Length, nullptr, nullptr, nullptr, nullptr); ++At) {
-    Collect(KeyName + L"\\" + Name.c_str(), Prefix + Name.c_str() + L"\\", Tree);
+    Collect(Key.Get(), Name.c_str(), Prefix + Name.c_str() + L"\\", Tree);
     Length = LongestName;
   }
 }
@@ -39,9 +33,9 @@ std::ostream& operator<<(std::ostream& Out, const TRegistryEntry& Entry) {
   return Out << "type " << Entry.Type << " " << testing::PrintToString(Entry.Data);
 }
 
-TRegistryTree RegistryTreeOf(const std::wstring& KeyName) {
+TRegistryTree RegistryTreeOf(const std::wstring& KeyName, HKEY Root) {
   TRegistryTree Tree;
-  Collect(KeyName, L"", Tree);
+  Collect(Root, KeyName, L"", Tree);
   return Tree;
 }
 

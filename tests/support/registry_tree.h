@@ -14,11 +14,12 @@ struct TRegistryEntry {
 };
 std::ostream& operator<<(std::ostream& Out, const TRegistryEntry& Entry);
 
-/// What the registry holds below a key of HKEY_CURRENT_USER, as it is stored: every key under its path, which ends in
+/// What the registry holds below a key (of HKEY_CURRENT_USER unless told otherwise), as it is stored: every key under
+/// its path, which ends in
 /// "\", every value under its key's path and its name. Read with the functions for wide characters, so that nothing is
 /// lost to the code page.
 using TRegistryTree = std::map<std::wstring, TRegistryEntry>;
-TRegistryTree RegistryTreeOf(const std::wstring& KeyName);
+TRegistryTree RegistryTreeOf(const std::wstring& KeyName, HKEY Root = HKEY_CURRENT_USER);
 /// One line for each entry that differs; "" when none does.
 std::string Difference(const TRegistryTree& Before, const TRegistryTree& After);
 
