@@ -5,6 +5,8 @@
 #include "support/raw_uninstall_log.h"
 #include "support/type_library.h"
 
+#include <stdexcept>
+
 namespace {
 
 constexpr char Bytes[] = "\0\x01\x80\xFF bytes";
@@ -118,6 +120,7 @@ void TMachine::FindClassKeys() {
   for (const auto& [Path, Entry] : With)
     if (const auto Found = Without.find(Path); Found == Without.end() || !(Found->second == Entry))
       ClassKeys.insert(OwnKey(Path));
+  if (ClassKeys.empty()) throw std::runtime_error("the platform's servers and the type library cannot be registered");
 }
 
 TRegistryTree TMachine::CaptureClasses() const {
