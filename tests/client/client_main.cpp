@@ -15,21 +15,9 @@ struct TCommand {
 };
 
 const TCommand Commands[] = {
-    {"put-entries", PutEntries},
-    {"make-changes", MakeChanges},
-    {"progress-window", ShowProgressWindow},
-    {"put-lines", PutLines},
-    {"put-records", PutRecords},
-    {"match-macro", MatchMacro},
-    {"put-garbage", PutGarbage},
-    {"put-entries", PutEntries},
-    {"make-changes", MakeChanges},
-    {"progress-window", ShowProgressWindow},
-    {"put-lines", PutLines},
-    {"put-records", PutRecords},
-    {"match-macro", MatchMacro},
-    {"process-inno", ProcessInno},
-    {"match-lists", MatchLists},
+    {"put-entries", PutEntries},  {"make-changes", MakeChanges}, {"progress-window", ShowProgressWindow},
+    {"put-lines", PutLines},      {"put-records", PutRecords},   {"match-macro", MatchMacro},
+    {"put-garbage", PutGarbage},  {"process-inno", ProcessInno}, {"match-lists", MatchLists},
     {"bring-to-log", BringToLog},
 };
 
