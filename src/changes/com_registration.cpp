@@ -89,12 +89,6 @@ TUnregisterTypeLib FindUnregisterTypeLib() {
   return reinterpret_cast<TUnregisterTypeLib>(reinterpret_cast<void*>(Found));
 }
 
-std::string ExtensionOf(const std::string& File) {
-  const std::string Name = NamePart(File);
-  const size_t Dot = Name.rfind('.');
-  return Dot == std::string::npos ? "" : Name.substr(Dot);
-}
-
 }  // namespace
 
 void TUCom::Initialize() {

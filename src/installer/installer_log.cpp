@@ -46,12 +46,6 @@ void Forget(TInstallerList& List, const std::string& Name) {
   List.Names.Remove(Name);
 }
 
-std::string ExtensionOf(const std::string& FileName) {
-  const std::string Name = NamePart(FileName);
-  const size_t Dot = Name.rfind('.');
-  return Dot == std::string::npos ? "" : Name.substr(Dot);
-}
-
 /// The extension counts as it is written: ".tlb" is taken for a server.
 int32_t KindOfServer(const std::string& FileName) { return ExtensionOf(FileName) == ".TLB" ? TypeLibrary : ComServer; }
 

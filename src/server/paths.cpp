@@ -40,3 +40,9 @@ void RequireFolder(const std::string& Mask) {
   if (!Folder.empty() && Folder.back() == '\\' && Mask.find('/') == std::string::npos) return;
   throw EFailure(E_INVALIDARG, ToWide("The mask '" + Mask + "' must name its folder, with backslashes only."));
 }
+
+std::string ExtensionOf(const std::string& Path) {
+  const std::string Name = NamePart(Path);
+  const size_t Dot = Name.rfind('.');
+  return Dot == std::string::npos ? "" : Name.substr(Dot);
+}
