@@ -88,7 +88,7 @@ torture_share() {
   ensure_base_folder
   cd "$Dir"
   shift 2
-  run_program 32 "$Root/build/win32/torture/mendwork_torture.exe" --shard "$Shard" "$@" | tr -d '\r'
+  run_program 32 "$Root/build/win32/torture/mendwork_torture.exe" --shard "$Shard" "$@" | sed -u 's,\r$,,'
 }
 
 # Every part is divided among two processes, each with a prefix and a processor of its own.

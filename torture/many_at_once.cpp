@@ -6,6 +6,7 @@
 #include "update.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <random>
@@ -19,7 +20,11 @@ constexpr int Workers = 8;
 constexpr double LongestCall = 20000;
 const GUID SharedGroup = NumberedGuid(31);
 
-/// What a worker does, told to a journal line by line: "+" before a call, "=" and the milliseconds after its success.
+/// The text that stands for a number in an item and in a garbage list.
+std::string NameOf(int Unique) { return "C:\\torture\\" + std::to_string(Unique); }
+
+/// What a worker does, told to a journal line by line: "+" before a call; after its success "=", the milliseconds that
+/// it took, and the item that it made.
 class TWorker {
  public:
   TWorker(const std::string& Root, int Number, const std::string& Journal)
@@ -27,7 +32,7 @@ class TWorker {
   int Run(ULONGLONG Until);
 
  private:
-  HRESULT Do(const std::string& Kind, int Unique);
+  HRESULT Do(const std::string& Kind, int Unique, GUID& DataID);
 
   TUpdater Updater;
   const int Number;
@@ -35,7 +40,9 @@ class TWorker {
   std::mt19937 Random;
 };
 
-HRESULT TWorker::Do(const std::string& Kind, int Unique) {
+HRESULT TWorker::Do(const std::string& Kind, int Unique, GUID& DataID) {
+  if (Kind == "garbage") return Updater.Garbage->PutFile(Text(NameOf(Unique)));
+  if (Kind == "item") return Updater.Backup->BackupString(Text(NameOf(Unique)), &DataID);
   if (Kind == "put") return Updater.Log->Put(CLSID_UCanRollback, Unique, NumberedGuid(Unique));
   if (Kind == "record") return Updater.History->Put(SharedGroup, Unique, NumberedGuid(Unique));
   if (Kind == "macro")
@@ -45,13 +52,12 @@ HRESULT TWorker::Do(const std::string& Kind, int Unique) {
                                                  Text("Worker" + std::to_string(Number % Workers)),
                                                  static_cast<unsigned long>(Unique));
   long Code = 0;
-  GUID DataID{};
   VARIANT_BOOL NoMore = 0, CheckPoint = 0;
   return Updater.History->Get(SharedGroup, &Code, &DataID, &NoMore, &CheckPoint);
 }
 
 int TWorker::Run(ULONGLONG Until) {
-  const char* const Kinds[] = {"put", "record", "macro", "write", "read"};
+  const char* const Kinds[] = {"put", "record", "macro", "write", "read", "garbage", "item"};
   constexpr int PerWorker = 100000;
   for (int Call = 0; GetTickCount64() < Until; ++Call) {
     const std::string Kind = Kinds[Random() % std::size(Kinds)];
@@ -59,14 +65,15 @@ int TWorker::Run(ULONGLONG Until) {
     std::fprintf(File, "+ %s %d\n", Kind.c_str(), Unique);
     std::fflush(File);
     const ULONGLONG Begin = GetTickCount64();
-    const HRESULT Result = Do(Kind, Unique);
+    GUID DataID{};
+    const HRESULT Result = Do(Kind, Unique, DataID);
     const auto Took = static_cast<unsigned>(GetTickCount64() - Begin);
     if (FAILED(Result)) {
       std::fprintf(File, "! %s %d 0x%lx %s\n", Kind.c_str(), Unique, static_cast<unsigned long>(Result),
                    ErrorText().c_str());
       return 1;
     }
-    std::fprintf(File, "= %s %d %u\n", Kind.c_str(), Unique, Took);
+    std::fprintf(File, "= %s %d %u %s\n", Kind.c_str(), Unique, Took, GuidText(DataID).c_str());
     std::fflush(File);
   }
   return std::fclose(File);
@@ -83,7 +90,10 @@ class TCrowd {
   void LetThemWork();
   void ReadJournals();
   void Expect(bool Condition, const std::string& Text);
-  void Compare(const std::string& Kind, const std::string& File);
+  void CompareRecords(const std::string& Kind, const std::string& File);
+  void CompareLines();
+  void CompareItems();
+  void ExpectOnce(const std::string& Kind, const std::multiset<int>& Found);
 
   TMachine Machine;
   TComRef<IClassFactory> Loaded;
@@ -92,6 +102,7 @@ class TCrowd {
   int Started = 0, Killed = 0;
   double Longest = 0;
   std::map<std::string, std::set<int>> Begun, Acknowledged;
+  std::map<int, std::string> Items;  ///< acknowledged, with their DataIDs
   TResult Result;
 };
 
@@ -128,8 +139,10 @@ void TCrowd::ReadJournals() {
       if (!(Words >> Sign >> Kind >> Unique)) continue;  // cut by a death
       if (Sign == "+") Begun[Kind].insert(Unique);
       if (Sign == "!") Expect(false, Line);
-      if (Sign == "=" && Words >> Took) {
+      std::string DataID;
+      if (Sign == "=" && Words >> Took >> DataID) {
         Acknowledged[Kind].insert(Unique);
+        if (Kind == "item") Items[Unique] = DataID;
         Longest = std::max(Longest, Took);
       }
     }
@@ -142,8 +155,16 @@ void TCrowd::Expect(bool Condition, const std::string& Text) {
   if (!Condition) Result.Bad.push_back(Text);
 }
 
-/// Every acknowledged record is in the file once, and no other that was not at least begun.
-void TCrowd::Compare(const std::string& Kind, const std::string& File) {
+/// What was acknowledged is there once, and nothing that was not at least begun.
+void TCrowd::ExpectOnce(const std::string& Kind, const std::multiset<int>& Found) {
+  for (const int Unique : Acknowledged[Kind])
+    Expect(Found.count(Unique) == 1, Kind + " " + std::to_string(Unique) + " was acknowledged and is there " +
+                                         std::to_string(Found.count(Unique)) + " times");
+  for (const int Unique : Found)
+    if (!Begun[Kind].count(Unique)) Expect(false, Kind + " " + std::to_string(Unique) + " was never made");
+}
+
+void TCrowd::CompareRecords(const std::string& Kind, const std::string& File) {
   const std::string Content = Exists(File) ? Read(File) : "";
   Expect(Content.size() % LogRecordSize == 0, File + " has a torn end");
   std::multiset<int> Found;
@@ -154,11 +175,31 @@ void TCrowd::Compare(const std::string& Kind, const std::string& File) {
     // Others than these are entries of logged registry writes.
     if (Record.DataID == BytesOf(NumberedGuid(Record.Code))) Found.insert(Record.Code);
   }
-  for (const int Unique : Acknowledged[Kind])
-    Expect(Found.count(Unique) == 1, Kind + " " + std::to_string(Unique) + " was acknowledged and is there " +
-                                         std::to_string(Found.count(Unique)) + " times");
-  for (const int Unique : Found)
-    if (!Begun[Kind].count(Unique)) Expect(false, Kind + " " + std::to_string(Unique) + " was never made");
+  ExpectOnce(Kind, Found);
+}
+
+void TCrowd::CompareLines() {
+  const std::string Content = Read(Machine.Service("Garbage\\Files.grb"));
+  const std::string Begin = NameOf(0).substr(0, NameOf(0).size() - 1);
+  std::multiset<int> Found;
+  for (size_t At = 0, End; (End = Content.find("\r\n", At)) != std::string::npos; At = End + 2) {
+    const std::string Line = Content.substr(At, End - At);
+    const int Unique = Line.starts_with(Begin) ? std::atoi(Line.c_str() + Begin.size()) : -1;
+    if (Line == NameOf(Unique))
+      Found.insert(Unique);
+    else
+      Expect(false, "the garbage list has the line " + Line);
+  }
+  ExpectOnce("garbage", Found);
+}
+
+void TCrowd::CompareItems() {
+  constexpr size_t Tag = 4;
+  for (const auto& [Unique, DataID] : Items) {
+    const std::string Content = Read(Machine.Service("Backup\\" + DataID));
+    Expect(Content.size() > Tag && Content.substr(Tag) == NameOf(Unique),
+           "the item " + DataID + " is not what was saved");
+  }
 }
 
 TResult TCrowd::Run() {
@@ -170,8 +211,10 @@ TResult TCrowd::Run() {
   LetThemWork();
   ReadJournals();
   Expect(Longest < LongestCall, "a call took " + std::to_string(Longest) + " ms");
-  Compare("record", Machine.Service("History\\" + GuidText(SharedGroup)));
-  Compare("put", Machine.Service("update.prt"));
+  CompareRecords("record", Machine.Service("History\\" + GuidText(SharedGroup)));
+  CompareRecords("put", Machine.Service("update.prt"));
+  CompareLines();
+  CompareItems();
   const std::string Calls = Machine.Root() + "\\calls.txt";
   Expect(TRole("change", {"rollback", Machine.Root(), "nothing", "0", Calls}).Wait() == 0, "the rollback failed");
   Expect(!Exists(Machine.Service("update.prt")), "the rollback left entries");
