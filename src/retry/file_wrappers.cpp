@@ -212,7 +212,9 @@ bool FileExistsByFind(const std::string& FileName) {
   NextCallId();
   TFindHandle Search(FindFirstFileA(FileName.c_str(), &Entry));
   if (!Search) {
-    // A search can fail for reasons of its own. Callers take "no" as leave to create the file, and to delete it when
+    const DWORD Reason = GetLastError();
+    if (Reason == ERROR_FILE_NOT_FOUND || Reason == ERROR_PATH_NOT_FOUND) return false;
+    // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
     // they undo that, so a file that is there must not be missed.
     const DWORD Attributes = GetFileAttributesA(FileName.c_str());
     return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);

@@ -209,7 +209,7 @@ TEST_F(Garbage, LinesThatWouldReachAWholeRootOrNoRootArePassedOver) {
   TImportPatch Patch(Module(), "SHDeleteKeyA", reinterpret_cast<void*>(NoteKey));
   Write(List("RKeys.grb"),
         "2147483649\r\n2147483649 \r\n2147483649 \\\r\n0 Software\r\n4 Software\r\n2147483654 x\r\n"
-        "2147483649 a\r\n-2147483647 b\r\n4294967296 c\r\n6442450946 d");
+        "2147483649 a\r\n-2147483647 b\r\n4294967296 c\r\n6442450946 d\r\n");
   Remove();
   EXPECT_EQ((TLines{"2147483649 a", "2147483649 b", "2147483650 d"}), DeletedKeys);
   EXPECT_EQ(NoFile, Read(List("RKeys.grb")));
