@@ -9,7 +9,14 @@ using TLines = std::vector<std::string>;
 
 class LibraryFile : public TComTest {
  protected:
-  ~LibraryFile() override { UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind); }
+  LibraryFile() { Forget(); }
+  ~LibraryFile() override { Forget(); }
+
+  /// The system unregisters only a library whose file it can load, so what a test left may need a harder hand.
+  static void Forget() {
+    UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind);
+    RegDeleteTreeA(HKEY_CLASSES_ROOT, ("TypeLib\\" + std::string(MadeLibraryId)).c_str());
+  }
 
   void Make(const std::string& HelpFile) const { MakeTypeLibrary(Path, HelpFile); }
   /// The default value of a key below the library's own; "<none>" when there is none.
