@@ -64,18 +64,24 @@ void ShowBareBox() {
     WNDCLASSA Registration{};
     Registration.style = CS_CLASSDC | CS_PARENTDC;
     Registration.lpfnWndProc = BareProcedure;
+    Registration.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
     Registration.lpszClassName = Class;
     return RegisterClassA(&Registration);
   }();
   if (!Registered) throw ETorture("no window class");
+  const HFONT Font = CreateFontA(-11, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0, 0, 0, "MS Sans Serif");
   const HWND Window = CreateWindowExA(WS_EX_CONTROLPARENT, Class, "Caption", WS_VISIBLE | WS_CAPTION, 0, 0, 300, 100,
                                       nullptr, nullptr, nullptr, nullptr);
-  for (const char* Control : {"Static", "Button", "Button"})
-    CreateWindowExA(0, Control, "Text", WS_CHILD | WS_VISIBLE, 9, 9, 50, 20, Window, nullptr, nullptr, nullptr);
-  SetFocus(GetWindow(Window, GW_CHILD));
+  for (const char* Control : {"Static", "Button", "Button"}) {
+    const HWND Child =
+        CreateWindowExA(0, Control, "Text", WS_CHILD | WS_VISIBLE, 9, 9, 50, 20, Window, nullptr, nullptr, nullptr);
+    SendMessageA(Child, WM_SETFONT, reinterpret_cast<WPARAM>(Font), 0);
+    SetFocus(Child);
+  }
   MSG Message;
   while (PeekMessageA(&Message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&Message);
   DestroyWindow(Window);
+  DeleteObject(Font);
 }
 
 class TLife {
@@ -152,7 +158,8 @@ void TLife::ShowBoxes() {
 
 TResult TLife::Run() {
   constexpr int FirstCalls = 1000, ForgetEvery = 500, ProgressEvery = 2000;
-  constexpr long MemorySlackKiB = 256;
+  // The numbers of GDI objects are not always given back in order; a leak would be one for every call.
+  constexpr long MemorySlackKiB = 256, GdiSlack = 16;
   Machine.LayOut();
   RegisterActive(new TSilentLog, CLSID_UDebugLog);
   const DWORD DialogEntry = RegisterActive(new TScriptedDialog, CLSID_UDialog);
@@ -173,7 +180,7 @@ TResult TLife::Run() {
     }
     const TUse Last = TUse::Now();
     Expect("number of the next handle", First.Handle, Last.Handle, 0);
-    Expect("number of the next GDI object", First.Gdi, Last.Gdi, 0);
+    Expect("number of the next GDI object", First.Gdi, Last.Gdi, GdiSlack);
     Expect("number of the next window", First.Window, Last.Window, 0);
     Expect("memory, KiB", First.KiB, Last.KiB, MemorySlackKiB);
   }
