@@ -100,7 +100,7 @@ struct TTorn {
   const char* Name;
   std::string (*File)(const TState& State);
   std::vector<TOperation> Operations;
-  /// The file is a left-over backup copy: the name of what it is the copy of.
+  /// The file is a left-over backup copy; what is torn is the content of the file that it is the copy of.
   bool IsCopy = false;
 };
 
