@@ -108,6 +108,7 @@ command_test() {
   while (($#)) && [[ $1 != -- ]]; do TestPresets+=("$1") && shift; done
   (($# == 0)) || shift
   ((${#TestPresets[@]})) || TestPresets=("${DefaultPresets[@]}")
+  export KeepDesktop=1 # for cmake/wine-run, too
   claim test
   command_build "${TestPresets[@]}"
   trap end_test EXIT

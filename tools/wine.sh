@@ -49,9 +49,12 @@ wine_do() { taskset -c "$Cpu" "$WineLoader" "$@" 5>&- 9>&-; }
 # Starts a server for wine_env's prefix, unless it has one, that goes after 30 idle seconds or with wine_stop.
 # Otherwise each program would start the prefix's services anew, and sometimes meet a server on its way out. The
 # services live as long as the server, so a program that has no output for them to hold open starts them.
+# The desktop goes with the last window and takes half a second to start with the next: for whoever starts hundreds of
+# programs and ends the server himself, KeepDesktop in the environment keeps a window open.
 wine_keep() {
   taskset -c "$Cpu" "$WineServer" -p30 >/dev/null 2>&1 </dev/null 5>&- 9>&- || return 0 # 2: one runs already
   wine_do cmd /c exit >/dev/null 2>&1 </dev/null
+  [[ -z ${KeepDesktop-} ]] || wine_do notepad >/dev/null 2>&1 </dev/null &
 }
 
 # Ends the server of wine_env's prefix and all that runs there, and waits until it is gone.

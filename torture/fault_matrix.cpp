@@ -7,30 +7,58 @@
 #include "support/fault.h"
 #include "update.h"
 
+#include <shlwapi.h>
+
 #include <algorithm>
+#include <memory>
 #include <sstream>
 
 namespace {
 
+/// The replacement of a function that only counts.
+template <auto Function>
+struct TCounted;
+template <class TResult, class... TArgs, TResult(WINAPI* Function)(TArgs...)>
+struct TCounted<Function> {
+  inline static int Calls = 0;
+  static TResult WINAPI Call(TArgs... Args) {
+    ++Calls;
+    return Function(Args...);
+  }
+};
+
 struct TFailingCall {
   const char* Name;
-  void* Replacement;
+  void* Failing;
+  void* Counting;
+  const int* Calls;
+  /// How often it fails, one call after the other, until the user is asked.
+  int Times;
 };
-#define FAILS(Function, Value) \
-  { #Function, FailsWith < decltype(&Function), Value> }
-#define FAILS_BY_CODE(Function) \
-  { #Function, FailsWithCode < decltype(&Function)> }
+
+template <auto Function>
+TFailingCall Row(const char* Name, void* Failing, int Times = 1) {
+  return {Name, Failing, reinterpret_cast<void*>(&TCounted<Function>::Call), &TCounted<Function>::Calls, Times};
+}
+#define FAILS(Function, ...) Row<&Function>(#Function, FailsWith<decltype(&Function), __VA_ARGS__>)
+#define FAILS_BY_CODE(Function) Row<&Function>(#Function, FailsWithCode<decltype(&Function)>)
+#define FAILS_BY_RESULT(Function) Row<&Function>(#Function, FailsWithResult<decltype(&Function)>)
+/// Patient wrappers repeat three times before they ask.
+#define FAILS_OFTEN(Function, ...) Row<&Function>(#Function, FailsWith<decltype(&Function), __VA_ARGS__>, 4)
 
 const TFailingCall FailingCalls[] = {
-    FAILS(CreateFileA, -1),          FAILS(ReadFile, FALSE),          FAILS(WriteFile, FALSE),
-    FAILS(MoveFileA, FALSE),         FAILS(SetEndOfFile, FALSE),      FAILS(SetFilePointer, -1),
-    FAILS(GetFileSize, -1),          FAILS(GetFileAttributesA, -1),   FAILS(SetFileAttributesA, FALSE),
-    FAILS(GetFileTime, FALSE),       FAILS(SetFileTime, FALSE),       FAILS(CreateDirectoryA, FALSE),
-    FAILS(RemoveDirectoryA, FALSE),  FAILS(FindFirstFileA, -1),       FAILS(FindNextFileA, FALSE),
-    FAILS(FindClose, FALSE),         FAILS_BY_CODE(RegCreateKeyExA),  FAILS_BY_CODE(RegOpenKeyExA),
-    FAILS_BY_CODE(RegQueryInfoKeyA), FAILS_BY_CODE(RegQueryValueExA), FAILS_BY_CODE(RegSetValueExA),
-    FAILS_BY_CODE(RegEnumValueA),    FAILS_BY_CODE(RegEnumKeyExA),    FAILS_BY_CODE(RegDeleteValueA),
-    FAILS_BY_CODE(RegCloseKey),      FAILS(LoadLibraryA, 0),          FAILS(GetProcAddress, 0),
+    FAILS(CreateFileA, -1),           FAILS(ReadFile, FALSE),         FAILS(WriteFile, FALSE),
+    FAILS(CloseHandle, FALSE),        FAILS(SetEndOfFile, FALSE),     FAILS(SetFilePointer, -1),
+    FAILS(GetFileSize, -1),           FAILS(GetFileAttributesA, -1),  FAILS(SetFileAttributesA, FALSE),
+    FAILS(GetFileTime, FALSE),        FAILS(SetFileTime, FALSE),      FAILS_OFTEN(DeleteFileA, FALSE),
+    FAILS_OFTEN(MoveFileA, FALSE),    FAILS(CreateDirectoryA, FALSE), FAILS(RemoveDirectoryA, FALSE),
+    FAILS(FindFirstFileA, -1),        FAILS(FindNextFileA, FALSE),    FAILS(FindClose, FALSE),
+    FAILS_BY_CODE(RegCreateKeyExA),   FAILS_BY_CODE(RegOpenKeyExA),   FAILS_BY_CODE(RegQueryInfoKeyA),
+    FAILS_BY_CODE(RegQueryValueExA),  FAILS_BY_CODE(RegSetValueExA),  FAILS_BY_CODE(RegEnumValueA),
+    FAILS_BY_CODE(RegEnumKeyExA),     FAILS_BY_CODE(RegDeleteValueA), FAILS_BY_CODE(RegCloseKey),
+    FAILS_BY_CODE(SHDeleteKeyA),      FAILS(LoadLibraryA, 0),         FAILS(FreeLibrary, FALSE),
+    FAILS(GetModuleHandleA, 0),       FAILS(GetProcAddress, 0),       FAILS_BY_RESULT(LoadTypeLib),
+    FAILS_BY_RESULT(RegisterTypeLib),
 };
 
 constexpr DWORD OddCode = 0x2222;  // no system's text
@@ -39,7 +67,7 @@ constexpr DWORD Codes[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_D
 
 /// What the process with the fault tells.
 struct TTold {
-  int Calls = 0, Boxes = 0;
+  int Boxes = 0;
   long Result = -1;
   std::string Message;
 };
@@ -60,7 +88,8 @@ class TFaultMatrix {
   TResult Run(const TPlan& Plan);
 
  private:
-  TTold Update(const TFailingCall& Call, int Nth, DWORD Code, bool Retry);
+  TTold Update(const TFaultCase& Case);
+  std::vector<int> CountCalls();
   std::vector<TFaultCase> Cases(bool Full);
   std::string Judge(const TFaultCase& Case, const TTold& Told);
   std::string JudgeRollback();
@@ -68,42 +97,52 @@ class TFaultMatrix {
 
   TMachine Machine;
   const std::string ToldFile = Machine.Root() + "\\told.txt";
-  TComRef<IClassFactory> Loaded;
   TCapture Before, After;
   TResult Result;
 };
 
-TTold TFaultMatrix::Update(const TFailingCall& Call, int Nth, DWORD Code, bool Retry) {
+TTold TFaultMatrix::Update(const TFaultCase& Case) {
   Machine.LayOut();
   DeleteFileA(ToldFile.c_str());
-  TRole("fault",
-        {Machine.Root(), Call.Name, std::to_string(Nth), std::to_string(Code), Retry ? "retry" : "cancel", ToldFile})
+  TRole("fault", {Machine.Root(), Case.Call->Name, std::to_string(Case.Nth), std::to_string(Case.Code),
+                  Case.Retry ? "retry" : "cancel", ToldFile})
       .Wait();
   TTold Told;
   std::istringstream In(Read(ToldFile));
-  In >> Told.Calls >> Told.Boxes >> Told.Result;
+  In >> Told.Boxes >> Told.Result;
   In.ignore();
   std::getline(In, Told.Message, '\0');
   return Told;
 }
 
+/// How often an undisturbed update calls each function.
+std::vector<int> TFaultMatrix::CountCalls() {
+  Machine.LayOut();
+  if (const DWORD Status = TRole("count", {Machine.Root(), ToldFile}).Wait())
+    throw ETorture("the undisturbed update ended with " + std::to_string(Status));
+  std::vector<int> Counts;
+  std::istringstream In(Read(ToldFile));
+  for (int Count; In >> Count;) Counts.push_back(Count);
+  if (Counts.size() != std::size(FailingCalls)) throw ETorture("not every function was counted");
+  return Counts;
+}
+
 /// Every function's calls, or some of them spread evenly, with every code and both answers.
 std::vector<TFaultCase> TFaultMatrix::Cases(bool Full) {
-  const int Most = Full ? 12 : 2;
+  const int Most = Full ? 8 : 2;
+  const std::vector<int> Counts = CountCalls();
   std::vector<TFaultCase> All;
   int Number = 0;
-  for (const TFailingCall& Call : FailingCalls) {
-    constexpr int Never = 1 << 30;
-    const TTold Told = Update(Call, Never, ERROR_SUCCESS, false);
-    if (Told.Result != S_OK) throw ETorture("the undisturbed update failed: " + Told.Message);
-    if (Told.Calls == 0) throw ETorture(std::string("the update never calls ") + Call.Name);
-    const int Count = std::min(Most, Told.Calls);
+  for (size_t Row = 0; Row < Counts.size(); ++Row) {
+    const TFailingCall& Call = FailingCalls[Row];
+    const int Calls = Counts[Row], Count = std::min(Most, Calls);
+    if (Calls == 0) throw ETorture(std::string("the update never calls ") + Call.Name);
     for (int At = 0; At < Count; ++At)
       for (const DWORD Code : Codes)
         for (const bool Retry : {true, false}) {
           // A quick run takes one code in turn.
           if (!Full && Code != Codes[Number % std::size(Codes)]) continue;
-          All.push_back({&Call, 1 + At * Told.Calls / Count, Code, Retry});
+          All.push_back({&Call, 1 + At * Calls / Count, Code, Retry});
           ++Number;
         }
   }
@@ -131,11 +170,11 @@ bool IsAnswer(const TFaultCase& Case, const TTold& Told) {
 /// What is wrong, or "".
 std::string TFaultMatrix::Judge(const TFaultCase& Case, const TTold& Told) {
   if (Told.Result == -1) return "the process died";
-  if (Told.Boxes == 0) {
+  if (Told.Boxes == 0 && Told.Result == S_OK) {
     ++Result.Notes["passed without a box"];
     return JudgeRollback();
   }
-  if (Case.Retry) {
+  if (Case.Retry && Told.Boxes > 0) {
     if (Told.Result != S_OK) return "failed after Retry: " + Told.Message;
     const std::string Rest = Difference(After, Machine.Capture());
     return Rest.empty() ? JudgeRollback() : "not as if nothing had happened: " + Rest;
@@ -145,14 +184,17 @@ std::string TFaultMatrix::Judge(const TFaultCase& Case, const TTold& Told) {
     return JudgeRollback();
   }
   const std::string Reason = SystemText(Case.Code).empty() ? "Unknown error." : SystemText(Case.Code);
-  if (Told.Result != MakeErrorHResult(static_cast<int32_t>(Case.Code)) || Told.Message != Reason)
+  if (Told.Boxes == 0) ++Result.Notes["failed without a box"];
+  const long Expected =
+      Told.Boxes > 0 ? MakeErrorHResult(static_cast<int32_t>(Case.Code)) : HRESULT_FROM_WIN32(Case.Code);
+  if (Told.Result != Expected || Told.Message != Reason)
     return "failed with " + std::to_string(Told.Result) + " '" + Told.Message + "'";
   return JudgeRollback();
 }
 
 void TFaultMatrix::Visit(const TFaultCase& Case) {
   ++Result.Cases;
-  const TTold Told = Update(*Case.Call, Case.Nth, Case.Code, Case.Retry);
+  const TTold Told = Update(Case);
   const std::string Wrong = Judge(Case, Told);
   const bool ByRule = !Wrong.empty() && Told.Result != -1 && IsAnswer(Case, Told);
   if (ByRule) ++Result.Notes[std::string("taken for an answer, so not restored: ") + Case.Call->Name];
@@ -163,13 +205,10 @@ void TFaultMatrix::Visit(const TFaultCase& Case) {
 }
 
 TResult TFaultMatrix::Run(const TPlan& Plan) {
-  if (FAILED(
-          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
-    throw ETorture("the library is not registered");
   Machine.LayOut();
   Before = Machine.Capture();
   const std::vector<TFaultCase> All = Cases(Plan.Full);
-  After = Machine.Capture();  // of the last undisturbed update
+  After = Machine.Capture();  // of the undisturbed update
   for (size_t At = 0; At < All.size(); ++At) {
     if (!Plan.Takes(At, All[At].Text())) continue;
     Visit(All[At]);
@@ -211,17 +250,28 @@ int PlayFault(const std::vector<std::string>& Words) {
                                  [&](const TFailingCall& Row) { return Words.at(1) == Row.Name; });
   HRESULT Result = S_OK;
   std::string Failed, Message;
-  int Calls = 0;
   {
-    TFault Fault(Call->Name, Call->Replacement,
-                 {std::stoi(Words.at(2)) - 1, 1, static_cast<DWORD>(std::stoul(Words.at(3)))});
+    TFault Fault(Call->Name, Call->Failing,
+                 {std::stoi(Words.at(2)) - 1, Call->Times, static_cast<DWORD>(std::stoul(Words.at(3)))});
     Result = RunUpdate(Updater, Failed);
     if (FAILED(Result)) Message = ErrorText();
-    Calls = TFault::Calls();
   }
-  Write(Words.at(5),
-        std::to_string(Calls) + " " + std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" + Message);
+  Write(Words.at(5), std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" + Message);
   return 0;
+}
+
+/// count ROOT TOLD-FILE
+int PlayCount(const std::vector<std::string>& Words) {
+  RegisterActive(new TAnsweringUser(false), CLSID_UDialog);
+  TUpdater Updater(Words.at(0));
+  std::vector<std::unique_ptr<TImportPatch>> Patches;
+  for (const TFailingCall& Row : FailingCalls)
+    Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Row.Name, Row.Counting));
+  std::string Failed, Counts;
+  const HRESULT Result = RunUpdate(Updater, Failed);
+  for (const TFailingCall& Row : FailingCalls) Counts += std::to_string(*Row.Calls) + "\n";
+  Write(Words.at(1), Counts);
+  return FAILED(Result);
 }
 
 TResult FaultMatrix(const TPlan& Plan) { return TFaultMatrix().Run(Plan); }

@@ -32,14 +32,15 @@ class TKillMatrix {
   }
   TCalls CallsOf(const std::string& What);
   void Visit(const TDeath& Death, int Number);
-  void RollBack(int Number);
+  void EndRollback(const TDeath& Death, int Number);
   void Judge(const TDeath& Death);
   bool UninstallLogIsWhole() const;
 
   TMachine Machine;
   const std::string CallsFile = Machine.Root() + "\\calls.txt";
-  TComRef<IClassFactory> Loaded;
   TCapture Before;
+  TCalls Update, Rollback;  ///< of processes that nobody disturbs
+  bool Full = false;
   TResult Result;
 };
 
@@ -77,16 +78,16 @@ std::vector<TDeath> SampleOf(const std::vector<TDeath>& Deaths, size_t Count) {
   return Sample;
 }
 
-/// Rolls back in a new process, as often as it takes; the first attempts of some cases are ended as well, each
-/// elsewhere.
-void TKillMatrix::RollBack(int Number) {
-  constexpr int InterruptEvery = 3, Stride = 37, LongestRollback = 300, MostAttempts = 3;
-  if (Number % InterruptEvery == 0) {
-    Change("rollback", "after", 1 + Number * Stride % LongestRollback);
+/// The rollback that follows a death is ended as well, at points that the cases take in turn: one among the calls that
+/// undo the change which the death cut off, the next among all that are left.
+void TKillMatrix::EndRollback(const TDeath& Death, int Number) {
+  constexpr int QuickEvery = 3, NewestEntry = 16, Stride = 37;
+  if (!Full && Number % QuickEvery != 0) return;
+  const int All = static_cast<int>(Rollback.size()), Updated = static_cast<int>(Update.size());
+  const int Left = Death.Process == "update" ? All * Death.Point / Updated : All - Death.Point;
+  const int Range = Number % 2 == 0 ? NewestEntry : std::max(1, Left);
+  if (Change("rollback", "after", 1 + Number * Stride % Range) == DiedStatus)
     ++Result.Notes["rollbacks that were ended, too"];
-  }
-  for (int Attempt = 1; Change("rollback") != 0; ++Attempt)
-    if (Attempt == MostAttempts) break;
 }
 
 /// A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.
@@ -124,23 +125,21 @@ void TKillMatrix::Visit(const TDeath& Death, int Number) {
     Result.Bad.push_back(Death.Text() + ": ended with status " + std::to_string(Status));
     return;
   }
-  RollBack(Number);
+  EndRollback(Death, Number);
+  Change("rollback");
   Judge(Death);
 }
 
 TResult TKillMatrix::Run(const TPlan& Plan) {
-  // The module stays loaded here, so that the locks of the dead live on.
-  if (FAILED(
-          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
-    throw ETorture("the library is not registered");
+  Full = Plan.Full;
   Machine.LayOut();
   Before = Machine.Capture();
-  const TCalls Update = CallsOf("update"), Rollback = CallsOf("rollback");
+  Update = CallsOf("update"), Rollback = CallsOf("rollback");
   std::vector<TDeath> Deaths = DeathsOf("update", Update);
   const std::vector<TDeath> Second = DeathsOf("rollback", Rollback);
   Deaths.insert(Deaths.end(), Second.begin(), Second.end());
   constexpr size_t QuickCount = 150;
-  if (!Plan.Full) Deaths = SampleOf(Deaths, QuickCount);
+  if (!Full) Deaths = SampleOf(Deaths, QuickCount);
   for (size_t At = 0; At < Deaths.size(); ++At) {
     if (!Plan.Takes(At, Deaths[At].Text())) continue;
     Visit(Deaths[At], static_cast<int>(At));

@@ -75,7 +75,16 @@ std::string BuiltFile(const std::string& Name) {
   return Module.substr(0, Module.rfind('\\') + 1) + Name;
 }
 
-TMachine::~TMachine() { DeleteKeyTree(AppKeyName); }
+TMachine::TMachine() : TSandbox(NoDoubles) {
+  if (FAILED(
+          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
+    throw std::runtime_error("the library is not registered");
+  Window = CreateWindowExA(0, "Static", "", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+}
+TMachine::~TMachine() {
+  DestroyWindow(Window);
+  DeleteKeyTree(AppKeyName);
+}
 
 void TMachine::LayOut() {
   RemoveTree(Base());

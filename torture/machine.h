@@ -21,8 +21,7 @@ std::string Difference(const TCapture& Before, const TCapture& After);
 /// base folder. The processes that change it find it by the base folder's value in the registry.
 class TMachine final : public TSandbox {
  public:
-  /// `Doubles` is for the process that calls the module itself.
-  explicit TMachine(bool Doubles = false) : TSandbox(Doubles ? LogInMemory : NoDoubles) {}
+  TMachine();
   ~TMachine() override;
 
   /// The sample application and its package as they are before an update; the base folder is empty.
@@ -31,7 +30,6 @@ class TMachine final : public TSandbox {
 
   using TSandbox::App;
   using TSandbox::Base;
-  using TSandbox::Dialog;
   using TSandbox::Root;
   using TSandbox::Service;
 
@@ -42,6 +40,10 @@ class TMachine final : public TSandbox {
   void FindClassKeys();
   TRegistryTree CaptureClasses() const;
 
+  /// The module stays loaded here as long as its machine lives, so that the locks of the dead outlive them.
+  TComRef<IClassFactory> Loaded;
+  /// Nobody sees it. Wine's desktop goes with the last window, and takes half a second to start with the next.
+  HWND Window = nullptr;
   TCapture Original;
   /// Where in HKEY_CLASSES_ROOT the sample's servers and type library register.
   std::set<std::wstring> ClassKeys;

@@ -16,6 +16,8 @@
 namespace {
 
 constexpr int Workers = 8;
+constexpr int PerWorker = 100000;  ///< the numbers of a worker's calls begin with its own
+constexpr size_t ItemTag = 4;      ///< what an item begins with
 /// Longer than any call of a living process takes while seven others work; a wait for a dead one would not end.
 constexpr double LongestCall = 20000;
 const GUID SharedGroup = NumberedGuid(31);
@@ -58,7 +60,6 @@ HRESULT TWorker::Do(const std::string& Kind, int Unique, GUID& DataID) {
 
 int TWorker::Run(ULONGLONG Until) {
   const char* const Kinds[] = {"put", "record", "macro", "write", "read", "garbage", "item"};
-  constexpr int PerWorker = 100000;
   for (int Call = 0; GetTickCount64() < Until; ++Call) {
     const std::string Kind = Kinds[Random() % std::size(Kinds)];
     const int Unique = Number * PerWorker + Call;
@@ -90,13 +91,15 @@ class TCrowd {
   void LetThemWork();
   void ReadJournals();
   void Expect(bool Condition, const std::string& Text);
-  void CompareRecords(const std::string& Kind, const std::string& File);
+  std::vector<TLogRecord> RecordsOf(const std::string& File);
+  int CompareRecords(const std::string& Kind, const std::string& File);
+  void CompareMacros();
   void CompareLines();
   void CompareItems();
   void ExpectOnce(const std::string& Kind, const std::multiset<int>& Found);
+  void ExpectBetween(const std::string& What, const std::string& Kind, int Found);
 
   TMachine Machine;
-  TComRef<IClassFactory> Loaded;
   const DWORD Milliseconds;
   ULONGLONG Until = 0;
   int Started = 0, Killed = 0;
@@ -164,18 +167,55 @@ void TCrowd::ExpectOnce(const std::string& Kind, const std::multiset<int>& Found
     if (!Begun[Kind].count(Unique)) Expect(false, Kind + " " + std::to_string(Unique) + " was never made");
 }
 
-void TCrowd::CompareRecords(const std::string& Kind, const std::string& File) {
+std::vector<TLogRecord> TCrowd::RecordsOf(const std::string& File) {
   const std::string Content = Exists(File) ? Read(File) : "";
   Expect(Content.size() % LogRecordSize == 0, File + " has a torn end");
-  std::multiset<int> Found;
+  std::vector<TLogRecord> Records;
   for (size_t At = 0; At + LogRecordSize <= Content.size(); At += LogRecordSize) {
     TLogRecordBytes Bytes;
     std::copy_n(Content.begin() + static_cast<std::ptrdiff_t>(At), LogRecordSize, Bytes.begin());
-    const TLogRecord Record = DecodeRecord(Bytes);
-    // Others than these are entries of logged registry writes.
-    if (Record.DataID == BytesOf(NumberedGuid(Record.Code))) Found.insert(Record.Code);
+    Records.push_back(DecodeRecord(Bytes));
+  }
+  return Records;
+}
+
+/// The records of the workers' own, which repeat their number; gives how many others there are.
+int TCrowd::CompareRecords(const std::string& Kind, const std::string& File) {
+  std::multiset<int> Found;
+  int Others = 0;
+  for (const TLogRecord& Record : RecordsOf(File)) {
+    const bool Own = Record.DataID == BytesOf(NumberedGuid(Record.Code));
+    Own ? void(Found.insert(Record.Code)) : void(++Others);
   }
   ExpectOnce(Kind, Found);
+  return Others;
+}
+
+/// Every setting of a macro is a record of the macros' group, whose item has all macros that the process knew.
+void TCrowd::CompareMacros() {
+  std::set<std::string> Saved;
+  int Settings = 0;
+  for (const auto& [Name, Entry] : TreeOf(Machine.Service("History"))) {
+    if (Name == GuidText(SharedGroup)) continue;
+    for (const TLogRecord& Record : RecordsOf(Machine.Service("History\\" + Name))) {
+      ++Settings;
+      const std::string Item = Read(Machine.Service("Backup\\" + GuidText(Record.DataID)));
+      std::istringstream Macros(Item.substr(std::min(ItemTag, Item.size())));
+      for (std::string Macro; std::getline(Macros, Macro, ',');) Saved.insert(Macro);
+    }
+  }
+  for (const int Unique : Acknowledged["macro"]) {
+    const std::string Macro = "Worker" + std::to_string(Unique / PerWorker) + "=" + std::to_string(Unique);
+    Expect(Saved.count(Macro) == 1, "the macro " + Macro + " was acknowledged and is in no record");
+  }
+  ExpectBetween("records of macros", "macro", Settings);
+}
+
+/// As many as were acknowledged, or some of those that a death cut off as well.
+void TCrowd::ExpectBetween(const std::string& What, const std::string& Kind, int Found) {
+  const auto Least = static_cast<int>(Acknowledged[Kind].size()), Most = static_cast<int>(Begun[Kind].size());
+  Expect(Least <= Found && Found <= Most,
+         What + ": " + std::to_string(Found) + ", not from " + std::to_string(Least) + " to " + std::to_string(Most));
 }
 
 void TCrowd::CompareLines() {
@@ -194,30 +234,32 @@ void TCrowd::CompareLines() {
 }
 
 void TCrowd::CompareItems() {
-  constexpr size_t Tag = 4;
   for (const auto& [Unique, DataID] : Items) {
     const std::string Content = Read(Machine.Service("Backup\\" + DataID));
-    Expect(Content.size() > Tag && Content.substr(Tag) == NameOf(Unique),
+    Expect(Content.size() > ItemTag && Content.substr(ItemTag) == NameOf(Unique),
            "the item " + DataID + " is not what was saved");
   }
 }
 
 TResult TCrowd::Run() {
-  if (FAILED(
-          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
-    throw ETorture("the library is not registered");
   Machine.LayOut();
+  for (int Number = 0; Number < Workers; ++Number)
+    StoreValue(std::wstring(AppKeyName) + L"\\Watched", L"Worker" + std::to_wstring(Number), REG_BINARY, "before");
   const TCapture Before = Machine.Capture();
   LetThemWork();
   ReadJournals();
   Expect(Longest < LongestCall, "a call took " + std::to_string(Longest) + " ms");
   CompareRecords("record", Machine.Service("History\\" + GuidText(SharedGroup)));
-  CompareRecords("put", Machine.Service("update.prt"));
+  // The entries of logged writes are among the others.
+  ExpectBetween("entries of registry writes", "write", CompareRecords("put", Machine.Service("update.prt")));
+  CompareMacros();
   CompareLines();
   CompareItems();
   const std::string Calls = Machine.Root() + "\\calls.txt";
   Expect(TRole("change", {"rollback", Machine.Root(), "nothing", "0", Calls}).Wait() == 0, "the rollback failed");
   Expect(!Exists(Machine.Service("update.prt")), "the rollback left entries");
+  const std::string Rest = Difference(Before, Machine.Capture());
+  Expect(Rest.empty(), "after the rollback: " + Rest);
   for (const auto& [Kind, Uniques] : Acknowledged)
     Result.Notes["acknowledged: " + Kind] = static_cast<int>(Uniques.size());
   Result.Notes["processes"] = Started;

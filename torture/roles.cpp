@@ -55,7 +55,7 @@ int Change(const std::vector<std::string>& Words) {
 }
 
 const std::pair<const char*, int (*)(const std::vector<std::string>&)> Roles[] = {
-    {"change", Change}, {"fault", PlayFault}, {"torn", PlayTorn}, {"worker", PlayWorker}};
+    {"change", Change}, {"count", PlayCount}, {"fault", PlayFault}, {"torn", PlayTorn}, {"worker", PlayWorker}};
 
 }  // namespace
 

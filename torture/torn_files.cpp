@@ -272,10 +272,6 @@ int PlayTorn(const std::vector<std::string>& Words) {
 
 TResult TornFiles(const TPlan& Plan) {
   TMachine Machine;
-  TComRef<IClassFactory> Loaded;
-  if (FAILED(
-          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
-    throw ETorture("the library is not registered");
   constexpr size_t QuickStride = 7;
   TResult Result;
   size_t Number = 0;

@@ -1,11 +1,19 @@
 // Type libraries: one that is made here, with and without a help file, and what is left when it is cut off.
 
-#include "changes/com_test.h"
+#include "changes/changes_test.h"
 #include "support/type_library.h"
 
 namespace {
 
 using TLines = std::vector<std::string>;
+
+constexpr HRESULT CannotLoad = static_cast<HRESULT>(0x80049E4A);  // made of the low half of 0x80029C4A
+
+/// The system's words for a result, as the module has them.
+std::string WordsFor(HRESULT Result) {
+  const std::string Words = SystemText(static_cast<DWORD>(Result));
+  return Words.empty() ? "Unknown error." : Words;
+}
 
 class LibraryFile : public TComTest {
  protected:
@@ -17,8 +25,6 @@ class LibraryFile : public TComTest {
     UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind);
     RegDeleteTreeA(HKEY_CLASSES_ROOT, ("TypeLib\\" + std::string(MadeLibraryId)).c_str());
   }
-
-  void Make(const std::string& HelpFile) const { MakeTypeLibrary(Path, HelpFile); }
   /// The default value of a key below the library's own; "<none>" when there is none.
   static std::string Registered(const std::string& Name) {
     char Data[300] = "";
@@ -37,36 +43,20 @@ TEST_F(LibraryFile, IsRegisteredWithTheFolderOfItsHelpFileAndRollsBack) {
       {"", ""}, {"C:\\Help\\English\\sample.hlp", "C:\\Help\\English\\"}, {"C:sample.hlp", "C:"}, {"sample.hlp", ""}};
   for (const auto& [HelpFile, HelpFolder] : Cases) {
     SCOPED_TRACE(HelpFile);
-    Make(HelpFile);
+    MakeTypeLibrary(Path, HelpFile);
     ASSERT_EQ(S_OK, Com->RegLogged(Text(Path))) << ErrorText();
     EXPECT_EQ(Path, Registered(PathKey));
     EXPECT_EQ(HelpFolder, Registered("HELPDIR"));
     EXPECT_EQ(std::vector{2}, Codes());
     ExpectUnloaded(Path);
-    ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
+    RollbackToStart();
     EXPECT_EQ("<none>", Registered(PathKey));
     ExpectUnloaded(Path);
   }
 }
 
-TEST_F(LibraryFile, WritesTheseLines) {
-  Make("");
-  ASSERT_EQ(S_OK, Com->RegTLBLogged(Text(Path)));
-  ASSERT_EQ(S_OK, Com->UnRegTLBLogged(Text(Path)));
-  EXPECT_EQ((std::vector{2, 3}), Codes());
-  const std::string Item = DataID();
-  ASSERT_EQ(S_OK, Com->Rollback(3, Guid(Item.c_str())));
-  EXPECT_EQ((TLines{"0 Begin RegTLBLogged " + Path, "1 Begin RegTLB " + Path, "1 End RegTLB", "0 End RegTLBLogged",
-                    "2 Begin UnRegTLBLogged " + Path, "3 Begin UnRegTLB " + Path, "3 End UnRegTLB 1 0",
-                    "2 End UnRegTLBLogged", "4 Begin Rollback 3 " + Item, "5 Begin RegTLB " + Path, "5 End RegTLB",
-                    "4 End Rollback"}),
-            NumberedLines());
-  ASSERT_EQ(S_OK, RollbackAll());
-  EXPECT_EQ("<none>", Registered(PathKey));
-}
-
 TEST_F(LibraryFile, IsUnregisteredAsTheFileSays) {
-  Make("");
+  MakeTypeLibrary(Path);
   // Another file is registered under the same identity.
   ASSERT_TRUE(CopyFileA(Path.c_str(), App("other.tlb").c_str(), TRUE));
   ASSERT_EQ(S_OK, Com->RegTLB(Text(App("other.tlb"))));
@@ -76,7 +66,6 @@ TEST_F(LibraryFile, IsUnregisteredAsTheFileSays) {
   // There is nothing to unregister any more: told, and no failure.
   const HRESULT Failure = UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, 0, OwnKind);
   ASSERT_TRUE(FAILED(Failure));
-  const std::string Words = SystemText(Failure).empty() ? "Unknown error." : SystemText(Failure);
   // The text is this call's, whatever an earlier one left behind.
   TComRef<ICreateErrorInfo> Maker;
   TComRef<IErrorInfo> Stale;
@@ -85,64 +74,43 @@ TEST_F(LibraryFile, IsUnregisteredAsTheFileSays) {
   Maker->QueryInterface(IID_IErrorInfo, Stale.OutVoid());
   SetErrorInfo(0, Stale.Get());
   ASSERT_EQ(S_OK, Com->UnRegTLB(Text(Path)));
-  EXPECT_EQ((TLines{"0 Begin UnRegTLB " + Path, "0 End UnRegTLB 1 0", "1 Begin UnRegTLB " + Path,
-                    "1 Exception UnRegTLB OLE " + Words + " " + std::to_string(Failure), "1 End UnRegTLB 1 1"}),
-            NumberedLines());
+  EXPECT_EQ((TLines{"Begin UnRegTLB " + Path, "End UnRegTLB 1 0", "Begin UnRegTLB " + Path,
+                    "Exception UnRegTLB OLE " + WordsFor(Failure) + " " + std::to_string(Failure), "End UnRegTLB 1 1"}),
+            Log().Texts("UCom"));
   EXPECT_TRUE(Dialog().Boxes.empty());
   ExpectUnloaded(Path);
 }
 
 TEST_F(LibraryFile, ThatIsNoneIsToldByRegistrationAndSwallowedByTheOpposite) {
   Write(Path, "no type library");
-  EXPECT_EQ(static_cast<HRESULT>(0x80049E4A), Com->RegTLB(Text(Path))) << "made of the low half of 0x80029C4A";
+  EXPECT_EQ(CannotLoad, Com->RegTLB(Text(Path)));
   EXPECT_EQ(S_OK, Com->UnRegTLB(Text(Path)));
-  const std::string Words =
-      SystemText(TYPE_E_CANTLOADLIBRARY).empty() ? "Unknown error." : SystemText(TYPE_E_CANTLOADLIBRARY);
+  const std::string Words = WordsFor(TYPE_E_CANTLOADLIBRARY);
   const TScriptedDialog::TBox Box{
       "Cannot load '" + Path + "' type library.\r\n\r\nError: '" + Words + "' (Error code: 80029C4A).", "Error", 21};
   EXPECT_EQ((std::vector{Box, Box}), Dialog().Boxes);
-  EXPECT_EQ((TLines{"0 Begin RegTLB " + Path, "1 Begin UnRegTLB " + Path,
-                    "1 Exception UnRegTLB OLE " + Words + " " + std::to_string(static_cast<long>(0x80049E4A)),
-                    "1 End UnRegTLB 1 0"}),
-            NumberedLines());
+  EXPECT_EQ((TLines{"Begin RegTLB " + Path, "Begin UnRegTLB " + Path,
+                    "Exception UnRegTLB OLE " + Words + " " + std::to_string(CannotLoad), "End UnRegTLB 1 0"}),
+            Log().Texts("UCom"));
   EXPECT_EQ(S_OK, Com->UnRegTLB(Text(App("gone.TLB"))));
-  EXPECT_EQ("2 End UnRegTLB 0 0", NumberedLines().back());
+  EXPECT_EQ("End UnRegTLB 0 0", Log().Texts("UCom").back());
   ExpectUnloaded(Path);
 }
 
 TEST_F(LibraryFile, ThatIsCutOffIsNotRegisteredAndLetGo) {
-  Make("C:\\Help\\sample.hlp");
+  MakeTypeLibrary(Path, "C:\\Help\\sample.hlp");
   const std::string Whole = Read(Path);
   for (size_t Size = 0; Size < Whole.size(); Size += Size < 16 ? 4 : 40) {
     SCOPED_TRACE(Size);
     Write(Path, Whole.substr(0, Size));
-    ASSERT_EQ(static_cast<HRESULT>(0x80049E4A), Com->RegLogged(Text(Path)));
+    ASSERT_EQ(CannotLoad, Com->RegLogged(Text(Path)));
     ASSERT_EQ(std::vector{2}, Codes());
-    ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
+    RollbackToStart();
     ASSERT_EQ("<none>", Registered(PathKey));
     ExpectUnloaded(Path);
   }
   Write(Path, Whole);
   EXPECT_EQ(S_OK, Com->RegTLB(Text(Path))) << ErrorText();
-}
-
-TEST_F(LibraryFile, NeedsTheSystemsFunctionToBeUnregistered) {
-  Make("");
-  ASSERT_EQ(S_OK, Com->RegTLB(Text(Path)));
-  for (const char* Missing : {"GetModuleHandleA", "GetProcAddress"}) {
-    void* const Replacement = *Missing == 'G' && Missing[3] == 'M' ? FailsWith<decltype(&GetModuleHandleA), 0>
-                                                                   : FailsWith<decltype(&GetProcAddress), 0>;
-    TFault Fault(Missing, Replacement, {0, 1, ERROR_PROC_NOT_FOUND});
-    EXPECT_EQ(static_cast<HRESULT>(0x8004027F), Com->UnRegTLB(Text(Path))) << Missing;
-    EXPECT_EQ(SystemText(ERROR_PROC_NOT_FOUND), ErrorText());
-    ExpectUnloaded(Path);
-  }
-  ASSERT_EQ(2u, Dialog().Boxes.size());
-  EXPECT_EQ(0u, Dialog().Boxes[0].Text.find("Cannot get 'OLEAUT32.DLL' module handle."));
-  EXPECT_EQ(0u, Dialog().Boxes[1].Text.find(
-                    "Cannot get the address of 'UnRegisterTypeLib' function in library 'OLEAUT32.DLL'."));
-  EXPECT_EQ(S_OK, Com->UnRegTLB(Text(Path)));
-  EXPECT_EQ("<none>", Registered(PathKey));
 }
 
 }  // namespace

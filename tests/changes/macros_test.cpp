@@ -5,8 +5,6 @@
 
 namespace {
 
-using TLines = std::vector<std::string>;
-
 constexpr char MacroGroup[] = "{2E6B94D1-8C0F-4A7E-B35D-6F1A0C9E47B2}";
 constexpr VARIANT_BOOL Temporary = VARIANT_FALSE, Permanent = VARIANT_TRUE;
 
@@ -43,10 +41,7 @@ class Macros : public TSandbox {
 /// The usual case: the object is there from the start.
 class Macro : public Macros {
  protected:
-  Macro() {
-    Object = Make<IUMacro>(CLSID_UMacro);
-    Log().Lines.clear();
-  }
+  Macro() { Object = Make<IUMacro>(CLSID_UMacro); }
 };
 
 TEST_F(Macro, NamesAreComparedWithoutCase) {
@@ -83,50 +78,14 @@ TEST_F(Macro, AnEmptyValueRemovesAMacro) {
   EXPECT_EQ("", Saved());
 }
 
-TEST_F(Macro, EveryChangeAddsOneRecord) {
-  EXPECT_EQ(0u, RecordCount());
-  const std::string Group = GuidText(Guid(MacroGroup));
-  ASSERT_EQ(S_OK, Set("T", "1", Temporary));
-  ASSERT_EQ(S_OK, Set("P", "1", Permanent));
-  ASSERT_EQ(S_OK, Set("P", "", Permanent));
-  ASSERT_EQ(S_OK, Object->DelMacro(Text("never there")));
-  EXPECT_EQ(4u, RecordCount());
-  Get("T");
-  EXPECT_EQ(4u, RecordCount());
-  const std::string Record = Read(GroupFile()).substr(0, 20), Marker = Record.substr(0, 16);
-  const GUID GroupID = Guid(MacroGroup);
-  EXPECT_EQ(0, std::memcmp(Marker.data(), &GroupID, sizeof GroupID));
-  EXPECT_EQ(std::string(4, '\0'), Record.substr(16)) << "the code";
-}
-
-TEST_F(Macro, TheSavedFormIsCommaText) {
-  ASSERT_EQ(S_OK, Set("plain", "value", Permanent));
-  ASSERT_EQ(S_OK, Set("list", "a, b", Permanent));
-  ASSERT_EQ(S_OK, Set("quote", "say\"hi\"", Permanent));
-  EXPECT_EQ("plain=value,\"list=a, b\",\"quote=say\"\"hi\"\"\"", Saved());
-}
-
-TEST_F(Macro, WritesItsLines) {
-  Set("Name", "a value", 1);
-  Get("Name");
-  Object->DelMacro(Text("Name"));
-  Get("Name");
-  EXPECT_EQ((TLines{"Begin SetMacro Name a value 1", "End SetMacro", "Begin GetMacro Name", "End GetMacro a value",
-                    "Begin MacroExists Name", "End MacroExists -1", "Begin DelMacro Name", "End DelMacro",
-                    "Begin GetMacro Name", "End GetMacro ", "Begin MacroExists Name", "End MacroExists 0"}),
-            Log().Texts("UMacro"));
-}
-
 TEST_F(Macro, AFailedSaveIsRaisedAndLetsGoOfTheLock) {
   ASSERT_EQ(S_OK, Set("X", "old", Permanent));
-  Log().Lines.clear();
   {
     TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {0, 2, ERROR_DISK_FULL});
     EXPECT_EQ(static_cast<HRESULT>(0x80040270), Set("X", "new", Permanent));
     EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
     EXPECT_EQ(static_cast<HRESULT>(0x80040270), Object->DelMacro(Text("Y")));
   }
-  EXPECT_EQ((TLines{"Begin SetMacro X new -1", "Begin DelMacro Y"}), Log().Texts("UMacro"));
   EXPECT_EQ(1u, RecordCount());
   EXPECT_EQ("X=old", Saved());
   EXPECT_EQ("new", Get("X")) << "the change in memory has been made";
@@ -171,16 +130,19 @@ class SharedMacros : public Macros {
 };
 
 TEST_F(SharedMacros, PermanentOnesAreExactInANewProcessAndTemporaryOnesGone) {
-  const std::pair<const char*, std::string> Values[] = {
-      {"commas", ",a,,b,"},  {"quotes", "\"a\" \"\"b\""}, {"blanks", "  a  b  "},
-      {"equals", "=a==b="},  {"breaks", "a\r\nb\n\tc\r"}, {"page", "\xE4\xF6\xFC\xDF\x80\xFF"},
-      {"quote alone", "\""}, {"blank alone", " "},        {"name with, \"all\"", "x"}};
+  const std::pair<const char*, std::string> Values[] = {{"list, \"quoted\"", ",\"a\" \"\"b\","},
+                                                        {"blanks", "  a  b  "},
+                                                        {"equals", "=a==b="},
+                                                        {"breaks", "a\r\nb\n\tc\r"},
+                                                        {"page", "\xE4\x80\xFF"},
+                                                        {"quote alone", "\""}};
   for (const auto& [Name, Value] : Values) ASSERT_EQ(S_OK, Set(Name, Value, Permanent)) << Name;
   ASSERT_EQ(S_OK, Set("temporary", "gone", Temporary));
-  for (const auto& [Name, Value] : Values) EXPECT_EQ(Value, Get(Name));
   for (const auto& [Name, Value] : Values) {
-    const std::string QuotedName = std::string(Name) == "name with, \"all\"" ? "name with, \\\"all\\\"" : Name;
-    EXPECT_EQ(0u, TChild({"match-macro", QuotedName, HexText(Value)}).Wait()) << Name;
+    EXPECT_EQ(Value, Get(Name));
+    // A quote has a backslash in front on a command line.
+    const std::string Argument = *Name == 'l' ? "list, \\\"quoted\\\"" : Name;
+    EXPECT_EQ(0u, TChild({"match-macro", Argument, HexText(Value)}).Wait()) << Name;
   }
   EXPECT_EQ(0u, TChild({"match-macro", "temporary", ""}).Wait());
 }

@@ -45,7 +45,6 @@ const std::map<std::string, std::function<HRESULT(const std::string& Folder)>> C
      [](auto& Group) { return Make<IUHistory>(CLSID_UHistory)->Put(Guid(Group.c_str()), PutChangeCode, GUID{}); }},
     {"set-macro",
      [](auto& Value) { return Make<IUMacro>(CLSID_UMacro)->SetMacro(Text("Macro"), Text(Value), VARIANT_TRUE); }},
-    {"put-garbage", [](auto& Name) { return Make<IUGarbage>(CLSID_UGarbage)->PutFile(Text(Name)); }},
     {"garbage", [](auto&) { return Make<IUGarbage>(CLSID_UGarbage)->Garbage(); }},
     {"rollback",
      [](auto&) {

@@ -23,6 +23,11 @@ std::string Trimmed(DWORD Code) {
   return Text;
 }
 
+/// What ProcessInno writes about a log that neither of its phases can read.
+TLines InBothPhases(const std::string& Reason) {
+  return {"Exception Inno unins000 1_2" + Reason, "Exception Inno unins000 2_2" + Reason};
+}
+
 /// A log with these records, as the installer leaves it.
 TRawLog LogOf(uint32_t NumRecs, const std::string& Stream) {
   TRawLog Raw;
@@ -75,10 +80,7 @@ class InstallerLogs : public TSandbox {
 /// The usual case: the object is there from the start.
 class InstallerLog : public InstallerLogs {
  protected:
-  InstallerLog() {
-    Object = Make<IUInno>(CLSID_UInno);
-    Log().Lines.clear();
-  }
+  InstallerLog() { Object = Make<IUInno>(CLSID_UInno); }
 };
 
 TEST_F(InstallerLog, ANameIsListedOnce) {
@@ -91,17 +93,6 @@ TEST_F(InstallerLog, ANameIsListedOnce) {
   EXPECT_EQ("\"C:\\App\\a \xE4.dll\",b.dll,\"say \"\"hi\"\", b-dll\" | b.dll", Lists());
   EXPECT_EQ(3u, RecordsOf(FileGroup));
   EXPECT_EQ(1u, RecordsOf(ComGroup));
-}
-
-TEST_F(InstallerLog, WritesItsLines) {
-  Plant(LogOf(0, ""));
-  AddFile("a b.dll");
-  AddCOM("c.dll");
-  Lists();
-  Object->ProcessInno();
-  EXPECT_EQ((TLines{"Begin AddFile a b.dll", "End AddFile", "Begin AddCOM c.dll", "End AddCOM", "Begin ProcessInno",
-                    "Begin DeleteDuplicatesInLists", "End DeleteDuplicatesInLists", "End ProcessInno"}),
-            Log().Texts("UInno"));
 }
 
 TEST_F(InstallerLog, WhatTheUpdateBroughtIsAppended) {
@@ -168,67 +159,36 @@ TEST_F(InstallerLog, WhatTheLogHasIsNotAppendedAgain) {
   EXPECT_TRUE(New.Bytes() == Read(LogName()));
 }
 
-TEST_F(InstallerLog, WithoutNewNamesTheNumbersStay) {
-  const TRawLog Old = LogOf(1, FileRecord("a", Plain));
-  Write(LogName(), Old.Bytes() + "behind the end");
-  EXPECT_EQ(TLines(), Process());
-  EXPECT_TRUE(Old.Bytes() == Read(LogName()));
-}
-
-TEST_F(InstallerLog, RecordsOfEveryTypeAreCarriedThrough) {
-  std::string Stream;
-  uint32_t Count = 0;
-  for (uint32_t Type = 0; Type <= 0xFFFF; Type += Type < 0x200 ? 1 : 0x101, ++Count)
-    Stream += Record(static_cast<uint16_t>(Type), Type * 0x01010101, std::string(Type % 50, static_cast<char>(Type)));
-  const TRawLog Old = LogOf(Count, Stream);
-  Plant(Old);
-  AddFile("new");
-  EXPECT_EQ(TLines(), Process());
-  EXPECT_TRUE(After(Old, 1, FileRecord("new", Plain)).Bytes() == Read(LogName()));
-}
-
 TEST_F(InstallerLog, WithoutALogNothingIsCreated) {
   AddFile("a");
-  const TLines Expected = {"Exception Inno unins000 1_2" + Trimmed(ERROR_PATH_NOT_FOUND),
-                           "Exception Inno unins000 2_2" + Trimmed(ERROR_PATH_NOT_FOUND)};
-  EXPECT_EQ(Expected, Process());
+  EXPECT_EQ(InBothPhases(Trimmed(ERROR_PATH_NOT_FOUND)), Process());
   EXPECT_FALSE(Exists(Base("Uninstall")));
   MakeFolders(Base("Uninstall"));
-  EXPECT_EQ((TLines{"Exception Inno unins000 1_2" + Trimmed(ERROR_FILE_NOT_FOUND),
-                    "Exception Inno unins000 2_2" + Trimmed(ERROR_FILE_NOT_FOUND)}),
-            Process());
+  EXPECT_EQ(InBothPhases(Trimmed(ERROR_FILE_NOT_FOUND)), Process());
   EXPECT_EQ(0u, TreeOf(Base("Uninstall")).size());
   EXPECT_EQ("a | ", Lists());
 }
 
-struct TUnfitLog {
-  const char* Name;
-  void (*Do)(TRawLog& Raw);
-  bool CanBeRead = false;
-};
-class UnfitLog : public InstallerLog, public testing::WithParamInterface<TUnfitLog> {};
-
-TEST_P(UnfitLog, IsLeftAsItIs) {
-  TRawLog Raw = LogOf(1, FileRecord("old", Plain));
-  GetParam().Do(Raw);
-  Plant(Raw);
+TEST_F(InstallerLog, ALogThatIsNotUnderstoodIsLeftAsItIs) {
   AddFile("OLD");
   AddFile("new");
-  TLines Expected = {"Exception Inno unins000 1_2", "Exception Inno unins000 2_2"};
-  if (GetParam().CanBeRead) Expected.erase(Expected.begin());
-  EXPECT_EQ(Expected, Process());
-  EXPECT_TRUE(Raw.Bytes() == Read(LogName()));
-  EXPECT_EQ(GetParam().CanBeRead ? "new | " : "OLD,new | ", Lists());
+  const TRawLog Good = LogOf(1, FileRecord("old", Plain));
+  TRawLog Damaged = Good, Later = Good, GoesOn = Good;
+  Damaged.Blocks.back() ^= 1;
+  Later.Version = 46;
+  for (const TRawLog& Raw : {Damaged, Later}) {
+    Plant(Raw);
+    EXPECT_EQ(InBothPhases(""), Process());
+    EXPECT_TRUE(Raw.Bytes() == Read(LogName()));
+    EXPECT_EQ("OLD,new | ", Lists());
+  }
+  // Its records can be read, but more behind them would be cut off.
+  GoesOn.Blocks += Block("?");
+  Plant(GoesOn);
+  EXPECT_EQ((TLines{"Exception Inno unins000 2_2"}), Process());
+  EXPECT_TRUE(GoesOn.Bytes() == Read(LogName()));
+  EXPECT_EQ("new | ", Lists());
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, UnfitLog,
-                         testing::Values(TUnfitLog{"checksum", [](TRawLog& Raw) { Raw.Crc = 1; }},
-                                         TUnfitLog{"block", [](TRawLog& Raw) { Raw.Blocks.back() ^= 1; }},
-                                         TUnfitLog{"version_46", [](TRawLog& Raw) { Raw.Version = 46; }},
-                                         TUnfitLog{"other_file", [](TRawLog& Raw) { Raw.Id = "Another Log"; }},
-                                         TUnfitLog{"something_behind_the_records",
-                                                   [](TRawLog& Raw) { Raw.Blocks += Block("?"); }, true}),
-                         [](const auto& Info) { return std::string(Info.param.Name); });
 
 TEST_F(InstallerLog, ALogThatIsHeldOpenIsNotChanged) {
   const TRawLog Old = LogOf(1, FileRecord("old", Plain));
@@ -237,8 +197,7 @@ TEST_F(InstallerLog, ALogThatIsHeldOpenIsNotChanged) {
   {
     const TFileHandle Holder(
         CreateFileA(LogName().c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    const std::string Locked = Trimmed(ERROR_SHARING_VIOLATION);
-    EXPECT_EQ((TLines{"Exception Inno unins000 1_2" + Locked, "Exception Inno unins000 2_2" + Locked}), Process());
+    EXPECT_EQ(InBothPhases(Trimmed(ERROR_SHARING_VIOLATION)), Process());
   }
   EXPECT_TRUE(Old.Bytes() == Read(LogName()));
   // Held only while the first phase looks: the second one reads for itself what it must keep.
@@ -254,63 +213,21 @@ TEST_F(InstallerLog, AFailedWriteLeavesTheOldRecords) {
   TRawLog Old = LogOf(1, FileRecord("old", Plain));
   Plant(Old);
   AddFile("new");
-  struct TRow {
-    const char* Function;
-    void* Replacement;
-    TFaultPlan Plan;
-  };
-  for (const TRow& Row :
-       {TRow{"WriteFile", FailsWith<decltype(&WriteFile), 0>, {0, 1, ERROR_DISK_FULL}},
-        TRow{"WriteFile", FailsWith<decltype(&WriteFile), 0>, {1, 1, ERROR_DISK_FULL}},
-        TRow{"SetEndOfFile", FailsWith<decltype(&SetEndOfFile), 0>, {0, 1, ERROR_DISK_FULL}},
-        TRow{"FlushFileBuffers", FailsWith<decltype(&FlushFileBuffers), 0>, {0, 1, ERROR_DISK_FULL}}}) {
-    const TFault Fault(Row.Function, Row.Replacement, Row.Plan);
-    EXPECT_EQ((TLines{"Exception Inno unins000 2_2" + Trimmed(ERROR_DISK_FULL)}), Process()) << Row.Function;
-    EXPECT_TRUE(Old.Bytes() == Read(LogName()).substr(0, Old.Bytes().size())) << Row.Function;
+  for (const auto& [Function, Replacement, Skip] :
+       {std::tuple{"WriteFile", FailsWith<decltype(&WriteFile), 0>, 0},
+        std::tuple{"WriteFile", FailsWith<decltype(&WriteFile), 0>, 1},
+        std::tuple{"SetEndOfFile", FailsWith<decltype(&SetEndOfFile), 0>, 0},
+        std::tuple{"FlushFileBuffers", FailsWith<decltype(&FlushFileBuffers), 0>, 0}}) {
+    const TFault Fault(Function, Replacement, {Skip, 1, ERROR_DISK_FULL});
+    EXPECT_EQ((TLines{"Exception Inno unins000 2_2" + Trimmed(ERROR_DISK_FULL)}), Process()) << Function;
+    EXPECT_TRUE(Old.Bytes() == Read(LogName()).substr(0, Old.Bytes().size())) << Function;
   }
   {
     // A code without a text.
     const TFault Fault("ReadFile", FailsWith<decltype(&ReadFile), 0>, {0, 2, 0x2FFFFFFF});
-    EXPECT_EQ((TLines{"Exception Inno unins000 1_2File I/O error 805306367",
-                      "Exception Inno unins000 2_2File I/O error 805306367"}),
-              Process());
+    EXPECT_EQ(InBothPhases("File I/O error 805306367"), Process());
   }
   EXPECT_EQ(TLines(), Process());
-  EXPECT_TRUE(After(Old, 1, FileRecord("new", Plain)).Bytes() == Read(LogName()));
-}
-
-/// A debug log that refuses the lines of one routine.
-class TPickyLog final : public TDouble<IUDebugLog> {
- public:
-  STDMETHOD(Put)(long, BSTR Name, BSTR Action, BSTR Line) override {
-    const std::string Words = ToAnsi(ViewOf(Line));
-    if (Words == "DeleteDuplicatesInLists") return E_ABORT;
-    if (ViewOf(Name) == L"UInno") Texts.push_back(ToAnsi(ViewOf(Action)) + " " + Words);
-    return S_OK;
-  }
-  TLines Texts;
-};
-
-/// Brings a debug log of its own.
-class WithPickyLog : public InstallerLogs {
- protected:
-  WithPickyLog() : InstallerLogs(LogToFile) {}
-};
-
-TEST_F(WithPickyLog, AFailedCallOfAnotherObjectIsToldWithItsCode) {
-  const TRawLog Old = LogOf(1, FileRecord("old", Plain));
-  Plant(Old);
-  const TComRef<TPickyLog> Picky(new TPickyLog);
-  const DWORD Entry = RegisterActive(Picky.Get(), CLSID_UDebugLog);
-  Object = Make<IUInno>(CLSID_UInno);
-  AddFile("new");
-  Picky->Texts.clear();
-  ASSERT_EQ(S_OK, Object->ProcessInno());
-  RevokeActive(Entry);
-  std::string Message = SystemText(static_cast<DWORD>(E_ABORT));
-  if (Message.empty()) Message = "Unknown error.";
-  EXPECT_EQ((TLines{"Begin ProcessInno", "Exception Inno unins000 1_1" + Message + " -2147467260", "End ProcessInno"}),
-            Picky->Texts);
   EXPECT_TRUE(After(Old, 1, FileRecord("new", Plain)).Bytes() == Read(LogName()));
 }
 
@@ -321,7 +238,6 @@ TEST_F(InstallerLog, AFailedSaveIsRaisedAndMadeUpForByTheNextCall) {
     EXPECT_EQ(DiskFull, AddFile("b"));
     EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
   }
-  EXPECT_EQ("Begin AddFile b", Log().Texts("UInno").back());
   EXPECT_EQ("a,b | ", Lists());
   EXPECT_EQ(1u, RecordsOf(FileGroup));
   ASSERT_EQ(S_OK, AddFile("B"));
@@ -351,9 +267,6 @@ TEST_F(InstallerLogs, AnObjectThatCannotRestoreFailsAndTheNextOneTriesAgain) {
   TComRef<IUInno> None;
   EXPECT_TRUE(FAILED(CoCreateInstance(CLSID_UInno, nullptr, CLSCTX_INPROC_SERVER, IID_IUInno, None.OutVoid())));
   Write(Item, std::string("\1\0\0\0", 4) + "a.dll, \"b c.dll\"");
-  Object = Make<IUInno>(CLSID_UInno);
-  EXPECT_EQ(" | a.dll,\"b c.dll\"", Lists());
-  Write(Item, std::string("\1\0\0\0", 4) + "once a process");
   Object = Make<IUInno>(CLSID_UInno);
   EXPECT_EQ(" | a.dll,\"b c.dll\"", Lists());
 }
@@ -397,13 +310,11 @@ TEST_F(SharedInstallerLog, AProcessThatDiesLeavesTheOldRecordsOrAll) {
       ASSERT_NO_THROW(LoadFrom(Left, Loaded));
       ASSERT_TRUE(Loaded.EndsWithLastRecord());
       const bool IsNew = Left == AfterAll;
-      ASSERT_TRUE(IsNew || Left.substr(0, Before.size()) == Before);
-      ASSERT_TRUE(IsNew || Status == DiedStatus);
+      ASSERT_TRUE(IsNew || (Status == DiedStatus && Left.substr(0, Before.size()) == Before));
       ++Found[IsNew];
       ASSERT_EQ(0u, TChild({"process-inno", "nothing", "0"}).Wait());
       ASSERT_TRUE(Read(LogName()) == AfterAll) << "the next run completes it";
     }
-    std::printf("died %s %d points\n", Event, Point - 1);
     EXPECT_LE(*Event == 't' ? 2 : 20, Point - 1);
   }
   EXPECT_LT(10, Found[0]);

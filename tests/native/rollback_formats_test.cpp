@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 
 namespace {
 
@@ -29,18 +30,19 @@ class TMemorySource final : public TByteSource {
   size_t At = 0;
 };
 
-/// Reads an item behind its tag.
+/// Reads an item behind its tag, and gives whether it fits; `Left` is what follows its fields.
 template <class TItem>
-bool Decode(const std::string& Bytes, TItem& Item, uint64_t& Left) {
+bool Decode(const std::string& Bytes, TItem& Item, uint64_t* Left = nullptr) {
   TMemorySource Source(Bytes.substr(ItemTagSize));
   TItemReader Reader(Source);
   Item.Fields(Reader);
-  Left = Source.Remaining();
+  if (Left) *Left = Source.Remaining();
   return Reader.Good();
 }
 
-void Lie(std::string& Bytes, size_t At, uint32_t Number) {
+std::string Lying(std::string Bytes, size_t At, uint32_t Number) {
   for (size_t Digit = 0; Digit < sizeof Number; ++Digit) Bytes[At + Digit] = static_cast<char>(Number >> 8 * Digit);
+  return Bytes;
 }
 
 TEST(LogRecord, Has36BytesWithoutPadding) {
@@ -74,80 +76,80 @@ TEST(GuidText, NothingElseIsRead) {
   EXPECT_FALSE(ParseGuid(Good + " "));
 }
 
-const TSingleFileItem File{"C:\\App\\a.dll", 0x21, 0x0102030405060708, 2, UINT64_MAX};
-
-TEST(SingleFileItem, HasTheseBytesAndIsReadToItsContent) {
-  const std::string Bytes = EncodeItem(File);
-  EXPECT_EQ(std::string("\3\0\0\0\x0C\0\0\0C:\\App\\a.dll\x21\0\0\0\x08\7\6\5\4\3\2\1\2\0\0\0\0\0\0\0"
-                        "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF",
-                        48),
-            Bytes);
-  TSingleFileItem Read;
+/// An item has these bytes, is read back from them, and is refused at every shorter length and with a lie in any of its
+/// lengths and counts, which stand at `Lengths`.
+template <class TItem>
+void ExpectFormat(const TItem& Item, const std::string& Expected, std::initializer_list<size_t> Lengths) {
+  ASSERT_EQ(Expected, EncodeItem(Item));
+  TItem Read;
   uint64_t Left = 0;
-  ASSERT_TRUE(Decode(Bytes + "content", Read, Left));
+  ASSERT_TRUE(Decode(Expected + "content", Read, &Left));
   EXPECT_EQ(7u, Left);
-  EXPECT_EQ(Bytes, EncodeItem(Read));
-  EXPECT_TRUE(Read.Plausible());
-}
-
-TEST(SingleFileItem, IsRefusedWhenShortOrLying) {
-  const std::string Whole = EncodeItem(File);
-  uint64_t Left = 0;
-  for (size_t Size = ItemTagSize; Size < Whole.size(); ++Size) {
-    TSingleFileItem Item;
-    EXPECT_FALSE(Decode(Whole.substr(0, Size), Item, Left)) << Size;
-    EXPECT_EQ(0u, Item.LastWrite);
-  }
-  for (const uint32_t Length : {0x10000u, 0x7FFFFFFFu, 0xFFFFFFFFu, static_cast<uint32_t>(Whole.size())}) {
-    std::string Bytes = Whole + std::string(Length == 0x10000 ? 0x20000 : 0, 'x');
-    Lie(Bytes, ItemTagSize, Length);
-    TSingleFileItem Item;
-    EXPECT_FALSE(Decode(Bytes, Item, Left)) << Length;
-    EXPECT_GT(64u, Item.Path.capacity()) << "memory was taken for the lie";
-  }
-}
-
-TEST(FileSetItem, IsWrittenAndReadBackAndRefusedWhenShortOrLying) {
-  const TFileSetItem Set{{Counting(0), Counting(16)}, {Counting(32)}, {}};
-  const std::string Whole = EncodeItem(Set);
-  std::string Expected("\4\0\0\0\2\0\0\0", 8);
-  for (int Byte = 0; Byte < 32; ++Byte) Expected += static_cast<char>(Byte);
-  Expected += std::string("\1\0\0\0", 4);
-  for (int Byte = 32; Byte < 48; ++Byte) Expected += static_cast<char>(Byte);
-  Expected += std::string(4, '\0');
-  EXPECT_EQ(Expected, Whole);
-  TFileSetItem Read;
-  uint64_t Left = 9;
-  ASSERT_TRUE(Decode(Whole, Read, Left));
-  EXPECT_EQ(0u, Left);
-  EXPECT_EQ(Whole, EncodeItem(Read));
-  for (size_t Size = ItemTagSize; Size < Whole.size(); ++Size) {
-    TFileSetItem Item;
-    EXPECT_FALSE(Decode(Whole.substr(0, Size), Item, Left)) << Size;
-  }
+  EXPECT_EQ(Expected, EncodeItem(Read));
+  const auto Refused = [](const std::string& Bytes) {
+    TItem None;
+    return !Decode(Bytes, None);
+  };
+  for (size_t Size = ItemTagSize; Size < Expected.size(); ++Size) EXPECT_TRUE(Refused(Expected.substr(0, Size)));
   // 0x10000001 GUIDs are 16 bytes when the product wraps around at 32 bits.
-  for (const uint32_t Count : {5u, 0x10000000u, 0x10000001u, 0x80000000u, 0xFFFFFFFFu}) {
-    std::string Bytes = Whole;
-    Lie(Bytes, ItemTagSize, Count);
-    TFileSetItem Item;
-    EXPECT_FALSE(Decode(Bytes, Item, Left)) << Count;
-    EXPECT_EQ(0u, Item.Files.capacity()) << "memory was taken for the lie";
-    EXPECT_TRUE(Item.Folders.empty() && Item.Subsets.empty());
-  }
+  const auto TooMany = static_cast<uint32_t>(Expected.size());
+  for (const size_t At : Lengths)
+    for (const uint32_t Lie : {TooMany, 0x10000000u, 0x10000001u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
+      EXPECT_TRUE(Refused(Lying(Expected, At, Lie))) << At << " " << Lie;
 }
 
-TEST(SingleFileItem, IsPlausibleOnlyWithAPathAndAttributes) {
+std::string Text(const TGuidBytes& Guid) { return std::string(Guid.begin(), Guid.end()); }
+std::string Number(char Low) { return {Low, 0, 0, 0}; }
+
+const TSingleFileItem File{"C:\\App\\a.dll", 0x21, 0x0102030405060708, 2, UINT64_MAX};
+const TGuidBytes One = Counting(0), Two = Counting(16), Three = Counting(32);
+
+TEST(BackupItems, HaveTheseBytesAndAreRefusedWhenShortOrLying) {
+  ExpectFormat(File,
+               std::string("\3\0\0\0\x0C\0\0\0C:\\App\\a.dll\x21\0\0\0\x08\7\6\5\4\3\2\1\2\0\0\0\0\0\0\0"
+                           "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF",
+                           48),
+               {4});
+  ExpectFormat(TFileSetItem{{One, Two}, {Three}, {}},
+               Number(4) + Number(2) + Text(One) + Text(Two) + Number(1) + Text(Three) + Number(0), {4, 40, 60});
+  ExpectFormat(TRegistryValueItem{0x80000001, "Key", "Name", 7, {'a', 0}},
+               std::string("\2\0\0\0\1\0\0\x80\3\0\0\0Key\4\0\0\0Name\7\0\0\0\2\0\0\0a\0", 33), {8, 15, 27});
+  ExpectFormat(TRegistryKeyItem{0x80000005, "Key", {One}, {Two}},
+               std::string("\3\0\0\0\5\0\0\x80\3\0\0\0Key", 15) + Number(1) + Text(One) + Number(1) + Text(Two),
+               {8, 15, 35});
+}
+
+TEST(BackupItems, TakeNoMemoryForALie) {
+  for (const uint32_t Length : {0x10000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+    TSingleFileItem Item;
+    EXPECT_FALSE(Decode(Lying(Number(3) + Number(0), 4, Length) + std::string(0x20000, 'x'), Item)) << Length;
+    EXPECT_GT(64u, Item.Path.capacity());
+    EXPECT_EQ(0u, Item.LastWrite) << "what follows stays empty";
+  }
+  TFileSetItem Set;
+  EXPECT_FALSE(Decode(Lying(Number(4) + Number(0), 4, 0x10000001) + Text(One), Set));
+  EXPECT_EQ(0u, Set.Files.capacity());
+}
+
+TEST(BackupItems, ArePlausibleOnlyAsSaved) {
   TSingleFileItem Item = File;
   for (uint32_t Bit = 0; Bit < 32; ++Bit) {
     Item.Attributes = uint32_t{1} << Bit;
     constexpr uint32_t DirectoryBit = 4, FirstFlagBit = 24;
     EXPECT_EQ(Bit != DirectoryBit && Bit < FirstFlagBit, Item.Plausible()) << Bit;
   }
-  Item.Attributes = 0;
-  Item.Path = "";
-  EXPECT_FALSE(Item.Plausible());
-  Item.Path = std::string("C:\\a\0b", 6);
-  EXPECT_FALSE(Item.Plausible());
+  const std::string CutShort("a\0b", 3);
+  EXPECT_TRUE(File.Plausible());
+  EXPECT_FALSE((TSingleFileItem{"", 0, 0, 0, 0}.Plausible()));
+  EXPECT_FALSE((TSingleFileItem{CutShort, 0, 0, 0, 0}.Plausible()));
+  for (const uint32_t Root : {0u, 0x7FFFFFFFu, 0x80000000u, 0x80000005u, 0x80000006u}) {
+    const bool Good = Root == 0x80000000 || Root == 0x80000005;
+    EXPECT_EQ(Good, (TRegistryValueItem{Root, "Key", "", 0, {}}.Plausible())) << Root;
+    EXPECT_EQ(Good, (TRegistryKeyItem{Root, "", {}, {}}.Plausible())) << Root;
+  }
+  EXPECT_FALSE((TRegistryValueItem{0x80000001, CutShort, "", 0, {}}.Plausible()));
+  EXPECT_FALSE((TRegistryValueItem{0x80000001, "Key", CutShort, 0, {}}.Plausible()));
+  EXPECT_FALSE((TRegistryKeyItem{0x80000001, CutShort, {}, {}}.Plausible()));
 }
 
 }  // namespace

@@ -2,21 +2,20 @@
 
 #include "support/fault.h"
 #include "support/program.h"
-#include "support/sandbox.h"
+#include "support/registry_tree.h"
 #include "support/type_library.h"
 
-#include <algorithm>
-
-/// Public calls on a small application, through which every file wrapper can be reached: old.txt and the later src.txt
-/// with three bytes each, an empty folder, one entry in the transaction log. The log starts empty behind that.
-class TRetryLayer : public TSandbox {
+/// Public calls on a small application, through which every wrapper can be reached: old.txt and the later src.txt with
+/// three bytes each, an empty folder, a registry key with two values and a subkey, one entry in the transaction log.
+class TRetryLayer : public TRegistrySandbox {
  protected:
   TRetryLayer() {
     Write(App("old.txt"), "old", FILE_ATTRIBUTE_ARCHIVE);
     Write(App("src.txt"), "new", FILE_ATTRIBUTE_ARCHIVE);
     MakeFolders(App("empty"));
+    StoreValue(Wide(L"Key"), L"Name", REG_SZ, WideBytes({L"old", 4}));
+    StoreValue(Wide(L"Key\\Sub"), L"", REG_DWORD, "1234");
     PutEntry();
-    Log().Lines.clear();
   }
 
  public:
@@ -45,29 +44,31 @@ class TRetryLayer : public TSandbox {
     GUID CheckPoint{};
     return TransactionLog->Rollback(VARIANT_FALSE, &CheckPoint);
   }
+  HRESULT SaveValue(unsigned long Root = User, const std::string& KeyName = Key("Key")) {
+    GUID DataID;
+    return Backup->BackupRegKeyValue(Root, Text(KeyName), Text("Name"), &DataID);
+  }
+  HRESULT SaveKey() {
+    GUID DataID;
+    return Backup->BackupRegKey(User, Text(Key("Key")), VARIANT_TRUE, &DataID);
+  }
+  HRESULT SetValue() { return Registry->SetDwordValue(User, Text(Key("Key")), Text("New"), 5); }
+  HRESULT DeleteValue(const std::string& KeyName = "Key", const std::string& ValueName = "Name") {
+    return Registry->DeleteRegKeyValue(User, Text(Key(KeyName)), Text(ValueName));
+  }
+  HRESULT DeleteKey(const std::string& KeyName = "Key") { return Registry->DeleteRegKey(User, Text(Key(KeyName))); }
 
  protected:
-  /// The first line of the retry layer with this action whose text begins so; null when there is none.
-  const TMemoryLog::TLine* Find(const std::string& Action, const std::string& Beginning) {
-    for (const auto& Line : Log().Lines)
-      if (Line.Name == "Common" && Line.Action == Action && Line.Text.rfind(Beginning, 0) == 0) return &Line;
-    return nullptr;
-  }
-  /// The lines under one call id, except its Begin line.
-  std::vector<std::string> Following(long Id) {
-    std::vector<std::string> Result;
-    for (const auto& Line : Log().Lines)
-      if (Line.Id == Id && Line.Action != "Begin") Result.push_back(Line.Action + " " + Line.Text);
-    return Result;
-  }
-  /// The texts of the retry layer's lines that are about this routine, with their actions.
-  std::vector<std::string> LinesOf(const std::string& Routine) {
+  /// The retry layer's lines that tell of a failure.
+  std::vector<std::string> Exceptions() {
     std::vector<std::string> Result = Log().Texts("Common");
-    std::erase_if(Result, [&](const std::string& Line) { return Line.find(" " + Routine) == std::string::npos; });
+    std::erase_if(Result, [](const std::string& Line) { return Line.rfind("Exception", 0) != 0; });
     return Result;
   }
 
   TComRef<IUFile> File = Make<IUFile>(CLSID_UFile);
   TComRef<IUCom> Com = Make<IUCom>(CLSID_UCom);
+  TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
+  TComRef<IUBackup> Backup = Make<IUBackup>(CLSID_UBackup);
   TComRef<IUTransactionLog> TransactionLog = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };

@@ -1,58 +1,75 @@
+// A process dies before or after each call of the module that changes something, or in the middle of a write: another
+// one then finds the state before or the state after, and never a third one.
+
 #include "client/commands.h"
+#include "rollback/records.h"
 #include "support/changing_calls.h"
 #include "support/child.h"
-#include "support/sandbox.h"
+#include "support/registry_tree.h"
 
 namespace {
+
+/// The module stays loaded here, so that a dead process's locks live on and its count of the semaphore stays lost.
+class DyingProcess : public TRegistrySandbox {
+ protected:
+  DyingProcess() : TRegistrySandbox(NoDoubles) {
+    CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
+  }
+
+  static DWORD Make(const std::string& Changes, const std::string& On, const std::string& Event = "nothing",
+                    int Point = 0) {
+    return TChild({"make-changes", Changes, On, Event, std::to_string(Point)}).Wait();
+  }
+  /// Dies at one point after the other until there is none left, with a look at what is left each time. The points are
+  /// `Floor` at least.
+  template <class TDie, class TLook>
+  void Sweep(const std::string& Event, int Floor, TDie Die, TLook LookAfter) {
+    int Point = 0;
+    for (DWORD Status = DiedStatus; Status == DiedStatus && !HasFatalFailure();) {
+      SCOPED_TRACE(Event + " " + std::to_string(++Point));
+      Status = Die(Point);
+      ASSERT_TRUE(Status == 0 || Status == DiedStatus) << Status;
+      LookAfter(Point, Status);
+    }
+    std::printf("died %s %d points\n", Event.c_str(), Point - 1);
+    EXPECT_LE(Floor, Point - 1);
+  }
+
+  TComRef<IClassFactory> Loaded;
+};
 
 struct TSweep {
   const char* Name;
   const char* Made;   ///< the changes that are in the log already
   const char* Dying;  ///< what the process is at when it dies
   const char* Event;
-  int Floor;                  ///< the sweep visits at least so many points
+  int Floor;
   bool RecoveryDies = false;  ///< whether the first attempt to roll back dies as well, each time elsewhere
 };
 
-/// The module stays loaded here, so that a dead process's locks live on and its count of the semaphore stays lost.
-class CrashSweep : public TSandbox, public testing::WithParamInterface<TSweep> {
- protected:
-  CrashSweep() : TSandbox(NoDoubles) {
-    CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
-    Write(App("app.dll"), "the old content", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    Write(App("new.dll"), "new content", FILE_ATTRIBUTE_READONLY);
-    Write(App("tree\\top.txt"), "top", FILE_ATTRIBUTE_HIDDEN);
-    Write(App("tree\\sub\\low.txt"), "", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM);
-    MakeFolders(App("tree\\sub\\empty"));
-  }
-
-  DWORD Make(const std::string& Changes, const std::string& Event = "nothing", int Point = 0) {
-    return TChild({"make-changes", Changes, App(), Event, std::to_string(Point)}).Wait();
-  }
-
-  TComRef<IClassFactory> Loaded;
-};
+class CrashSweep : public DyingProcess, public testing::WithParamInterface<TSweep> {};
 
 TEST_P(CrashSweep, RollbackInAnotherProcessBringsTheExactTreeBack) {
-  const TSweep& Sweep = GetParam();
+  Write(App("app.dll"), "the old content", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+  Write(App("new.dll"), "new content", FILE_ATTRIBUTE_READONLY);
+  Write(App("tree\\top.txt"), "top", FILE_ATTRIBUTE_HIDDEN);
+  Write(App("tree\\sub\\low.txt"), "", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM);
+  MakeFolders(App("tree\\sub\\empty"));
   const TTree Original = TreeOf(App());
-  ASSERT_EQ(0u, Make(Sweep.Made));
+  ASSERT_EQ(0u, Make(GetParam().Made, App()));
   const TTree StartOfApp = TreeOf(App()), StartOfBase = TreeOf(Base());
-  int Point = 0;
-  for (DWORD Status = DiedStatus; Status == DiedStatus;) {
-    SCOPED_TRACE("point " + std::to_string(++Point));
+  const auto Die = [&](int Point) {
     Plant(App(), StartOfApp);
     Plant(Base(), StartOfBase);
-    Status = Make(Sweep.Dying, Sweep.Event, Point);
-    ASSERT_TRUE(Status == 0 || Status == DiedStatus) << Status;
+    return Make(GetParam().Dying, App(), GetParam().Event, Point);
+  };
+  Sweep(GetParam().Event, GetParam().Floor, Die, [&](int Point, DWORD) {
     constexpr int Stride = 5, LongestRecovery = 40;
-    if (Sweep.RecoveryDies) Make("rollback", "after", 1 + Point * Stride % LongestRecovery);
-    ASSERT_EQ(0u, Make("rollback"));
+    if (GetParam().RecoveryDies) Make("rollback", App(), "after", 1 + Point * Stride % LongestRecovery);
+    ASSERT_EQ(0u, Make("rollback", App()));
     ASSERT_EQ("", Difference(Original, TreeOf(App())));
     ASSERT_FALSE(Exists(Service("update.prt")));
-  }
-  std::printf("%s: died at %d points\n", Sweep.Name, Point - 1);
-  EXPECT_LE(Sweep.Floor, Point - 1);
+  });
 }
 
 // Before one call is after the one that came before it: one sweep of that kind is enough.
@@ -67,5 +84,112 @@ INSTANTIATE_TEST_SUITE_P(Sweeps, CrashSweep,
                                          TSweep{"rollback_after", "overwrite create delete", "rollback", "after", 48},
                                          TSweep{"rollback_torn", "overwrite create delete", "rollback", "torn", 4}),
                          [](const auto& Info) { return std::string(Info.param.Name); });
+
+class RegistryCrashSweep : public DyingProcess, public testing::WithParamInterface<TSweep> {};
+
+TEST_P(RegistryCrashSweep, RollbackInAnotherProcessBringsTheExactKeyBack) {
+  StoreValue(Wide(L"Key"), L"Text", REG_SZ, WideBytes({L"old\0", 4}));
+  StoreValue(Wide(L"Key"), L"Bytes", REG_BINARY, "bytes");
+  StoreValue(Wide(L"Key\\Sub"), L"", REG_EXPAND_SZ, WideBytes(L"%TEMP%"));
+  const TRegistryTree Original = Tree();
+  const auto Die = [&](int Point) {
+    EXPECT_EQ(0u, Make(GetParam().Made, Key("Key")));
+    return Make(GetParam().Dying, Key("Key"), GetParam().Event, Point);
+  };
+  Sweep(GetParam().Event, GetParam().Floor, Die, [&](int, DWORD) {
+    ASSERT_EQ(0u, Make("rollback", ""));
+    ASSERT_EQ("", Difference(Original, Tree()));
+    ASSERT_FALSE(Exists(Service("update.prt")));
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Sweeps, RegistryCrashSweep,
+                         testing::Values(TSweep{"set_string_after", "", "set-string", "after", 8},
+                                         TSweep{"set_string_torn", "", "set-string", "torn", 1},
+                                         TSweep{"delete_value_after", "", "delete-value", "after", 8},
+                                         TSweep{"delete_key_after", "", "delete-key", "after", 12},
+                                         TSweep{"delete_key_torn", "", "delete-key", "torn", 1},
+                                         TSweep{"rollback_after", "delete-key", "rollback", "after", 8},
+                                         TSweep{"rollback_torn", "delete-key", "rollback", "torn", 1}),
+                         [](const auto& Info) { return std::string(Info.param.Name); });
+
+TEST_F(DyingProcess, LeavesAHistoryGroupWithOrWithoutTheRecord) {
+  const GUID Group = NumberedGuid(1);
+  const std::string File = Service("History\\" + GuidText(Group));
+  const std::string Record = RecordOf(Group, PutChangeCode, GUID{});
+  ASSERT_EQ(0u, Make("put-record", GuidText(Group)));
+  std::string Records = Record;
+  int Seen[2] = {0, 0};
+  for (const char* Event : {"after", "torn"})
+    Sweep(
+        Event, *Event == 't' ? 2 : 5, [&](int Point) { return Make("put-record", GuidText(Group), Event, Point); },
+        [&](int, DWORD Status) {
+          long Code = 0;
+          GUID DataID;
+          VARIANT_BOOL NoMore = VARIANT_TRUE, CheckPoint = VARIANT_TRUE;
+          ASSERT_EQ(S_OK, ::Make<IUHistory>(CLSID_UHistory)->Get(Group, &Code, &DataID, &NoMore, &CheckPoint));
+          const bool IsThere = Read(File) == Records + Record;
+          if (IsThere) Records += Record;
+          ASSERT_EQ(Records, Read(File));
+          ASSERT_TRUE(IsThere || Status == DiedStatus) << "acknowledged";
+          ASSERT_FALSE(Exists(File + ".bkp"));
+          ++Seen[IsThere];
+        });
+  EXPECT_GT(Seen[false], 0);
+  EXPECT_GT(Seen[true], 2) << "also by processes that died after the record was in";
+}
+
+TEST_F(DyingProcess, LeavesTheOldOrTheNewMacro) {
+  std::string Value = "first", NewValue;
+  ASSERT_EQ(0u, Make("set-macro", Value));
+  for (const char* Event : {"after", "torn"})
+    Sweep(
+        Event, *Event == 't' ? 3 : 9,
+        [&](int Point) {
+          NewValue = std::string(Event) + " " + std::to_string(Point);
+          return Make("set-macro", NewValue, Event, Point);
+        },
+        [&](int, DWORD Status) {
+          const DWORD Found = TChild({"match-macro", "Macro", HexText(Value), HexText(NewValue)}).Wait();
+          ASSERT_TRUE(Found == 1 || (Found == 0 && Status == DiedStatus)) << Found;
+          if (Found == 1) Value = NewValue;
+        });
+}
+
+/// How often the transaction log's semaphore can be taken without waiting.
+int SemaphoreCount() {
+  const TKernelHandle Semaphore(
+      OpenSemaphoreA(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, GuidText(CLSID_UTransactionLog).c_str()));
+  int Count = 0;
+  while (Count < 3 && WaitForSingleObject(Semaphore.Get(), 0) == WAIT_OBJECT_0) ++Count;
+  if (Count > 0) ReleaseSemaphore(Semaphore.Get(), Count, nullptr);
+  return Count;
+}
+
+TEST_F(DyingProcess, BlocksNobodyAndCostsNoEntryWhereverItHeldTheLock) {
+  const auto Entry = [](int Code, int Number) { return RecordOf(CLSID_UCanRollback, Code, NumberedGuid(Number)); };
+  const std::string Old = Entry(1, 1) + Entry(2, 2);
+  int Point = 0, TookSemaphore = 0;
+  for (bool Ended = false; !Ended;) {
+    SCOPED_TRACE("point " + std::to_string(++Point));
+    Write(Service("update.prt"), Old);
+    TChild Holder({"make-changes", "put", App(), "stop", std::to_string(Point)});
+    Ended = !Holder.WaitUntilReady();
+    TookSemaphore += SemaphoreCount() == 0;
+    TChild Next({"put-entries", "9", "1"});  // may be waiting already when the holder dies
+    ASSERT_TRUE(Next.WaitUntilReady());
+    Next.Continue();
+    if (Ended) {
+      ASSERT_EQ(0u, Holder.Wait());
+    }
+    Holder.Kill();
+    ASSERT_EQ(0u, Next.Wait());
+    EXPECT_EQ(Old + (Ended ? Entry(PutChangeCode, 1) : "") + Entry(9, 9), Read(Service("update.prt")));
+    EXPECT_FALSE(Exists(Service("update.prt.bkp")));
+    EXPECT_EQ(1, SemaphoreCount());
+  }
+  EXPECT_LT(TookSemaphore, Point);
+  EXPECT_LE(4, TookSemaphore) << "the holder was killed inside the lock too seldom";
+}
 
 }  // namespace

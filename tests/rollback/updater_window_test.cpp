@@ -1,6 +1,5 @@
 #include "rollback/undo_target.h"
 #include "support/child.h"
-#include "support/progress_window.h"
 
 namespace {
 
@@ -18,18 +17,7 @@ class UpdaterEntry : public TSandbox {
   TComRef<IUTransactionLog> Log_ = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };
 
-TEST_F(UpdaterEntry, GoesToTheProgressWindowAndToNothingElse) {
-  const TUndoTarget Updater(UpdaterClass);
-  {
-    const TProgressWindow Window;
-    EXPECT_EQ(S_OK, Rollback());
-  }
-  EXPECT_EQ((std::vector{TProgressWindow::TMessage{static_cast<WPARAM>(Code), 0}}), TProgressWindow::RollbackMessages);
-  EXPECT_EQ("", Updater.Calls());
-  EXPECT_FALSE(Exists(Service("update.prt")));
-}
-
-TEST_F(UpdaterEntry, GoesToTheProgressWindowOfAnotherProcess) {
+TEST_F(UpdaterEntry, GoesToTheProgressWindowOfAnotherProcessAndToNothingElse) {
   const TUndoTarget Updater(UpdaterClass);
   TChild Program({"progress-window", std::to_string(Code)});
   ASSERT_TRUE(Program.WaitUntilReady());
@@ -37,6 +25,7 @@ TEST_F(UpdaterEntry, GoesToTheProgressWindowOfAnotherProcess) {
   PostMessageA(FindWindowA("TMainForm", nullptr), WM_CLOSE, 0, 0);
   EXPECT_EQ(0u, Program.Wait());
   EXPECT_EQ("", Updater.Calls());
+  EXPECT_FALSE(Exists(Service("update.prt")));
 }
 
 TEST_F(UpdaterEntry, GoesToTheUpdatersClassWithoutTheWindow) {

@@ -1,6 +1,7 @@
 #include "server/coclasses.h"
+#include "server/text.h"
 #include "support/program.h"
-#include "support/sandbox.h"
+#include "support/registry_tree.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,50 +10,29 @@
 
 namespace {
 
-/// What a part of the registry holds: "KEY\|NAME=VALUE" for every value, "KEY\" alone for a key without values.
+/// What a part of the registry holds: "KEY\NAME=VALUE" for every value, "KEY\" for a key without a default value.
 using TEntries = std::set<std::string>;
 
-std::string ValueText(DWORD Type, const std::string& Bytes) {
-  if (Type == REG_SZ) return Bytes.c_str();
-  return "type " + std::to_string(Type) + " " + Bytes;
-}
-
-bool CollectValues(HKEY Key, const std::string& Path, TEntries& Entries) {
-  constexpr DWORD LongestName = 256, LongestValue = 65536;
-  static std::string Value(LongestValue, '\0');
-  for (DWORD At = 0;; ++At) {
-    char Name[LongestName];
-    DWORD NameSize = LongestName, Type = 0, Size = LongestValue;
-    if (RegEnumValueA(Key, At, Name, &NameSize, nullptr, &Type, reinterpret_cast<BYTE*>(Value.data()), &Size))
-      return At > 0;
-    Entries.insert(Path + "|" + Name + "=" + ValueText(Type, Value.substr(0, Size)));
-  }
-}
-
-void Collect(HKEY Parent, const std::string& Path, const char* SubKey, TEntries& Entries) {
-  constexpr DWORD LongestName = 256;
-  TRegistryKey Key;
-  if (RegOpenKeyExA(Parent, SubKey, 0, KEY_READ, Key.Out()) != ERROR_SUCCESS) return;
-  bool Empty = !CollectValues(Key.Get(), Path, Entries);
-  char Name[LongestName];
-  for (DWORD At = 0; RegEnumKeyA(Key.Get(), At, Name, sizeof Name) == ERROR_SUCCESS; ++At) {
-    Empty = false;
-    Collect(Key.Get(), Path + Name + "\\", Name, Entries);
-  }
-  if (Empty) Entries.insert(Path);
-}
-
-/// All of HKEY_CLASSES_ROOT, and the user's own settings. The 32-bit branch, which a 32-bit program sees twice, is
-/// taken together with the rest, and the platform's own writing of one key's name with the usual one.
-TEntries WholeRegistry() {
-  TEntries Raw, Entries;
-  Collect(HKEY_CLASSES_ROOT, "", "", Raw);
-  Collect(HKEY_CURRENT_USER, "HKCU\\", "Software", Raw);
-  for (std::string Entry : Raw) {
+void Add(const std::wstring& KeyName, HKEY Root, const std::string& Prefix, TEntries& Entries) {
+  for (const auto& [Path, Value] : RegistryTreeOf(KeyName, Root)) {
+    std::string Entry = Prefix + ToAnsi(Path);
+    // The 32-bit branch, which a 32-bit program sees twice, and the platform's own writing of one key's name.
     for (const auto& [Written, Usual] : {std::pair{"Wow6432Node\\", ""}, {"Typelib\\", "TypeLib\\"}})
       if (Entry.starts_with(Written)) Entry.replace(0, std::strlen(Written), Usual);
+    const std::wstring Text(reinterpret_cast<const wchar_t*>(Value.Data.data()), Value.Data.size() / sizeof(wchar_t));
+    if (Value.Type == REG_SZ)
+      Entry += "=" + ToAnsi(Text.c_str());
+    else if (Value.Type >= 0)
+      Entry += "=type " + std::to_string(Value.Type) + " " + Value.Data;
     Entries.insert(Entry);
   }
+}
+
+/// All of HKEY_CLASSES_ROOT, and the user's own settings.
+TEntries WholeRegistry() {
+  TEntries Entries;
+  Add(L"", HKEY_CLASSES_ROOT, "", Entries);
+  Add(L"Software", HKEY_CURRENT_USER, "HKCU\\", Entries);
   return Entries;
 }
 
@@ -64,44 +44,31 @@ TEntries Without(const TEntries& All, const TEntries& Known) {
 
 constexpr char LibraryId[] = "{D9F421A7-4AF7-47C5-9254-15A3A874CD14}";
 
-std::string LongName(const std::string& Path) {
-  char Long[MAX_PATH] = "";
-  GetLongPathNameA(Path.c_str(), Long, sizeof Long);
-  return Long;
-}
-
-void AddEntriesOf(const TPublishedClass& Class, const std::string& ModulePath, TEntries& Entries) {
-  const std::string Id = GuidText(Class.ClassId), Key = "CLSID\\" + Id + "\\", Base = "Mendwork." + Class.Name,
-                    ProgId = Base + ".6", Description = Class.Name + " Object";
-  Entries.insert({Key + "|=" + Description, Key + "InprocServer32\\|=" + ModulePath,
-                  Key + "InprocServer32\\|ThreadingModel=Apartment", Key + "ProgID\\|=" + ProgId,
-                  Key + "VersionIndependentProgID\\|=" + Base, Key + "TypeLib\\|=" + LibraryId, Key + "Version\\|=2.0",
-                  ProgId + "\\|=" + Description, ProgId + "\\Clsid\\|=" + Id, Base + "\\|=" + Description,
-                  Base + "\\Clsid\\|=" + Id, Base + "\\CurVer\\|=" + ProgId});
+TEntries RegisteredEntries() {
   constexpr char DualProxy[] = "{00020424-0000-0000-C000-000000000046}";
   constexpr char DispatchProxy[] = "{00020420-0000-0000-C000-000000000046}";
-  for (const bool Events : {false, true}) {
-    const std::string Interface = "Interface\\" + GuidText(Events ? Class.EventsId : Class.InterfaceId) + "\\";
-    Entries.insert({Interface + "|=I" + Class.Name + (Events ? "Events" : ""),
-                    Interface + "ProxyStubClsid32\\|=" + (Events ? DispatchProxy : DualProxy),
-                    Interface + "TypeLib\\|=" + LibraryId, Interface + "TypeLib\\|Version=2.0"});
+  char Long[MAX_PATH] = "";
+  GetLongPathNameA(BuiltModulePath().c_str(), Long, sizeof Long);
+  const std::string Path = Long, Folder = Path.substr(0, Path.rfind('\\')),
+                    Library = "TypeLib\\" + std::string(LibraryId) + "\\2.0\\";
+  TEntries Entries = {Library + "=Orvane Update Service Library", Library + "HELPDIR\\=" + Folder,
+                      Library + (sizeof(void*) == 4 ? "409\\win32\\=" : "409\\win64\\=") + Path};
+  for (const TPublishedClass& Class : PublishedClasses) {
+    const std::string Id = GuidText(Class.ClassId), Key = "CLSID\\" + Id + "\\", Base = "Mendwork." + Class.Name,
+                      ProgId = Base + ".6", Description = "\\=" + Class.Name + " Object";
+    Entries.insert({"CLSID\\" + Id + Description, Key + "InprocServer32\\=" + Path,
+                    Key + "InprocServer32\\ThreadingModel=Apartment", Key + "ProgID\\=" + ProgId,
+                    Key + "VersionIndependentProgID\\=" + Base, Key + "TypeLib\\=" + LibraryId, Key + "Version\\=2.0",
+                    ProgId + Description, ProgId + "\\Clsid\\=" + Id, Base + Description, Base + "\\Clsid\\=" + Id,
+                    Base + "\\CurVer\\=" + ProgId});
+    for (const bool Events : {false, true}) {
+      const std::string Interface = "Interface\\" + GuidText(Events ? Class.EventsId : Class.InterfaceId) + "\\";
+      Entries.insert({Interface + "=I" + Class.Name + (Events ? "Events" : ""),
+                      Interface + "ProxyStubClsid32\\=" + (Events ? DispatchProxy : DualProxy),
+                      Interface + "TypeLib\\=" + LibraryId, Interface + "TypeLib\\Version=2.0"});
+    }
   }
-}
-
-TEntries RegisteredEntries() {
-  const std::string Path = LongName(BuiltModulePath()), Folder = Path.substr(0, Path.rfind('\\')),
-                    Key = "TypeLib\\" + std::string(LibraryId) + "\\2.0\\";
-  TEntries Entries = {Key + "|=Orvane Update Service Library", Key + "HELPDIR\\|=" + Folder,
-                      Key + (sizeof(void*) == 4 ? "409\\win32\\|=" : "409\\win64\\|=") + Path};
-  for (const TPublishedClass& Class : PublishedClasses) AddEntriesOf(Class, Path, Entries);
   return Entries;
-}
-
-std::string DefaultValue(const std::string& Key) {
-  char Value[256] = "";
-  DWORD Size = sizeof Value;
-  const LSTATUS Status = RegGetValueA(HKEY_CLASSES_ROOT, Key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, Value, &Size);
-  return Status == ERROR_SUCCESS ? Value : "<none>";
 }
 
 void SetDefaultValue(const std::string& Key, const std::string& Value) {
@@ -137,9 +104,10 @@ TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
   ASSERT_EQ(0u, RegSvr32("/s"));
   const TEntries After = WholeRegistry();
   TEntries Added = Without(After, Before);
-  // What the platform writes beside that for a type library.
+  // Keys that only hold others, and what the platform writes beside that for a type library.
   std::erase_if(Added, [](const std::string& Entry) {
-    return Entry.find("\\ProxyStubClsid\\|") != std::string::npos || Entry.find("\\2.0\\FLAGS\\|") != std::string::npos;
+    return Entry.ends_with("\\") || Entry.find("\\ProxyStubClsid\\=") != std::string::npos ||
+           Entry.find("\\2.0\\FLAGS\\=") != std::string::npos;
   });
   const TEntries Expected = RegisteredEntries();
   EXPECT_EQ(TEntries(), Without(Expected, Added)) << "missing";
@@ -150,58 +118,41 @@ TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
   EXPECT_TRUE(Before == WholeRegistry());
 }
 
-/// The version-independent entries may belong to another copy of the module.
-struct TOwnership {
-  const char* Name;
-  const char* CurVer;  ///< before registration; null for no such entries at all
-  bool IsRewritten;    ///< registration takes the entries over
-  bool GoesOnUnregistering;
-};
-
-void PrintTo(const TOwnership& Row, std::ostream* Out) { *Out << Row.Name; }
-
-class CurVer : public Registration, public testing::WithParamInterface<TOwnership> {};
-
-TEST_P(CurVer, SaysWhoOwnsTheVersionIndependentProgId) {
-  constexpr char ProgId[] = "Mendwork.UFile", OtherClass[] = "{11111111-2222-3333-4444-555555555555}";
-  const std::string Id = GuidText(CLSID_UFile), ClassKey = "CLSID\\" + Id;
+// The version-independent entries may belong to another copy of the module.
+TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
+  const std::string ProgId = "Mendwork.UFile", Id = GuidText(CLSID_UFile);
   const auto Entries = [&] {
-    return std::vector{DefaultValue(ProgId), DefaultValue(ProgId + std::string("\\Clsid")),
-                       DefaultValue(ProgId + std::string("\\CurVer")),
-                       DefaultValue(ClassKey + "\\VersionIndependentProgID")};
+    TEntries Result;
+    Add(L"Mendwork.UFile", HKEY_CLASSES_ROOT, "", Result);
+    Add(ToWide("CLSID\\" + Id + "\\VersionIndependentProgID"), HKEY_CLASSES_ROOT, "Of the class", Result);
+    return Result;
   };
-  const TOwnership& Row = GetParam();
-  ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
-  if (Row.CurVer) {
-    SetDefaultValue(ProgId, "Other");
-    SetDefaultValue(ProgId + std::string("\\Clsid"), OtherClass);
-    SetDefaultValue(ProgId + std::string("\\CurVer"), Row.CurVer);
+  const TEntries Own = {"=UFile Object", "Clsid\\=" + Id, "CurVer\\=Mendwork.UFile.6", "Of the class=Mendwork.UFile"};
+  struct TRow {
+    std::string CurVer;  ///< before registration; empty for no such entries at all
+    bool IsRewritten;    ///< registration takes the entries over
+    bool GoesOnUnregistering;
+  };
+  for (const TRow& Row : {TRow{"", true, true}, TRow{"Mendwork.UFile.5", true, true},
+                          TRow{"Mendwork.UFile.6", false, true}, TRow{"mendwork.ufile.6", false, false},
+                          TRow{"Mendwork.UFile.10", false, false}, TRow{"Mendwork.UFile.5.9", false, false},
+                          TRow{"Mendwork.UFile.5b", false, false}, TRow{"Mend", false, false}}) {
+    SCOPED_TRACE(Row.CurVer);
+    ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
+    if (!Row.CurVer.empty()) {
+      SetDefaultValue(ProgId, "Other");
+      SetDefaultValue(ProgId + "\\Clsid", "{11111111-2222-3333-4444-555555555555}");
+      SetDefaultValue(ProgId + "\\CurVer", Row.CurVer);
+    }
+    const auto Before = Entries();
+    EXPECT_EQ(S_OK, Export("DllRegisterServer"));
+    EXPECT_EQ(Row.IsRewritten ? Own : Before, Entries());
+    EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
+    EXPECT_EQ(Row.GoesOnUnregistering ? TEntries() : Before, Entries());
+    for (const std::string& Gone : {"CLSID\\" + Id, ProgId + ".6"})
+      EXPECT_TRUE(RegistryTreeOf(ToWide(Gone), HKEY_CLASSES_ROOT).empty()) << Gone;
+    RegDeleteTreeA(HKEY_CLASSES_ROOT, ProgId.c_str());
   }
-  const auto Before = Entries();
-
-  EXPECT_EQ(S_OK, Export("DllRegisterServer"));
-  const std::vector<std::string> Own = {"UFile Object", Id, "Mendwork.UFile.6", ProgId};
-  EXPECT_EQ(Row.IsRewritten ? Own : Before, Entries());
-  EXPECT_EQ("UFile Object", DefaultValue("Mendwork.UFile.6"));
-
-  EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
-  EXPECT_EQ(Row.GoesOnUnregistering ? std::vector<std::string>(4, "<none>") : Before, Entries());
-  for (const std::string& Gone : {ClassKey, std::string("Mendwork.UFile.6")})
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegOpenKeyA(HKEY_CLASSES_ROOT, Gone.c_str(), TRegistryKey().Out())) << Gone;
-  RegDeleteTreeA(HKEY_CLASSES_ROOT, ProgId);
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, CurVer,
-                         testing::Values(TOwnership{"absent", nullptr, true, true}, TOwnership{"empty", "", true, true},
-                                         TOwnership{"older", "Mendwork.UFile.5", true, true},
-                                         TOwnership{"same", "Mendwork.UFile.6", false, true},
-                                         TOwnership{"same_in_other_case", "mendwork.ufile.6", false, false},
-                                         TOwnership{"newer", "Mendwork.UFile.10", false, false},
-                                         TOwnership{"dots_do_not_count", "Mendwork.UFile.6.1", false, false},
-                                         TOwnership{"older_with_dot_reads_as_59", "Mendwork.UFile.5.9", false, false},
-                                         TOwnership{"no_number", "Mendwork.UFile.six", false, false},
-                                         TOwnership{"number_with_tail", "Mendwork.UFile.5b", false, false},
-                                         TOwnership{"shorter_than_the_id", "Mend", false, false}),
-                         [](const auto& Info) { return std::string(Info.param.Name); });
 
 }  // namespace

@@ -1,10 +1,11 @@
-#include "services/log_file.h"
 #include "support/child.h"
 #include "support/client_thread.h"
+#include "support/fault.h"
 #include "support/sandbox.h"
 
 #include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <list>
 #include <map>
 
@@ -12,6 +13,16 @@ namespace {
 
 using namespace std::string_literals;
 using TLines = std::vector<std::string>;
+
+/// "yyyy.mm.dd hh:nn:ss " in local time: as long as the stamp of every line, and in the same order as the times.
+std::string LogStamp() {
+  SYSTEMTIME Now;
+  GetLocalTime(&Now);
+  char Stamp[32] = "";
+  std::snprintf(Stamp, sizeof Stamp, "%04d.%02d.%02d %02d:%02d:%02d ", Now.wYear, Now.wMonth, Now.wDay, Now.wHour,
+                Now.wMinute, Now.wSecond);
+  return Stamp;
+}
 
 class DebugLog : public TSandbox {
  protected:
@@ -21,6 +32,20 @@ class DebugLog : public TSandbox {
   static TComRef<IUDebugLog> MakeLog() { return Make<IUDebugLog>(CLSID_UDebugLog); }
   static HRESULT Put(IUDebugLog& Log, const std::string& Name, int Number = 1) {
     return Log.Put(Number, Text(Name), Text("Line"), Text(std::to_string(Number)));
+  }
+  /// The lines of update.log without their time stamps. The module keeps the file to itself, so it is made to go first:
+  /// the caller holds no object of it.
+  TLines Lines() const {
+    CoFreeUnusedLibrariesEx(0, 0);
+    const std::string Content = Read(LogFile());
+    const size_t Stamp = LogStamp().size();
+    TLines Result;
+    for (size_t Begin = 0, End = 0; Begin < Content.size(); Begin = End + 2) {
+      End = std::min(Content.find("\r\n", Begin), Content.size());
+      const std::string Line = Content.substr(Begin, End - Begin);
+      Result.push_back(Line.size() < Stamp ? "too short: " + Line : Line.substr(Stamp));
+    }
+    return Result;
   }
   /// The semaphore that every process sees.
   static TKernelHandle Semaphore() {
@@ -32,78 +57,46 @@ class DebugLog : public TSandbox {
     ReleaseSemaphore(Lock.Get(), 1, nullptr);
     return false;
   }
-};
-
-struct TLineRow {
-  long Id;
-  std::wstring Name, Action, Text;
-  std::string Line;
-};
-
-const TLineRow LineRows[] = {
-    {17, L"Common", L"Begin", L"RetryDeleteFile C:\\App\\old.dll", "17 Common Begin RetryDeleteFile C:\\App\\old.dll"},
-    {LONG_MIN, L"", L"", L"", "-2147483648   "},
-    {-1, L"N\r\nM", L"A\r\n", L"\r\na\r\n\r\nb", "-1 N<#NL>M A<#NL> <#NL>a<#NL><#NL>b"},
-    {2, L"a\nb", L"c\rd", L"\n\re\r\r\nf\r", "2 a\nb c\rd \n\re\r<#NL>f\r"},
-    {3, L"gr\u00FC\u00DFe", L"\u20AC", L"\u2603", "3 gr\xFC\xDF"s + "e \x80 ?"},
-    {4, L"N", L"A", L"a\0b"s, "4 N A a\0b"s},
-    {5, L"N", L"A", std::wstring(70000, L'x'), "5 N A " + std::string(70000, 'x')},
+  /// The box of whichever process shows one.
+  static HWND AnyBox() { return FindWindowA(MessageBoxClass, "Error"); }
 };
 
 TEST_F(DebugLog, AppendsExactlyOneLineForEachCall) {
-  const std::string Old = "a line of last week without an end";
+  struct TRow {
+    long Id;
+    std::wstring Name, Action, Text;
+    std::string Line;
+  };
+  const TRow Rows[] = {
+      {17, L"Common", L"Begin", L"DeleteFile C:\\App\\old.dll", "17 Common Begin DeleteFile C:\\App\\old.dll"},
+      {LONG_MIN, L"N\r\nM", L"", L"\r\na\r\n\r\nb", "-2147483648 N<#NL>M  <#NL>a<#NL><#NL>b"},
+      {3, L"gr\u00FC\u00DFe", L"\u20AC", L"\u2603\0b"s, "3 gr\xFC\xDF"s + "e \x80 ?\0b"s},
+      {5, L"N", L"A", std::wstring(70000, L'x'), "5 N A " + std::string(70000, 'x')},
+  };
+  const std::string Old = LogStamp() + "a line of last week\r\n";
+  TLines Expected = {"a line of last week"};
   Write(LogFile(), Old);
   const std::string Since = LogStamp();
   auto Log = MakeLog();
-  for (const TLineRow& Row : LineRows)
+  for (const TRow& Row : Rows) {
     ASSERT_EQ(S_OK, Log->Put(Row.Id, Text(Row.Name), Text(Row.Action), Text(Row.Text))) << Row.Line;
+    Expected.push_back(Row.Line);
+  }
   ASSERT_EQ(S_OK, Log->Put(6, nullptr, nullptr, nullptr));
   const std::string Till = LogStamp();
   EXPECT_EQ("<no file>", Read(LogFile())) << "nobody else can open it meanwhile";
   Log.Reset();
-  CoFreeUnusedLibrariesEx(0, 0);
-
-  const std::string Content = Read(LogFile());
-  ASSERT_EQ(Old, Content.substr(0, Old.size()));
-  size_t At = Old.size();
-  const auto ExpectLine = [&](const std::string& Line) {
-    const std::string Stamp = Content.substr(At, Since.size());
-    EXPECT_TRUE(Since <= Stamp && Stamp <= Till) << Stamp << " is not between " << Since << " and " << Till;
-    At += Since.size();
-    EXPECT_EQ(Line + "\r\n", Content.substr(At, Line.size() + 2));
-    At += Line.size() + 2;
-  };
-  for (const TLineRow& Row : LineRows) ExpectLine(Row.Line);
-  ExpectLine("6   ");
-  EXPECT_EQ(Content.size(), At);
+  Expected.push_back("6   ");
+  EXPECT_EQ(Expected, Lines());
+  const std::string Stamp = Read(LogFile()).substr(Old.size(), Since.size());
+  EXPECT_TRUE(Since <= Stamp && Stamp <= Till) << Stamp << " is not between " << Since << " and " << Till;
 }
 
 // ---- The three steps that can fail
 
-int FailuresLeft;
-DWORD FailureCode;
 UINT BoxStyle;
-HWND BoxOwner;
 
-bool Fails() {
-  if (FailuresLeft == 0) return false;
-  --FailuresLeft;
-  SetLastError(FailureCode);
-  return true;
-}
-HANDLE WINAPI FailingCreate(LPCSTR Name, DWORD Access, DWORD Share, LPSECURITY_ATTRIBUTES Security, DWORD Disposition,
-                            DWORD Attributes, HANDLE Template) {
-  if (Fails()) return INVALID_HANDLE_VALUE;
-  return CreateFileA(Name, Access, Share, Security, Disposition, Attributes, Template);
-}
-DWORD WINAPI FailingSetPointer(HANDLE File, LONG Distance, PLONG High, DWORD From) {
-  return Fails() ? INVALID_SET_FILE_POINTER : SetFilePointer(File, Distance, High, From);
-}
-BOOL WINAPI FailingWrite(HANDLE File, LPCVOID Data, DWORD Size, LPDWORD Written, LPOVERLAPPED Overlapped) {
-  return Fails() ? FALSE : WriteFile(File, Data, Size, Written, Overlapped);
-}
 int WINAPI RecordedBox(HWND Owner, LPCSTR Text, LPCSTR Caption, UINT Style) {
-  BoxOwner = Owner;
   BoxStyle = Style;
   return MessageBoxA(Owner, Text, Caption, Style);
 }
@@ -125,9 +118,7 @@ TEST_P(DebugLogStep, IsRepeatedUntilItSucceedsOrTheUserGivesUp) {
   {
     const auto Loaded = MakeLog();
     const TImportPatch Box(Module(), "MessageBoxA", reinterpret_cast<void*>(RecordedBox));
-    const TImportPatch Step(Module(), Row.Function, Row.Replacement);
-    FailuresLeft = 3;
-    FailureCode = Row.Code;
+    const TFault Fault(Row.Function, Row.Replacement, {.Times = 3, .Code = Row.Code});
     HRESULT GivenUp = S_OK, Written = S_OK;
     std::string Reason;
     TClientThread Client([&] {
@@ -140,8 +131,8 @@ TEST_P(DebugLogStep, IsRepeatedUntilItSucceedsOrTheUserGivesUp) {
       const HWND Shown = Client.Window(MessageBoxClass);
       ASSERT_NE(nullptr, Shown);
       EXPECT_EQ(Expected, FactsOf(Shown));
-      EXPECT_EQ(0x2015u, BoxStyle);
-      EXPECT_EQ(nullptr, BoxOwner);
+      EXPECT_EQ(static_cast<UINT>(MB_RETRYCANCEL | MB_ICONERROR | MB_TASKMODAL), BoxStyle);
+      EXPECT_EQ(nullptr, GetWindow(Shown, GW_OWNER));
       EXPECT_TRUE(IsHeld()) << "others must not write while the user thinks";
       Press(Shown, Answer);
     }
@@ -151,16 +142,16 @@ TEST_P(DebugLogStep, IsRepeatedUntilItSucceedsOrTheUserGivesUp) {
     EXPECT_EQ(S_OK, Written);
     EXPECT_FALSE(IsHeld());
   }
-  EXPECT_EQ(TLines{"1 written Line 1"}, LinesOf(LogFile()));
+  EXPECT_EQ(TLines{"1 written Line 1"}, Lines());
   EXPECT_FALSE(Semaphore()) << "it goes with the module";
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, DebugLogStep,
-                         testing::Values(TStepRow{"CreateFileA", reinterpret_cast<void*>(FailingCreate),
+                         testing::Values(TStepRow{"CreateFileA", FailsWith<decltype(&CreateFileA), -1>,
                                                   "Cannot open or create '", "'.", ERROR_ACCESS_DENIED, "5"},
-                                         TStepRow{"SetFilePointer", reinterpret_cast<void*>(FailingSetPointer),
+                                         TStepRow{"SetFilePointer", FailsWith<decltype(&SetFilePointer), -1>,
                                                   "Cannot set pointer in '", "' .", ERROR_NEGATIVE_SEEK, "83"},
-                                         TStepRow{"WriteFile", reinterpret_cast<void*>(FailingWrite),
+                                         TStepRow{"WriteFile", FailsWith<decltype(&WriteFile), FALSE>,
                                                   "Cannot write data to '", "'.", ERROR_IO_DEVICE, "45D"}),
                          [](const auto& Info) { return std::string(Info.param.Function); });
 
@@ -178,17 +169,13 @@ TEST_F(DebugLog, KeepsTheLinesOfSeveralThreadsWhole) {
     });
   Clients.clear();
   Kept.Reset();
-  CoFreeUnusedLibrariesEx(0, 0);  // closes the file
   std::map<std::string, int> Next;
-  for (const std::string& Line : LinesOf(LogFile())) {
+  for (const std::string& Line : Lines()) {
     const std::string Name = Line.substr(Line.find(' ') + 1, 1), Number = std::to_string(Next[Name]++);
     EXPECT_EQ(Number + " " + Name + " Line " + Number, Line);
   }
   EXPECT_EQ((std::map<std::string, int>{{"A", Count}, {"B", Count}, {"C", Count}, {"D", Count}}), Next);
 }
-
-/// The box of whichever process shows one.
-HWND AnyBox() { return FindWindowA(MessageBoxClass, "Error"); }
 
 TEST_F(DebugLog, BelongsToOneProcessUntilItLetsGo) {
   auto Log = MakeLog();
@@ -208,7 +195,7 @@ TEST_F(DebugLog, BelongsToOneProcessUntilItLetsGo) {
     Press(AnyBox(), IDRETRY);
   }
   EXPECT_EQ(0u, Second.Wait());
-  EXPECT_EQ((TLines{"1 First Line 1", "1 Second Line 1", "2 Second Line 2"}), LinesOf(LogFile()));
+  EXPECT_EQ((TLines{"1 First Line 1", "1 Second Line 1", "2 Second Line 2"}), Lines());
 }
 
 TEST_F(DebugLog, ProcessThatDiesInsideTheLockBlocksNobody) {
@@ -225,32 +212,7 @@ TEST_F(DebugLog, ProcessThatDiesInsideTheLockBlocksNobody) {
   EXPECT_EQ(S_OK, Result);
   EXPECT_FALSE(IsHeld());
   Log.Reset();
-  EXPECT_EQ((TLines{"1 First Line 1", "1 Third Line 1"}), LinesOf(LogFile()));
-}
-
-TEST_F(DebugLog, LosesNoLineOfProcessesThatTakeTurns) {
-  constexpr int Count = 15;
-  TChild One({"put-lines", "One", std::to_string(Count)}), Two({"put-lines", "Two", std::to_string(Count)});
-  ASSERT_TRUE(One.WaitUntilReady());
-  ASSERT_TRUE(Two.WaitUntilReady());
-  One.Continue();
-  Two.Continue();
-  // Whoever comes second meets the box and, given up, lets the other go on with its next line.
-  ASSERT_TRUE(Until([&] {
-    if (const HWND Box = AnyBox()) PostMessageA(Box, WM_COMMAND, IDCANCEL, 0);
-    return One.HasEnded() && Two.HasEnded();
-  }));
-  EXPECT_EQ(0u, One.Wait());
-  EXPECT_EQ(0u, Two.Wait());
-  TLines Expected;
-  for (const char* Name : {"One", "Two"})
-    for (int At = 1; At <= Count; ++At)
-      Expected.push_back(std::to_string(At) + " " + Name + " Line " + std::to_string(At));
-  const TLines Lines = LinesOf(LogFile());
-  // The first to open the file keeps it to its end.
-  if (!Lines.empty() && Lines.front() != Expected.front())
-    std::rotate(Expected.begin(), Expected.begin() + Count, Expected.end());
-  EXPECT_EQ(Expected, Lines);
+  EXPECT_EQ((TLines{"1 First Line 1", "1 Third Line 1"}), Lines());
 }
 
 }  // namespace

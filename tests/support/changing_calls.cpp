@@ -5,6 +5,7 @@
 
 #include <shlwapi.h>
 
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -61,6 +62,14 @@ BOOL WINAPI Write(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, OVERL
   return Pass("WriteFile", [&] { return WriteFile(File, Buffer, Size, Written, Overlapped); });
 }
 
+/// What the module looks up when it needs it, instead of importing it.
+FARPROC WINAPI LookUp(HMODULE Module, LPCSTR Name) {
+  if (std::strcmp(Name, "UnRegisterTypeLib") != 0) return GetProcAddress(Module, Name);
+  using TUnregister = TPoint<&UnRegisterTypeLib>;
+  TUnregister::Name = "UnRegisterTypeLib";
+  return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&TUnregister::Call));
+}
+
 struct TRow {
   const char* Name;
   void* Replacement;
@@ -89,6 +98,7 @@ const TRow Rows[] = {
     ROW(RegDeleteValueA),
     ROW(SHDeleteKeyA),
     ROW(RegisterTypeLib),
+    {"GetProcAddress", reinterpret_cast<void*>(LookUp), ChangingCalls},
     // Comes when a module has just registered or unregistered itself.
     ROW(FreeLibrary),
     ROW(CloseHandle, AllCalls),

@@ -17,7 +17,6 @@ class TClientThread {
   TClientThread& operator=(const TClientThread&) = delete;
   void Join();
 
-  DWORD Id() const { return ThreadId; }
   /// Waits for a window of this class that the thread shows and that answers messages by now, and gives it; gives null
   /// after a while.
   HWND Window(const std::string& Class) const;

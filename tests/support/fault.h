@@ -55,13 +55,27 @@ struct TFailingFunction<TResult(WINAPI*)(TArgs...), Failed> {
 
 template <class TFunction>
 struct TStatusFunction;
-template <class... TArgs>
-struct TStatusFunction<LSTATUS(WINAPI*)(TArgs...)> {
-  static LSTATUS WINAPI Call(TArgs... Args) {
-    if (TFault::Strikes()) return static_cast<LSTATUS>(GetLastError());
-    return reinterpret_cast<LSTATUS(WINAPI*)(TArgs...)>(TFault::Original())(Args...);
+template <class TStatus, class... TArgs>
+struct TStatusFunction<TStatus(WINAPI*)(TArgs...)> {
+  static TStatus WINAPI Call(TArgs... Args) {
+    if (TFault::Strikes()) return static_cast<TStatus>(GetLastError());
+    return reinterpret_cast<TStatus(WINAPI*)(TArgs...)>(TFault::Original())(Args...);
   }
 };
+
+template <class TFunction>
+struct TResultFunction;
+template <class... TArgs>
+struct TResultFunction<HRESULT(WINAPI*)(TArgs...)> {
+  static HRESULT WINAPI Call(TArgs... Args) {
+    if (TFault::Strikes()) return HRESULT_FROM_WIN32(GetLastError());
+    return reinterpret_cast<HRESULT(WINAPI*)(TArgs...)>(TFault::Original())(Args...);
+  }
+};
+
+/// The replacement of a COM function, which returns the plan's code as an HRESULT when it fails.
+template <class TFunction>
+inline void* const FailsWithResult = reinterpret_cast<void*>(&TResultFunction<TFunction>::Call);
 
 /// The replacement of a registry function, which returns the plan's code when it fails.
 template <class TFunction>

@@ -13,7 +13,6 @@ class TProgressWindow {
   TProgressWindow(const TProgressWindow&) = delete;
   TProgressWindow& operator=(const TProgressWindow&) = delete;
 
-  HWND Handle() const { return Window; }
   /// Runs the thread's messages until someone closes the window.
   static void RunUntilClosed();
 

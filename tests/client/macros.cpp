@@ -1,24 +1,7 @@
 #include "client/commands.h"
-#include "support/child.h"
 #include "support/sandbox.h"
 
 #include <cstdio>
-
-int PutRecords(const std::vector<std::string>& Arguments) {
-  const auto History = Make<IUHistory>(CLSID_UHistory);
-  const GUID Group = Guid(Arguments.at(0).c_str());
-  const int First = std::stoi(Arguments.at(1)), Count = std::stoi(Arguments.at(2));
-  TellReady();
-  WaitForContinue();
-  for (int Code = First; Code < First + Count; ++Code) {
-    const HRESULT Result = History->Put(Group, Code, NumberedGuid(Code));
-    if (FAILED(Result)) {
-      std::printf("Put %d: 0x%lx %s\n", Code, static_cast<unsigned long>(Result), ErrorText().c_str());
-      return 1;
-    }
-  }
-  return 0;
-}
 
 int MatchMacro(const std::vector<std::string>& Arguments) {
   const auto Macro = Make<IUMacro>(CLSID_UMacro);

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "rollback/log_record.h"
+#include "server/guid.h"
+
+#include <string>
+
+/// The bytes of one record of the transaction log or of a history group.
+inline std::string RecordOf(const GUID& Id, int Code, const GUID& DataID) {
+  const TLogRecordBytes Bytes = EncodeRecord({BytesOf(Id), Code, BytesOf(DataID)});
+  return std::string(Bytes.begin(), Bytes.end());
+}
