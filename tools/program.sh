@@ -100,6 +100,7 @@ command_torture() {
   mkdir -p "$Dir/0" "$Dir/1"
   rm -f "$Dir"/[01]/results.json
   for Word; do
+    [[ $Word != --shard && $Word != --json ]] || die "$Word is not for a run that is divided: it sets this itself."
     [[ $Word != --list && $Word != --help ]] || {
       torture_share 0 1 "$@"
       return
@@ -112,7 +113,10 @@ command_torture() {
   done
   for Shard in "${Pids[@]}"; do wait "$Shard" || Status=1; done
   trap - EXIT
-  [[ -s $Dir/0/results.json && -s $Dir/1/results.json ]] || die "The torture left no build/torture/*/results.json."
+  for Shard in 0 1; do
+    [[ -s $Dir/$Shard/results.json && $(tail -n 1 "$Dir/$Shard/results.json") == ']' ]] ||
+      die "The torture did not come to its end: build/torture/$Shard/results.json is missing or not whole."
+  done
   sum_torture "$Dir/0/results.json" "$Dir/1/results.json"
   ((Status == 0)) || die "Not every case of the torture ended as it must."
 }

@@ -47,7 +47,7 @@ TFailingCall Row(const char* Name, void* Failing, int Times = 1) {
 #define FAILS_OFTEN(Function, ...) Row<&Function>(#Function, FailsWith<decltype(&Function), __VA_ARGS__>, 4)
 
 const TFailingCall FailingCalls[] = {
-    FAILS(CreateFileA, -1),           FAILS(ReadFile, FALSE),         FAILS(WriteFile, FALSE),
+    FAILS_OFTEN(CreateFileA, -1),     FAILS(ReadFile, FALSE),         FAILS(WriteFile, FALSE),
     FAILS(CloseHandle, FALSE),        FAILS(SetEndOfFile, FALSE),     FAILS(SetFilePointer, -1),
     FAILS(GetFileSize, -1),           FAILS(GetFileAttributesA, -1),  FAILS(SetFileAttributesA, FALSE),
     FAILS(GetFileTime, FALSE),        FAILS(SetFileTime, FALSE),      FAILS_OFTEN(DeleteFileA, FALSE),
@@ -69,6 +69,7 @@ constexpr DWORD Codes[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_D
 struct TTold {
   int Boxes = 0;
   long Result = -1;
+  std::string Step;  ///< in which the user was asked, or which failed
   std::string Message;
 };
 
@@ -83,6 +84,16 @@ struct TFaultCase {
   }
 };
 
+bool IsSearch(const TFaultCase& Case) { return std::string(Case.Call->Name) == "FindFirstFileA"; }
+
+/// Rules of the system by which a failing call is an answer: a test whether a key or value exists takes any failure for
+/// "no", and a search that is told that there is no such path has found nothing.
+bool IsAnswer(const TFaultCase& Case, const TTold& Told) {
+  const std::string Name = Case.Call->Name;
+  return (Told.Boxes == 0 && (Name == "RegOpenKeyExA" || Name == "RegQueryValueExA")) ||
+         (IsSearch(Case) && Case.Code == ERROR_PATH_NOT_FOUND);
+}
+
 class TFaultMatrix {
  public:
   TResult Run(const TPlan& Plan);
@@ -91,8 +102,8 @@ class TFaultMatrix {
   TTold Update(const TFaultCase& Case);
   std::vector<int> CountCalls();
   std::vector<TFaultCase> Cases(bool Full);
-  std::string Judge(const TFaultCase& Case, const TTold& Told);
-  std::string JudgeRollback();
+  std::string JudgeUpdate(const TFaultCase& Case, const TTold& Told);
+  std::string JudgeRollback(const TFaultCase& Case, const TTold& Told);
   void Visit(const TFaultCase& Case);
 
   TMachine Machine;
@@ -104,14 +115,16 @@ class TFaultMatrix {
 TTold TFaultMatrix::Update(const TFaultCase& Case) {
   Machine.LayOut();
   DeleteFileA(ToldFile.c_str());
-  TRole("fault", {Machine.Root(), Case.Call->Name, std::to_string(Case.Nth), std::to_string(Case.Code),
-                  Case.Retry ? "retry" : "cancel", ToldFile})
-      .Wait();
+  const DWORD Status = TRole("fault", {Machine.Root(), Case.Call->Name, std::to_string(Case.Nth),
+                                       std::to_string(Case.Code), Case.Retry ? "retry" : "cancel", ToldFile})
+                           .Wait();
   TTold Told;
   std::istringstream In(Read(ToldFile));
   In >> Told.Boxes >> Told.Result;
   In.ignore();
+  std::getline(In, Told.Step);
   std::getline(In, Told.Message, '\0');
+  if (Status != 0) Told.Result = -1;
   return Told;
 }
 
@@ -137,71 +150,81 @@ std::vector<TFaultCase> TFaultMatrix::Cases(bool Full) {
     const TFailingCall& Call = FailingCalls[Row];
     const int Calls = Counts[Row], Count = std::min(Most, Calls);
     if (Calls == 0) throw ETorture(std::string("the update never calls ") + Call.Name);
-    for (int At = 0; At < Count; ++At)
-      for (const DWORD Code : Codes)
-        for (const bool Retry : {true, false}) {
-          // A quick run takes one code in turn.
-          if (!Full && Code != Codes[Number % std::size(Codes)]) continue;
-          All.push_back({&Call, 1 + At * Calls / Count, Code, Retry});
-          ++Number;
-        }
+    for (int At = 0; At < Count; ++At, ++Number)
+      for (const DWORD Code : Codes) {
+        // A quick run takes one code in turn.
+        if (!Full && Code != Codes[static_cast<size_t>(Number) % std::size(Codes)]) continue;
+        for (const bool Retry : {true, false}) All.push_back({&Call, 1 + At * Calls / Count, Code, Retry});
+      }
   }
   return All;
 }
 
-std::string TFaultMatrix::JudgeRollback() {
+/// Rolls back in a new process; gives what is wrong then, or "".
+std::string TFaultMatrix::JudgeRollback(const TFaultCase& Case, const TTold& Told) {
   if (TRole("change", {"rollback", Machine.Root(), "nothing", "0", Machine.Root() + "\\calls.txt"}).Wait() != 0)
     return "the rollback failed";
-  std::string Rest = Difference(Before, Machine.Capture());
-  RemoveKnownRemains(Rest);
-  if (!Rest.empty()) Rest = "after the rollback: " + Rest;
-  return Rest;
+  const TCapture Now = Machine.Capture();
+  std::string Files = Difference(Before.Files, Now.Files);
+  std::string Keys = Difference(Before.Registry, Now.Registry) + Difference(Before.Classes, Now.Classes);
+  RemoveKnownRemains(Files), RemoveKnownRemains(Keys);
+  // What was taken for missing was not saved.
+  std::string& Unsaved = IsSearch(Case) ? Files : Keys;
+  if (!Unsaved.empty() && IsAnswer(Case, Told)) {
+    ++Result.Notes[std::string("taken for an answer, so not restored: ") + Case.Call->Name];
+    Unsaved = "";
+  }
+  const std::string Rest = Files + Keys;
+  return Rest.empty() ? "" : "after the rollback: " + Rest;
 }
 
-/// Rules of the system by which a failing call is an answer: a test whether a key or value exists takes any failure for
-/// "no", and a search that is told that there is no such path has found nothing. What is taken for missing is not
-/// saved.
-bool IsAnswer(const TFaultCase& Case, const TTold& Told) {
+/// What is wrong with how the update ended, or "".
+std::string TFaultMatrix::JudgeUpdate(const TFaultCase& Case, const TTold& Told) {
+  if (Told.Result == -1) return "the process died, or its rollback failed";
   const std::string Name = Case.Call->Name;
-  return (Told.Boxes == 0 && (Name == "RegOpenKeyExA" || Name == "RegQueryValueExA")) ||
-         (Name == "FindFirstFileA" && Case.Code == ERROR_PATH_NOT_FOUND);
-}
-
-/// What is wrong, or "".
-std::string TFaultMatrix::Judge(const TFaultCase& Case, const TTold& Told) {
-  if (Told.Result == -1) return "the process died";
-  if (Told.Boxes == 0 && Told.Result == S_OK) {
-    ++Result.Notes["passed without a box"];
-    return JudgeRollback();
-  }
-  if (Case.Retry && Told.Boxes > 0) {
-    if (Told.Result != S_OK) return "failed after Retry: " + Told.Message;
+  const bool Answer = IsAnswer(Case, Told), Succeeded = Told.Result == S_OK, Asked = Told.Boxes > 0;
+  if (Succeeded && (!Asked || Case.Retry)) {
+    ++Result.Notes[Asked ? "passed after Retry" : "passed without a box"];
     const std::string Rest = Difference(After, Machine.Capture());
-    return Rest.empty() ? JudgeRollback() : "not as if nothing had happened: " + Rest;
+    if (!Rest.empty() && Answer) ++Result.Notes["taken for an answer, so not done: " + Name];
+    return Rest.empty() || Answer ? "" : "not as if nothing had happened: " + Rest;
   }
-  if (Told.Result == S_OK) {
-    ++Result.Notes["given up, and the method went on, as unregistering does"];
-    return JudgeRollback();
+  if (Case.Retry && Asked) {
+    // A file that is said not to be there cannot be deleted, and no Retry makes room for the new one.
+    if (Answer) ++Result.Notes["taken for an answer, so Retry did not help: " + Name];
+    return Answer ? "" : "failed after Retry: " + Told.Message;
   }
-  const std::string Reason = SystemText(Case.Code).empty() ? "Unknown error." : SystemText(Case.Code);
-  if (Told.Boxes == 0) ++Result.Notes["failed without a box"];
-  const long Expected =
-      Told.Boxes > 0 ? MakeErrorHResult(static_cast<int32_t>(Case.Code)) : HRESULT_FROM_WIN32(Case.Code);
-  if (Told.Result != Expected || Told.Message != Reason)
-    return "failed with " + std::to_string(Told.Result) + " '" + Told.Message + "'";
-  return JudgeRollback();
+  if (Succeeded) {
+    // These swallow what goes wrong.
+    if (!Told.Step.starts_with("unregister") && Told.Step != UninstallLogStep) return "given up, and it went on";
+    ++Result.Notes["given up, and the method went on, as unregistering and the uninstall log do"];
+    return "";
+  }
+  if (!Asked && Name != "RegisterTypeLib") return "failed without a box";
+  const auto IsFailure = [&](long Expected, DWORD Code) {
+    const std::string Reason = SystemText(Code).empty() ? "Unknown error." : SystemText(Code);
+    return Told.Result == Expected && Told.Message == Reason;
+  };
+  // A type library is read before the system loads it; what cannot be read cannot be loaded.
+  constexpr auto NoLibrary = static_cast<DWORD>(TYPE_E_CANTLOADLIBRARY);
+  const bool IsReading =
+      (Name == "CreateFileA" || Name == "ReadFile") && Told.Step.find("type library") != std::string::npos;
+  const bool Exact =
+      IsFailure(Asked ? MakeErrorHResult(static_cast<int32_t>(Case.Code)) : HRESULT_FROM_WIN32(Case.Code), Case.Code) ||
+      (IsReading && IsFailure(MakeErrorHResult(static_cast<int32_t>(NoLibrary)), NoLibrary));
+  if (Exact) ++Result.Notes["failed with the call's code and text"];
+  return Exact ? "" : "failed with " + std::to_string(Told.Result) + " '" + Told.Message + "'";
 }
 
 void TFaultMatrix::Visit(const TFaultCase& Case) {
   ++Result.Cases;
   const TTold Told = Update(Case);
-  const std::string Wrong = Judge(Case, Told);
-  const bool ByRule = !Wrong.empty() && Told.Result != -1 && IsAnswer(Case, Told);
-  if (ByRule) ++Result.Notes[std::string("taken for an answer, so not restored: ") + Case.Call->Name];
-  if (Wrong.empty() || ByRule)
+  std::string Wrong = JudgeUpdate(Case, Told);
+  if (Wrong.empty()) Wrong = JudgeRollback(Case, Told);
+  if (Wrong.empty())
     ++Result.Good;
   else
-    Result.Bad.push_back(Case.Text() + ": " + Wrong);
+    Result.Bad.push_back(Case.Text() + ", in " + Told.Step + ": " + Wrong);
 }
 
 TResult TFaultMatrix::Run(const TPlan& Plan) {
@@ -225,13 +248,15 @@ class TAnsweringUser final : public TDouble<IUDialog> {
   STDMETHOD(ShowMsgBox)(BSTR, BSTR, long MsgType, long* Res) override {
     constexpr long Kinds = 15;
     const bool Failure = (MsgType & Kinds) == MB_RETRYCANCEL;
-    constexpr int MostRetries = 3;
-    Boxes += Failure;
+    constexpr int MostRetries = 4;  // as often as a call fails
+    if (Failure && Boxes++ == 0) StepAsked = Step;
     *Res = !Failure ? IDYES : Retry && Boxes <= MostRetries ? IDRETRY : IDCANCEL;
     return S_OK;
   }
   STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
   int Boxes = 0;
+  std::string Step;       ///< of the update, as it goes on
+  std::string StepAsked;  ///< in which the first box was shown
 
  private:
   const bool Retry;
@@ -239,9 +264,10 @@ class TAnsweringUser final : public TDouble<IUDialog> {
 
 }  // namespace
 
-/// fault ROOT FUNCTION NTH CODE ANSWER TOLD-FILE
+/// fault ROOT FUNCTION NTH CODE ANSWER TOLD-FILE: some of those who give up roll back in the same process.
 int PlayFault(const std::vector<std::string>& Words) {
   const bool Retry = Words.at(4) == "retry";
+  const int Nth = std::stoi(Words.at(2));
   const TComRef<TAnsweringUser> User(new TAnsweringUser(Retry));
   RegisterActive(User.Get(), CLSID_UDialog);
   TUpdater Updater(Words.at(0));
@@ -249,15 +275,16 @@ int PlayFault(const std::vector<std::string>& Words) {
   const auto Call = std::find_if(std::begin(FailingCalls), std::end(FailingCalls),
                                  [&](const TFailingCall& Row) { return Words.at(1) == Row.Name; });
   HRESULT Result = S_OK;
-  std::string Failed, Message;
+  std::string Message;
   {
-    TFault Fault(Call->Name, Call->Failing,
-                 {std::stoi(Words.at(2)) - 1, Call->Times, static_cast<DWORD>(std::stoul(Words.at(3)))});
-    Result = RunUpdate(Updater, Failed);
+    TFault Fault(Call->Name, Call->Failing, {Nth - 1, Call->Times, static_cast<DWORD>(std::stoul(Words.at(3)))});
+    Result = RunUpdate(Updater, User->Step);
     if (FAILED(Result)) Message = ErrorText();
   }
-  Write(Words.at(5), std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" + Message);
-  return 0;
+  Write(Words.at(5), std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" +
+                         (User->Boxes > 0 ? User->StepAsked : User->Step) + "\n" + Message);
+  const bool RollsBack = FAILED(Result) && Nth % 2 == 1;
+  return RollsBack && FAILED(RollBackAll());
 }
 
 /// count ROOT TOLD-FILE
@@ -267,8 +294,8 @@ int PlayCount(const std::vector<std::string>& Words) {
   std::vector<std::unique_ptr<TImportPatch>> Patches;
   for (const TFailingCall& Row : FailingCalls)
     Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Row.Name, Row.Counting));
-  std::string Failed, Counts;
-  const HRESULT Result = RunUpdate(Updater, Failed);
+  std::string Step, Counts;
+  const HRESULT Result = RunUpdate(Updater, Step);
   for (const TFailingCall& Row : FailingCalls) Counts += std::to_string(*Row.Calls) + "\n";
   Write(Words.at(1), Counts);
   return FAILED(Result);

@@ -33,7 +33,7 @@ class TKillMatrix {
   TCalls CallsOf(const std::string& What);
   void Visit(const TDeath& Death, int Number);
   void EndRollback(const TDeath& Death, int Number);
-  void Judge(const TDeath& Death);
+  void Judge(const TDeath& Death, DWORD RolledBack);
   bool UninstallLogIsWhole() const;
 
   TMachine Machine;
@@ -78,16 +78,20 @@ std::vector<TDeath> SampleOf(const std::vector<TDeath>& Deaths, size_t Count) {
   return Sample;
 }
 
-/// The rollback that follows a death is ended as well, at points that the cases take in turn: one among the calls that
-/// undo the change which the death cut off, the next among all that are left.
+/// The rollback that follows a death is ended as well, just after a call that the cases take in turn: now one of those
+/// that undo the change which the death cut off, now one of all that are left.
 void TKillMatrix::EndRollback(const TDeath& Death, int Number) {
   constexpr int QuickEvery = 3, NewestEntry = 16, Stride = 37;
   if (!Full && Number % QuickEvery != 0) return;
   const int All = static_cast<int>(Rollback.size()), Updated = static_cast<int>(Update.size());
   const int Left = Death.Process == "update" ? All * Death.Point / Updated : All - Death.Point;
-  const int Range = Number % 2 == 0 ? NewestEntry : std::max(1, Left);
-  if (Change("rollback", "after", 1 + Number * Stride % Range) == DiedStatus)
+  // Two neighbours are for the two shares of a run.
+  const int Turn = Number / 2, Range = Turn % 2 == 0 ? NewestEntry : std::max(1, Left);
+  const DWORD Status = Change("rollback", "after", 1 + Turn / 2 * Stride % Range);
+  if (Status == DiedStatus)
     ++Result.Notes["rollbacks that were ended, too"];
+  else if (Status != 0)
+    Result.Bad.push_back(Death.Text() + ": the rollback to be ended gave " + std::to_string(Status));
 }
 
 /// A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.
@@ -102,9 +106,10 @@ bool TKillMatrix::UninstallLogIsWhole() const {
   }
 }
 
-void TKillMatrix::Judge(const TDeath& Death) {
+void TKillMatrix::Judge(const TDeath& Death, DWORD RolledBack) {
   std::string Rest = Difference(Before, Machine.Capture());
   const int Known = RemoveKnownRemains(Rest);
+  if (RolledBack != 0) Rest += "the rollback ended with status " + std::to_string(RolledBack) + "\n";
   if (!UninstallLogIsWhole()) Rest += "the uninstall log is neither the old nor the new one\n";
   if (Exists(Machine.Service("update.prt"))) Rest += "the transaction log is not empty\n";
   if (!Rest.empty()) {
@@ -126,8 +131,8 @@ void TKillMatrix::Visit(const TDeath& Death, int Number) {
     return;
   }
   EndRollback(Death, Number);
-  Change("rollback");
-  Judge(Death);
+  const DWORD RolledBack = Change("rollback");
+  Judge(Death, RolledBack);
 }
 
 TResult TKillMatrix::Run(const TPlan& Plan) {

@@ -96,17 +96,22 @@ class TLife {
 
   TMachine Machine;
   const int Calls;
+  GUID Item{};  ///< the last text that was saved
   TResult Result;
 };
 
-/// One of ten calls in turn; the failing one among them must fail.
+/// One of twenty calls in turn; the failing one among them must fail.
 HRESULT TLife::Call(TUpdater& U, int Number) {
   constexpr unsigned long User = 0x80000001;
   const Text Key("Software\\MendworkTorture\\Life");
-  GUID CheckPoint{};
+  const GUID Group = NumberedGuid(41);
+  GUID CheckPoint{}, DataID{};
+  long Code = 0;
+  VARIANT_BOOL NoMore = 0, IsCheckPoint = 0;
   TBstr Value;
   VARIANT_BOOL Known = VARIANT_FALSE;
-  switch (Number % 10) {
+  constexpr int Kinds = 20;
+  switch (Number % Kinds) {
     case 0:
       return U.Log->PutCheckPoint(NumberedGuid(Number));
     case 1:
@@ -125,6 +130,26 @@ HRESULT TLife::Call(TUpdater& U, int Number) {
       return U.File->DeleteFiles(Text(U.Places.App("life.*")), VARIANT_FALSE, VARIANT_FALSE, VARIANT_FALSE);
     case 8:
       return U.Registry->SetStringValue(User, Key, Text("Text"), Text("value"));
+    case 9:
+      return U.History->Put(Group, Number, NumberedGuid(Number));
+    case 10:
+      return U.History->Get(Group, &Code, &DataID, &NoMore, &IsCheckPoint);
+    case 11:
+      return U.History->DeleteLastRecord(Group);
+    case 12:
+      return U.Backup->BackupString(Text("a text"), &Item);
+    case 13:
+      return U.Backup->RestoreString(Item, Value.Out());
+    case 14:
+      return U.Garbage->PutFile(Text("C:\\no\\such.file"));
+    case 15:
+      return U.Garbage->Garbage();
+    case 16:
+      return U.Com->RegTLB(Text(U.Places.App("types.TLB")));
+    case 17:
+      return U.Com->UnRegTLB(Text(U.Places.App("types.TLB")));
+    case 18:
+      return U.Macro->SetMacro(Text("Temporary"), Text("value"), VARIANT_FALSE);
     default:
       return SUCCEEDED(U.File->CopyFile(Text("C:\\no\\such.file"), Text(U.Places.App("life.dll")), 0)) ? E_FAIL : S_OK;
   }
@@ -157,7 +182,7 @@ void TLife::ShowBoxes() {
 }
 
 TResult TLife::Run() {
-  constexpr int FirstCalls = 1000, ForgetEvery = 500, ProgressEvery = 2000;
+  constexpr int FirstCalls = 1000, ForgetEvery = 1000, ProgressEvery = 2000;
   // The numbers of GDI objects are not always given back in order; a leak would be one for every call.
   constexpr long MemorySlackKiB = 256, GdiSlack = 16;
   Machine.LayOut();
@@ -169,7 +194,7 @@ TResult TLife::Run() {
     const TNoPauses NoPauses;
     for (int Number = 0; Number < Calls; ++Number) {
       const HRESULT Called = Call(Updater, Number);
-      if (FAILED(Called)) throw ETorture("call " + std::to_string(Number % 10) + " failed: " + ErrorText());
+      if (FAILED(Called)) throw ETorture("call " + std::to_string(Number) + " failed: " + ErrorText());
       if (Number + 1 == FirstCalls) First = TUse::Now();
       // Items are never deleted by the system; the disk is not what is measured here.
       if (Number % ForgetEvery == 0) {

@@ -19,14 +19,14 @@ constexpr int Workers = 8;
 constexpr int PerWorker = 100000;  ///< the numbers of a worker's calls begin with its own
 constexpr size_t ItemTag = 4;      ///< what an item begins with
 /// Longer than any call of a living process takes while seven others work; a wait for a dead one would not end.
-constexpr double LongestCall = 20000;
+constexpr double LongestCall = 10000;
 const GUID SharedGroup = NumberedGuid(31);
 
 /// The text that stands for a number in an item and in a garbage list.
 std::string NameOf(int Unique) { return "C:\\torture\\" + std::to_string(Unique); }
 
-/// What a worker does, told to a journal line by line: "+" before a call; after its success "=", the milliseconds that
-/// it took, and the item that it made.
+/// What a worker does, told to a journal line by line: "+" and the time before a call; after its success "=", the
+/// milliseconds that it took, and the item that it made.
 class TWorker {
  public:
   TWorker(const std::string& Root, int Number, const std::string& Journal)
@@ -60,12 +60,13 @@ HRESULT TWorker::Do(const std::string& Kind, int Unique, GUID& DataID) {
 
 int TWorker::Run(ULONGLONG Until) {
   const char* const Kinds[] = {"put", "record", "macro", "write", "read", "garbage", "item"};
-  for (int Call = 0; GetTickCount64() < Until; ++Call) {
-    const std::string Kind = Kinds[Random() % std::size(Kinds)];
+  constexpr int OfEachOne = std::size(Kinds);
+  for (int Call = 0; Call < OfEachOne || GetTickCount64() < Until; ++Call) {
+    const std::string Kind = Kinds[Call < OfEachOne ? static_cast<unsigned>(Call) : Random() % std::size(Kinds)];
     const int Unique = Number * PerWorker + Call;
-    std::fprintf(File, "+ %s %d\n", Kind.c_str(), Unique);
-    std::fflush(File);
     const ULONGLONG Begin = GetTickCount64();
+    std::fprintf(File, "+ %s %d %s\n", Kind.c_str(), Unique, std::to_string(Begin).c_str());
+    std::fflush(File);
     GUID DataID{};
     const HRESULT Result = Do(Kind, Unique, DataID);
     const auto Took = static_cast<unsigned>(GetTickCount64() - Begin);
@@ -90,6 +91,7 @@ class TCrowd {
   std::unique_ptr<TRole> Start();
   void LetThemWork();
   void ReadJournals();
+  void ReadJournal(int Number);
   void Expect(bool Condition, const std::string& Text);
   std::vector<TLogRecord> RecordsOf(const std::string& File);
   int CompareRecords(const std::string& Kind, const std::string& File);
@@ -102,10 +104,11 @@ class TCrowd {
   TMachine Machine;
   const DWORD Milliseconds;
   ULONGLONG Until = 0;
-  int Started = 0, Killed = 0;
+  int Started = 0;
   double Longest = 0;
   std::map<std::string, std::set<int>> Begun, Acknowledged;
-  std::map<int, std::string> Items;  ///< acknowledged, with their DataIDs
+  std::map<int, std::string> Items;   ///< acknowledged, with their DataIDs
+  std::map<int, ULONGLONG> KilledAt;  ///< by the worker's number
   TResult Result;
 };
 
@@ -119,37 +122,57 @@ void TCrowd::LetThemWork() {
   constexpr DWORD KillEvery = 400;
   std::mt19937 Random(1);
   Until = GetTickCount64() + Milliseconds;
-  std::vector<std::unique_ptr<TRole>> Crowd(Workers);
-  for (auto& Worker : Crowd) Worker = Start();
+  struct TMember {
+    std::unique_ptr<TRole> Role;
+    int Number;
+  };
+  std::vector<TMember> Crowd;
+  const auto Join = [&] { return TMember{Start(), Started}; };
+  while (Crowd.size() < Workers) Crowd.push_back(Join());
   while (GetTickCount64() + 2 * KillEvery < Until) {
     Sleep(KillEvery + Random() % KillEvery);
-    auto& Victim = Crowd[Random() % Workers];
-    Victim->Kill();
-    ++Killed;
-    Victim = Start();
+    TMember& Victim = Crowd[Random() % Workers];
+    Expect(!Victim.Role->HasEnded(), "a worker ended before its time");
+    KilledAt[Victim.Number] = GetTickCount64();
+    Victim.Role->Kill();
+    Victim = Join();
   }
-  for (auto& Worker : Crowd) Expect(Worker->Wait() == 0, "a worker ended with a failure");
+  for (TMember& Worker : Crowd) Expect(Worker.Role->Wait() == 0, "a worker ended with a failure");
+  // Whoever comes next mends what the last death left half done; a worker does everything once at least.
+  Expect(Start()->Wait() == 0, "the last worker ended with a failure");
 }
 
 void TCrowd::ReadJournals() {
-  for (int Number = 1; Number <= Started; ++Number) {
-    std::istringstream Lines(Read(Journal(Number)));
-    std::string Sign, Kind;
-    for (std::string Line; std::getline(Lines, Line);) {
-      std::istringstream Words(Line);
-      int Unique = 0;
-      double Took = 0;
-      if (!(Words >> Sign >> Kind >> Unique)) continue;  // cut by a death
-      if (Sign == "+") Begun[Kind].insert(Unique);
-      if (Sign == "!") Expect(false, Line);
-      std::string DataID;
-      if (Sign == "=" && Words >> Took >> DataID) {
-        Acknowledged[Kind].insert(Unique);
-        if (Kind == "item") Items[Unique] = DataID;
-        Longest = std::max(Longest, Took);
-      }
+  for (int Number = 1; Number <= Started; ++Number) ReadJournal(Number);
+  for (const char* Kind : {"put", "record", "macro", "write", "read", "garbage", "item"})
+    Expect(!Acknowledged[Kind].empty(), std::string("nobody got done: ") + Kind);
+}
+
+void TCrowd::ReadJournal(int Number) {
+  std::istringstream Lines(Exists(Journal(Number)) ? Read(Journal(Number)) : "");
+  std::string Sign, Kind;
+  ULONGLONG OpenSince = 0;
+  for (std::string Line; std::getline(Lines, Line);) {
+    std::istringstream Words(Line);
+    int Unique = 0;
+    double Took = 0;
+    if (!(Words >> Sign >> Kind >> Unique)) continue;  // cut by a death
+    if (Sign == "!") Expect(false, Line);
+    if (Sign == "+") {
+      Begun[Kind].insert(Unique);
+      Words >> OpenSince;
+    }
+    std::string DataID;
+    if (Sign == "=" && Words >> Took >> DataID) {
+      Acknowledged[Kind].insert(Unique);
+      if (Kind == "item") Items[Unique] = DataID;
+      Longest = std::max(Longest, Took);
+      OpenSince = 0;
     }
   }
+  // What it was at when it was killed counts as a call, too.
+  if (OpenSince != 0 && KilledAt.count(Number))
+    Longest = std::max(Longest, static_cast<double>(KilledAt[Number]) - static_cast<double>(OpenSince));
 }
 
 void TCrowd::Expect(bool Condition, const std::string& Text) {
@@ -263,7 +286,7 @@ TResult TCrowd::Run() {
   for (const auto& [Kind, Uniques] : Acknowledged)
     Result.Notes["acknowledged: " + Kind] = static_cast<int>(Uniques.size());
   Result.Notes["processes"] = Started;
-  Result.Notes["killed"] = Killed;
+  Result.Notes["killed"] = static_cast<int>(KilledAt.size());
   Result.Notes["longest call, ms"] = static_cast<int>(Longest);
   return Result;
 }

@@ -33,8 +33,8 @@ int Tell(const std::string& What, HRESULT Result) {
   return 1;
 }
 
-/// change WHAT ROOT EVENT POINT CALLS-FILE: makes the update, or rolls everything back; see changing_calls.h for the
-/// event at a point.
+/// change WHAT ROOT EVENT POINT CALLS-FILE: makes the update, or rolls everything back and looks at what outlives it;
+/// see changing_calls.h for the event at a point.
 int Change(const std::vector<std::string>& Words) {
   RegisterActive(new TYesUser, CLSID_UDialog);
   TComRef<IClassFactory> Loaded;
@@ -44,13 +44,15 @@ int Change(const std::vector<std::string>& Words) {
   int Status = 0;
   if (Words.at(0) == "update") {
     TUpdater Updater(Words.at(1));
-    std::string Failed;
-    const HRESULT Result = RunUpdate(Updater, Failed);
-    Status = Tell(Failed, Result);
+    std::string Step;
+    const HRESULT Result = RunUpdate(Updater, Step);
+    Status = Tell(Step, Result);
+    WriteCalls(Words.at(4));
   } else {
     Status = Tell("rollback", RollBackAll());
+    WriteCalls(Words.at(4));
+    if (Status == 0) Status = Tell("history, macros, garbage lists", LookAtStores());
   }
-  WriteCalls(Words.at(4));
   return Status;
 }
 

@@ -2,15 +2,18 @@
 // succeeds or fails with a message; it ends, and it destroys nothing that was whole.
 
 #include "roles.h"
+#include "support/memory_file.h"
 #include "update.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <set>
 
 namespace {
 
 constexpr unsigned long User = 0x80000001;
 constexpr size_t CopyExtension = 4;  // ".bkp"
+/// Files of the application that the operations may change: one is in an item, one is new.
+constexpr char SavedFile[] = "docs\\one.txt", CopiedFile[] = "new.dll";
 
 /// The state that is torn: a log, two groups, an item of every kind.
 struct TState {
@@ -24,28 +27,32 @@ struct TState {
   std::string ItemName(const GUID& DataID) const { return "Backup\\" + GuidText(DataID); }
 };
 
-void PutGarbage(TState& State);
+HRESULT PutGarbage(TState& State);
 
 void TState::Make() {
+  const auto Must = [](HRESULT Result) {
+    if (FAILED(Result)) throw ETorture("the state to be torn cannot be made: " + ErrorText());
+  };
   TUpdater& U = Updater;
   const VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
   char Bytes[] = "some bytes";
-  U.Backup->BackupString(Text("a text of some length"), &String);
-  U.Backup->BackupData(Bytes, sizeof Bytes, &Data);
-  U.Backup->BackupFilesLogged(Text(U.Places.App("docs\\one.txt")), No, No, No, &Files);
-  U.Backup->BackupRegKeyValueLogged(User, Text("Software\\MendworkTorture"), Text("Version"), &Value);
-  U.Backup->BackupRegKeyLogged(User, Text("Software\\MendworkTorture\\Watched"), Yes, &Key);
-  U.Log->PutCheckPoint(NumberedGuid(22));
-  U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App("new.dll")), 0);
-  for (int At = 0; At < 2; ++At) U.History->Put(Group, At, NumberedGuid(At));
-  PutGarbage(*this);
-  U.Inno->AddFile(Text("C:\\new"));
+  Must(U.Backup->BackupString(Text("a text of some length"), &String));
+  Must(U.Backup->BackupData(Bytes, sizeof Bytes, &Data));
+  Must(U.Backup->BackupFilesLogged(Text(U.Places.App(SavedFile)), No, No, No, &Files));
+  Must(U.Backup->BackupRegKeyValueLogged(User, Text("Software\\MendworkTorture"), Text("Version"), &Value));
+  Must(U.Backup->BackupRegKeyLogged(User, Text("Software\\MendworkTorture\\Watched"), Yes, &Key));
+  Must(U.Log->PutCheckPoint(NumberedGuid(22)));
+  Must(U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App(CopiedFile)), 0));
+  for (int At = 0; At < 2; ++At) Must(U.History->Put(Group, At, NumberedGuid(At)));
+  Must(PutGarbage(*this));
+  Must(U.Inno->AddFile(Text("C:\\new")));
 }
 
 /// An operation that meets the file.
 struct TOperation {
   const char* Name;
   HRESULT (*Run)(TState& State);
+  bool Is(const std::string& Begin) const { return std::string(Name).starts_with(Begin); }
 };
 
 HRESULT RollBack(TState& State, VARIANT_BOOL OnlyToCheckPoint) {
@@ -81,14 +88,15 @@ const std::vector<TOperation> HistoryOperations = {
     {"DeleteLastRecord", [](TState& State) { return State.Updater.History->DeleteLastRecord(State.Group); }}};
 
 /// The lists are put once for each content, and reach nothing but the rubbish.
-void PutGarbage(TState& State) {
+HRESULT PutGarbage(TState& State) {
   IUGarbage& Garbage = *State.Updater.Garbage.Get();
   const std::string Rubbish = State.Updater.Places.Root + "\\Rubbish";
-  Garbage.PutFile(Text(Rubbish + "\\file.txt"));
-  Garbage.PutFile(Text(Rubbish + "\\none.txt"));
-  Garbage.PutDirectory(Text(Rubbish + "\\folder"));
-  Garbage.PutRegKey(User, Text("Software\\MendworkRubbish\\Key"));
-  Garbage.PutRegKeyValue(User, Text("Software\\MendworkRubbish"), Text("a b"));
+  const HRESULT Puts[] = {Garbage.PutFile(Text(Rubbish + "\\file.txt")), Garbage.PutFile(Text(Rubbish + "\\none.txt")),
+                          Garbage.PutDirectory(Text(Rubbish + "\\folder")),
+                          Garbage.PutRegKey(User, Text("Software\\MendworkRubbish\\Key")),
+                          Garbage.PutRegKeyValue(User, Text("Software\\MendworkRubbish"), Text("a b"))};
+  const auto Failed = std::find_if(std::begin(Puts), std::end(Puts), [](HRESULT Result) { return FAILED(Result); });
+  return Failed == std::end(Puts) ? S_OK : *Failed;
 }
 const std::vector<TOperation> GarbageOperations = {
     {"Garbage", [](TState& S) { return S.Updater.Garbage->Garbage(); }},
@@ -154,8 +162,8 @@ std::vector<std::string> TornContents(const std::string& Whole) {
   return Contents;
 }
 
-/// The process that tears: one kind, one operation, every content from a number on. Each is written to a file before it
-/// is tried, so that the one that ended the process is known.
+/// The process that tears: one kind, one operation, some contents from a number on, not so many that it could be taken
+/// for one that hangs. Each is written to a file before it is tried, so that the one that ended the process is known.
 class TTearing {
  public:
   explicit TTearing(const std::vector<std::string>& Words)
@@ -169,6 +177,10 @@ class TTearing {
 
  private:
   std::string TryOne(const std::string& Content);
+  std::string WholeLines(const std::string& Content) const;
+  static bool HasTheNewRecord(const std::string& Content);
+  std::string Destroyed(const std::string& Own) const;
+  static bool IsList(const std::string& File) { return File.starts_with("Garbage\\"); }
 
   const TPlaces Machine;
   const TTorn& Kind;
@@ -188,38 +200,73 @@ std::string TTearing::TryOne(const std::string& Content) {
   Write(Path, Content);
   const HRESULT Result = Operation.Run(State);
   const std::string Message = FAILED(Result) ? ErrorText() : "";
-  const TTree Now = TreeOf(Machine.Service());
   if (FAILED(Result) && Message.empty()) return "failed without a message";
   if (Result != S_OK && SUCCEEDED(Result)) return "an odd success";
-  for (const auto& [Other, Entry] : Service) {
-    const bool IsItem = Other.starts_with("Backup\\") && Other != Name;
-    const auto Found = Now.find(Other);
-    if (IsItem && (Found == Now.end() || Found->second.Content != Entry.Content)) return "destroyed " + Other;
+  // A copy takes its file's place when it is met.
+  const std::string Own = Kind.IsCopy ? Name.substr(0, Name.size() - CopyExtension) : Name;
+  const std::string Left = Read(Exists(Path) ? Path : Machine.Service(Own));
+  // The entries behind the damage that a rollback had undone by then are gone.
+  const bool Undone = Operation.Is("Rollback") && !Left.empty() && Content.starts_with(Left);
+  if (FAILED(Result) && Left != Content && !Undone) return "failed and changed the torn file";
+  if (SUCCEEDED(Result) && Operation.Is("Put") && !Read(Machine.Service(Own)).starts_with(WholeLines(Content)))
+    return "put, and lost what was there";
+  if (Operation.Is("ProcessInno") && Left != Content && !HasTheNewRecord(Left)) return "wrote to a damaged log";
+  return Destroyed(Own);
+}
+
+/// What an append keeps: a last line of a list that is not whole is none.
+std::string TTearing::WholeLines(const std::string& Content) const {
+  if (!IsList(Name)) return Content;
+  const size_t End = Content.rfind("\r\n");
+  return End == std::string::npos ? "" : Content.substr(0, End);
+}
+
+bool TTearing::HasTheNewRecord(const std::string& Content) {
+  try {
+    TUninstallLog Log;
+    LoadFrom(Content, Log);
+    return Log.Count() == UninstallRecords + 1;
+  } catch (const EUninstallLogError&) {
+    return false;
   }
-  // A failure leaves the torn file for those who can mend it, but for the entries behind the damage that a rollback had
-  // undone by then; a copy has taken its file's place.
-  const bool LeftAlone = Content.starts_with(Read(Path)) ||
-                         (Kind.IsCopy && Content.starts_with(Read(Path.substr(0, Path.size() - CopyExtension))));
-  if (FAILED(Result) && !LeftAlone) return "failed and changed the torn file";
-  for (const char* Untouched : {"data.bin", "cache\\pages\\17.dat", "docs\\sub\\two.txt"})
-    if (Read(Machine.App(Untouched)) != App.at(Untouched).Content) return std::string("destroyed ") + Untouched;
-  return "";
+}
+
+/// A file that the operation has no business with and that is not as it was; or "".
+std::string TTearing::Destroyed(const std::string& Own) const {
+  const auto Find = [](const TTree& Before, const TTree& Now, auto May) {
+    for (const auto& [Other, Entry] : Before) {
+      const auto Found = Now.find(Other);
+      const bool Same = Found != Now.end() && Found->second.Content == Entry.Content;
+      if (!Same && !Other.ends_with("\\") && !May(Other)) return "destroyed " + Other;
+    }
+    return std::string();
+  };
+  const std::string OfSystem = Find(Service, TreeOf(Machine.Service()), [&](const std::string& Other) {
+    return Other.starts_with(Own) || (IsList(Name) && IsList(Other));
+  });
+  if (!OfSystem.empty()) return OfSystem;
+  return Find(App, TreeOf(Machine.App()),
+              [](const std::string& Other) { return Other == SavedFile || Other == CopiedFile; });
 }
 
 int TTearing::Run(size_t First) {
   Name = Kind.File(State);
-  const std::string Whole = Read(Machine.Service(Kind.IsCopy ? Name.substr(0, Name.size() - CopyExtension) : Name));
+  const std::string Original = Machine.Service(Kind.IsCopy ? Name.substr(0, Name.size() - CopyExtension) : Name);
+  if (!Exists(Original)) throw ETorture("there is no " + Original);
+  const std::string Whole = Read(Original);
   Service = TreeOf(Machine.Service());
   App = TreeOf(Machine.App());
   const std::vector<std::string> Contents = TornContents(Whole);
-  for (size_t At = First; At < Contents.size(); At += Stride) {
+  constexpr size_t MostAtOnce = 100;
+  const size_t End = std::min(Contents.size(), First + MostAtOnce * Stride);
+  for (size_t At = First; At < End; At += Stride) {
     std::fprintf(Told, "%u ", static_cast<unsigned>(At));
     std::fflush(Told);
     const std::string Wrong = TryOne(Contents[At]);
     std::fprintf(Told, "%s\n", Wrong.c_str());
     std::fflush(Told);
   }
-  std::fprintf(Told, "end\n");
+  std::fprintf(Told, End < Contents.size() ? "more\n" : "end\n");
   return std::fclose(Told);
 }
 
@@ -230,20 +277,20 @@ void Tear(TMachine& Machine, size_t KindNumber, size_t OperationNumber, size_t S
   const std::string ToldFile = Machine.Root() + "\\told.txt";
   DeleteFileA(ToldFile.c_str());
   size_t First = 0;
-  for (bool Ended = false; !Ended;) {
+  for (;;) {
+    bool Ended = false, More = false;
     Machine.LayOut();
     DeleteFileA(ToldFile.c_str());
-    TRole("torn", {Machine.Root(), std::to_string(KindNumber), std::to_string(OperationNumber), std::to_string(First),
-                   std::to_string(Stride), ToldFile})
-        .Wait();
+    const DWORD Status = TRole("torn", {Machine.Root(), std::to_string(KindNumber), std::to_string(OperationNumber),
+                                        std::to_string(First), std::to_string(Stride), ToldFile})
+                             .Wait();
     const std::string Told = Exists(ToldFile) ? Read(ToldFile) : "";
     size_t Begin = 0, Tried = 0;
     for (size_t End; (End = Told.find('\n', Begin)) != std::string::npos; Begin = End + 1) {
       const std::string Line = Told.substr(Begin, End - Begin);
-      if (Line == "end") {
-        Ended = true;
-        continue;
-      }
+      Ended = Ended || Line == "end";
+      More = More || Line == "more";
+      if (Ended || More) continue;
       const size_t Blank = Line.find(' ');
       First = std::stoul(Line) + Stride;
       ++Result.Cases, ++Tried;
@@ -252,7 +299,12 @@ void Tear(TMachine& Machine, size_t KindNumber, size_t OperationNumber, size_t S
       else
         Result.Bad.push_back(Who + ", content " + Line);
     }
+    if ((Ended || More) && Status != 0) {
+      ++Result.Cases;
+      Result.Bad.push_back(Who + ": the process ended with status " + std::to_string(Status));
+    }
     if (Ended) return;
+    if (More) continue;
     ++Result.Cases;
     Result.Bad.push_back(Who + ": the process died or hung at content " + Told.substr(Begin));
     if (Tried == 0 && Begin == Told.size()) return;  // it never began

@@ -7,6 +7,8 @@ namespace {
 
 constexpr unsigned long User = 0x80000001;
 constexpr VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
+const GUID HistoryGroup = NumberedGuid(9);
+constexpr char MacroValue[] = "C:\\A, \"b\"";
 
 Text KeyName(const std::string& Below = "") {
   return Text("Software\\MendworkTorture" + (Below.empty() ? "" : "\\" + Below));
@@ -129,16 +131,15 @@ std::vector<TStep> StateSteps() {
     GUID DataID;
     return U.Backup->BackupString(Text("a text"), &DataID);
   };
-  return {
-      {"entry that changes nothing", Put},
-      {"check point", CheckPoint},
-      {"permanent macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Path"), Text("C:\\A, \"b\""), Yes); }},
-      {"temporary macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Temp"), Text("x=y"), No); }},
-      {"delete macro", [](TUpdater& U) { return U.Macro->DelMacro(Text("TEMP")); }},
-      {"history record", [](TUpdater& U) { return U.History->Put(NumberedGuid(9), 3, NumberedGuid(10)); }},
-      {"history check point", [](TUpdater& U) { return U.History->PutCheckPoint(NumberedGuid(9), NumberedGuid(11)); }},
-      {"history cut", [](TUpdater& U) { return U.History->DeleteLastRecord(NumberedGuid(9)); }},
-      {"text item", SaveText}};
+  return {{"entry that changes nothing", Put},
+          {"check point", CheckPoint},
+          {"permanent macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Path"), Text(MacroValue), Yes); }},
+          {"temporary macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Temp"), Text("x=y"), No); }},
+          {"delete macro", [](TUpdater& U) { return U.Macro->DelMacro(Text("TEMP")); }},
+          {"history record", [](TUpdater& U) { return U.History->Put(HistoryGroup, 3, NumberedGuid(10)); }},
+          {"history check point", [](TUpdater& U) { return U.History->PutCheckPoint(HistoryGroup, NumberedGuid(11)); }},
+          {"history cut", [](TUpdater& U) { return U.History->DeleteLastRecord(HistoryGroup); }},
+          {"text item", SaveText}};
 }
 
 std::vector<TStep> ComSteps() {
@@ -161,7 +162,7 @@ std::vector<TStep> ListSteps() {
   return {
       {"uninstall log: file", [](TUpdater& U) { return U.Inno->AddFile(Text(U.Places.App("fresh.txt"))); }},
       {"uninstall log: library", [](TUpdater& U) { return U.Inno->AddCOM(Text(U.Places.App("types.TLB"))); }},
-      {"uninstall log: write", [](TUpdater& U) { return U.Inno->ProcessInno(); }},
+      {UninstallLogStep, [](TUpdater& U) { return U.Inno->ProcessInno(); }},
       {"garbage: file", [=](TUpdater& U) { return U.Garbage->PutFile(Rubbish(U, "file.txt")); }},
       {"garbage: folder", [=](TUpdater& U) { return U.Garbage->PutDirectory(Rubbish(U, "folder")); }},
       {"garbage: key", [](TUpdater& U) { return U.Garbage->PutRegKey(User, Text("Software\\MendworkRubbish")); }},
@@ -190,23 +191,33 @@ const std::vector<TStep>& UpdateSteps() {
   return Steps;
 }
 
-HRESULT RunUpdate(TUpdater& Updater, std::string& Failed) {
+HRESULT RunUpdate(TUpdater& Updater, std::string& Current) {
   for (const TStep& Step : UpdateSteps()) {
+    Current = Step.Name;
     const HRESULT Result = Step.Run(Updater);
-    Failed = Step.Name;
     if (FAILED(Result)) return Result;
   }
-  Failed = "";
   return S_OK;
 }
 
 HRESULT RollBackAll() {
   GUID CheckPoint{};
-  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
-  HRESULT Result = S_OK;
   // A rollback ends at a check point only when it is asked to.
-  Result = Log->Rollback(VARIANT_FALSE, &CheckPoint);
-  return Result;
+  return Make<IUTransactionLog>(CLSID_UTransactionLog)->Rollback(VARIANT_FALSE, &CheckPoint);
+}
+
+HRESULT LookAtStores() {
+  long Code = 0;
+  GUID DataID{};
+  VARIANT_BOOL NoMore = 0, CheckPoint = 0;
+  const HRESULT Got = Make<IUHistory>(CLSID_UHistory)->Get(HistoryGroup, &Code, &DataID, &NoMore, &CheckPoint);
+  if (FAILED(Got)) return Got;
+  TBstr Value;
+  const HRESULT Found = Make<IUMacro>(CLSID_UMacro)->GetMacro(Text("Path"), Value.Out());
+  if (FAILED(Found)) return Found;
+  const std::string Macro = Take(Value);
+  if (!Macro.empty() && Macro != MacroValue) return E_UNEXPECTED;
+  return Make<IUGarbage>(CLSID_UGarbage)->Garbage();
 }
 
 int RemoveKnownRemains(std::string& Difference) {

@@ -30,12 +30,16 @@ struct TStep {
   std::function<HRESULT(TUpdater&)> Run;
 };
 const std::vector<TStep>& UpdateSteps();
+/// The step that tells the uninstaller.
+inline constexpr char UninstallLogStep[] = "uninstall log: write";
 
-/// Runs the steps until one fails, whose name is left in `Failed`; "" when all went well. The answers of the user, when
-/// a step asks whether to overwrite, are the caller's business: Yes.
-HRESULT RunUpdate(TUpdater& Updater, std::string& Failed);
+/// Runs the steps until one fails. `Current` is the name of the step that runs, or has failed. The answers of the user,
+/// when a step asks whether to overwrite, are the caller's business: Yes.
+HRESULT RunUpdate(TUpdater& Updater, std::string& Current);
 /// Back to the beginning of the transaction log.
 HRESULT RollBackAll();
+/// Fails when the history, the macros or the garbage lists, which outlive a rollback, are not whole.
+HRESULT LookAtStores();
 
 /// What a rollback leaves although it was not there before, because no rule takes it away: folders and registry keys
 /// and values that logged calls created. Removes those lines from a difference and gives how many there were.
