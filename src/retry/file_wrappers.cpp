@@ -212,8 +212,7 @@ bool FileExistsByFind(const std::string& FileName) {
   NextCallId();
   TFindHandle Search(FindFirstFileA(FileName.c_str(), &Entry));
   if (!Search) {
-    const DWORD Reason = GetLastError();
-    if (Reason == ERROR_FILE_NOT_FOUND || Reason == ERROR_PATH_NOT_FOUND) return false;
+    if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
     // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
     // they undo that, so a file that is there must not be missed.
     const DWORD Attributes = GetFileAttributesA(FileName.c_str());

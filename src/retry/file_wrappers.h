@@ -59,8 +59,9 @@ void RetrySetEndOfFile(const std::string& FileName, HANDLE Handle);
 /// is the order of the changes, and flushing every step would make an update many times slower.
 inline void RetryFlushFileBuffers(const std::string&, HANDLE) {}
 
-/// Whether a file or folder of this name exists, as a search finds it. A search that fails otherwise than with "not
-/// found" does not count as a "no" when a file of this name has attributes. Shows and logs nothing; takes a call id.
+/// Whether a file or folder of this name exists, as a search finds it. A search that fails otherwise than with "file
+/// not found" does not count as a "no" when a file of this name has attributes. Shows and logs nothing; takes a call
+/// id.
 bool FileExistsByFind(const std::string& FileName);
 
 /// The whole size of an open file, or -1. Shows and logs nothing: a bound that is checked beside the described steps.
