@@ -1,7 +1,7 @@
 // How the cost of one item grows with their number.
 
 #include "bench.h"
-#include "rollback/log_record.h"
+#include "formats/log_record.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The uninstall log: its format by itself, and what ProcessInno makes of a large one.
 
+#include "base/text.h"
 #include "bench.h"
-#include "installer/uninstall_log.h"
-#include "rollback/log_record.h"
-#include "server/comma_text.h"
-#include "server/text.h"
+#include "formats/comma_text.h"
+#include "formats/log_record.h"
+#include "formats/uninstall_log.h"
 #include "support/memory_file.h"
 #include "uninstall_log_speed.h"
 

@@ -1,6 +1,6 @@
 #include "uninstall_log_speed.h"
 
-#include "installer/uninstall_log.h"
+#include "formats/uninstall_log.h"
 
 #include <zlib.h>
 

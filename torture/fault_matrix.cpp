@@ -2,8 +2,8 @@
 // nothing had happened; when the user presses Cancel, the method fails with the call's own code and text, and a
 // rollback restores everything.
 
+#include "base/error_code.h"
 #include "roles.h"
-#include "server/error_code.h"
 #include "support/fault.h"
 #include "update.h"
 

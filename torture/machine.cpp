@@ -1,6 +1,6 @@
 #include "machine.h"
 
-#include "server/text.h"
+#include "base/text.h"
 #include "support/program.h"
 #include "support/raw_uninstall_log.h"
 #include "support/type_library.h"

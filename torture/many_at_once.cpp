@@ -1,8 +1,8 @@
 // Many at once: processes that change, read and record on one base folder, some of them killed and replaced. Whatever a
 // caller was told had succeeded is there once, whole; nobody waits for the dead.
 
+#include "formats/log_record.h"
 #include "roles.h"
-#include "rollback/log_record.h"
 #include "update.h"
 
 #include <cstdio>

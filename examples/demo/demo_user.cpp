@@ -7,7 +7,7 @@
 // until a box is answered with Retry: so does a user who closes the application that an update waits for.
 // Fails when a box does not come within a minute.
 
-#include "server/handles.h"
+#include "base/handles.h"
 
 #include <cstdio>
 #include <sstream>

@@ -12,7 +12,7 @@
 //
 // The list goes to FILE, or to the output.
 
-#include "server/handles.h"
+#include "base/handles.h"
 
 #include <fcntl.h>
 #include <io.h>

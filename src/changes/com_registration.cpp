@@ -1,11 +1,11 @@
 #include "changes/com_registration.h"
 
+#include "base/paths.h"
 #include "retry/file_wrappers.h"
 #include "retry/guarded_call.h"
 #include "retry/module_wrappers.h"
 #include "server/arguments.h"
 #include "server/environment.h"
-#include "server/paths.h"
 
 #include <optional>
 #include <stdexcept>

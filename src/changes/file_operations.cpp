@@ -1,10 +1,10 @@
 #include "changes/file_operations.h"
 
+#include "base/file_version.h"
+#include "base/paths.h"
 #include "changes/copy_mode.h"
 #include "server/arguments.h"
 #include "server/environment.h"
-#include "server/file_version.h"
-#include "server/paths.h"
 
 #include <optional>
 #include <vector>

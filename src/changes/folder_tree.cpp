@@ -1,7 +1,7 @@
 #include "changes/folder_tree.h"
 
+#include "base/paths.h"
 #include "retry/file_wrappers.h"
-#include "server/paths.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "changes/garbage.h"
 
+#include "base/named_lock.h"
 #include "changes/folder_tree.h"
-#include "changes/garbage_lines.h"
+#include "formats/garbage_lines.h"
 #include "retry/file_wrappers.h"
 #include "server/arguments.h"
 #include "server/environment.h"
-#include "server/named_lock.h"
 
 #include <shlwapi.h>
 

@@ -1,9 +1,9 @@
 #include "changes/macros.h"
 
+#include "base/named_lock.h"
 #include "rollback/saved_list.h"
 #include "server/environment.h"
 #include "server/log_scope.h"
-#include "server/named_lock.h"
 
 namespace {
 

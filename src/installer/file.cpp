@@ -1,6 +1,6 @@
 #include "installer/file.h"
 
-#include "server/failure.h"
+#include "base/failure.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "installer/abstract_file.h"
-#include "server/handles.h"
+#include "base/handles.h"
+#include "formats/abstract_file.h"
 
 /// A file of the system. It is closed with the object.
 class TFile final : public TCustomFile {

@@ -1,13 +1,13 @@
 #include "installer/installer_log.h"
 
+#include "base/messages.h"
+#include "base/named_lock.h"
+#include "base/paths.h"
+#include "formats/uninstall_log.h"
 #include "installer/file.h"
-#include "installer/uninstall_log.h"
 #include "rollback/saved_list.h"
 #include "server/environment.h"
 #include "server/log_scope.h"
-#include "server/messages.h"
-#include "server/named_lock.h"
-#include "server/paths.h"
 
 #include <mutex>
 #include <optional>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/messages.h"
 #include "server/log_scope.h"
-#include "server/messages.h"
 
 #include <string>
 

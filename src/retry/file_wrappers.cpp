@@ -1,7 +1,7 @@
 #include "retry/file_wrappers.h"
 
+#include "base/paths.h"
 #include "server/environment.h"
-#include "server/paths.h"
 
 #include <optional>
 #include <vector>

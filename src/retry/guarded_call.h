@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 /// Runs a step into code that may end in a structured exception instead of returning, which is also what another
 /// compiler's C++ exception is here. Gives the exception's code, 0 when the step returned. After an exception, what the

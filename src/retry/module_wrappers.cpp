@@ -1,8 +1,8 @@
 #include "retry/module_wrappers.h"
 
+#include "formats/type_library_bounds.h"
 #include "retry/file_wrappers.h"
 #include "retry/guarded_call.h"
-#include "retry/type_library_bounds.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/guid.h"
+#include "formats/backup_items.h"
 #include "retry/file_wrappers.h"
-#include "rollback/backup_items.h"
-#include "server/guid.h"
 
 #include <string>
 

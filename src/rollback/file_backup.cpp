@@ -2,9 +2,9 @@
 // them back. One item for each file, one string item for each folder name, one set item for each folder walked.
 // Folders come back by name only; their own attributes and times are not part of a set.
 
+#include "base/paths.h"
 #include "rollback/backup.h"
 #include "server/arguments.h"
-#include "server/paths.h"
 
 #include <algorithm>
 

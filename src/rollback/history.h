@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/named_lock.h"
 #include "rollback/record_file.h"
 #include "server/automation.h"
-#include "server/named_lock.h"
 
 /// Named stacks of records that outlive an update: each group is a guarded record file in the "History" folder, named
 /// by the registry form of its identifier. A record whose marker is this class and whose code is 0 is a check point;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "formats/log_record.h"
 #include "retry/file_wrappers.h"
-#include "rollback/log_record.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 #include "rollback/rollback_contract.h"
 
+#include "base/guid.h"
 #include "server/environment.h"
-#include "server/guid.h"
 
 namespace {
 

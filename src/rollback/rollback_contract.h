@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rollback/log_record.h"
+#include "formats/log_record.h"
 #include "server/automation.h"
 
 /// The contract between the transaction log and the classes that undo changes. A Logged operation saves what it will

@@ -1,8 +1,8 @@
 #include "rollback/saved_list.h"
 
-#include "server/comma_text.h"
-#include "server/failure.h"
-#include "server/text.h"
+#include "base/failure.h"
+#include "base/text.h"
+#include "formats/comma_text.h"
 
 namespace {
 

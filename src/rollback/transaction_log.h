@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/named_lock.h"
 #include "rollback/record_file.h"
 #include "server/automation.h"
-#include "server/named_lock.h"
 
 /// The transaction log: the undoable changes of an update, in "update.prt" in the service folder, shared by all
 /// processes. An entry whose id is this class and whose code is 0 is a check point; its DataID is the check point's

@@ -1,7 +1,7 @@
 #include "server/arguments.h"
 
-#include "server/failure.h"
-#include "server/text.h"
+#include "base/failure.h"
+#include "base/text.h"
 
 #include <algorithm>
 

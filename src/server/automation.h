@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/failure.h"
 #include "server/class_factory.h"
 #include "server/connection_point.h"
-#include "server/failure.h"
 #include "server/interfaces.h"
 #include "server/safe_call.h"
 

@@ -1,8 +1,8 @@
 #include "server/class_factory.h"
 
+#include "base/guid.h"
+#include "base/text.h"
 #include "server/automation.h"
-#include "server/guid.h"
-#include "server/text.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 #include <span>
 

@@ -1,10 +1,10 @@
 #include "server/com_server.h"
 
+#include "base/failure.h"
+#include "base/module_instance.h"
+#include "base/paths.h"
+#include "base/text.h"
 #include "server/class_factory.h"
-#include "server/failure.h"
-#include "server/module.h"
-#include "server/paths.h"
-#include "server/text.h"
 
 namespace {
 

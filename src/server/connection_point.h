@@ -1,7 +1,7 @@
 #pragma once
 
-#include "server/handles.h"
-#include "server/windows_api.h"
+#include "base/handles.h"
+#include "base/windows_api.h"
 
 /// The events connection point of one automation object, in single-sink mode: a second Advise fails with
 /// CONNECT_E_ADVISELIMIT. No events interface has a member, so nothing is ever fired; the point is there for clients

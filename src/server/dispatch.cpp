@@ -1,10 +1,10 @@
 #include "server/dispatch.h"
 
-#include "server/failure.h"
-#include "server/guid.h"
-#include "server/handles.h"
+#include "base/failure.h"
+#include "base/guid.h"
+#include "base/handles.h"
+#include "base/text.h"
 #include "server/safe_call.h"
-#include "server/text.h"
 
 #include <cstddef>
 

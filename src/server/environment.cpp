@@ -1,8 +1,8 @@
 #include "server/environment.h"
 
-#include "server/day_count.h"
-#include "server/messages.h"
-#include "server/text.h"
+#include "base/day_count.h"
+#include "base/messages.h"
+#include "base/text.h"
 
 #include <vector>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "server/failure.h"
-#include "server/handles.h"
+#include "base/failure.h"
+#include "base/handles.h"
 #include "server/interfaces.h"
 
 #include <string>

@@ -2,6 +2,6 @@
 
 // The automation interfaces, behind the Windows headers as this project wants them.
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 // The header above comes first: it keeps the name CopyFile for the interface.
 #include "server/Mendwork_TLB.h"

@@ -1,8 +1,8 @@
 #include "server/log_scope.h"
 
+#include "base/failure.h"
+#include "base/messages.h"
 #include "server/environment.h"
-#include "server/failure.h"
-#include "server/messages.h"
 
 TLogScope::TLogScope(IUDebugLog* Log, const wchar_t* Name, const std::wstring& Begin)
     : Log(Log), Name(Name), Id(NextCallId()) {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "server/guid.h"
-#include "server/text.h"
+#include "base/guid.h"
+#include "base/text.h"
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,6 @@
 // The module's entry: its start-up and shut-down, unit by unit in a fixed order, and its four exports.
 
-#include "server/module.h"
-
+#include "base/module_instance.h"
 #include "server/class_factory.h"
 #include "server/environment.h"
 #include "server/safe_call.h"

@@ -1,9 +1,9 @@
 #include "server/safe_call.h"
 
-#include "server/failure.h"
-#include "server/handles.h"
-#include "server/messages.h"
-#include "server/text.h"
+#include "base/failure.h"
+#include "base/handles.h"
+#include "base/messages.h"
+#include "base/text.h"
 
 #include <exception>
 #include <new>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 /// Turns the exception in flight into the failure of an interface method: fills the thread's error information (with
 /// `Iid` and `ProgId` as its source) and gives the HRESULT. An EFailure keeps its own negative HRESULT, exhausted

@@ -1,9 +1,9 @@
 #include "services/custom_message_box.h"
 
+#include "base/module_instance.h"
+#include "base/text.h"
+#include "formats/message_box_layout.h"
 #include "server/environment.h"
-#include "server/module.h"
-#include "server/text.h"
-#include "services/message_box_layout.h"
 
 #include <cstddef>
 #include <cstring>

@@ -1,11 +1,11 @@
 #include "services/debug_log.h"
 
+#include "base/guid.h"
+#include "base/messages.h"
+#include "base/named_lock.h"
+#include "base/text.h"
+#include "formats/log_line.h"
 #include "server/environment.h"
-#include "server/guid.h"
-#include "server/messages.h"
-#include "server/named_lock.h"
-#include "server/text.h"
-#include "services/log_line.h"
 
 namespace {
 

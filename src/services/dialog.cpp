@@ -1,9 +1,9 @@
 #include "services/dialog.h"
 
-#include "server/comma_text.h"
+#include "base/text.h"
+#include "formats/comma_text.h"
 #include "server/environment.h"
 #include "server/log_scope.h"
-#include "server/text.h"
 #include "services/custom_message_box.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // A server and a type library that the platform ships: what a rollback brings back is compared in the whole registry,
 // as the platform's own editor exports it.
 
+#include "base/text.h"
 #include "changes/changes_test.h"
-#include "server/text.h"
 #include "support/program.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
+#include "base/text.h"
 #include "changes/changes_test.h"
 #include "client/commands.h"
-#include "server/text.h"
 #include "support/changing_calls.h"
 #include "support/child.h"
 #include "support/host_link.h"

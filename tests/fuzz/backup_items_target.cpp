@@ -1,6 +1,6 @@
+#include "formats/backup_items.h"
+#include "formats/comma_text.h"
 #include "fuzz/targets.h"
-#include "rollback/backup_items.h"
-#include "server/comma_text.h"
 
 #include <cstring>
 #include <sstream>

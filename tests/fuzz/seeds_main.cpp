@@ -3,8 +3,8 @@
 //
 // usage: make_seeds DIR
 
+#include "formats/backup_items.h"
 #include "fuzz/targets.h"
-#include "rollback/backup_items.h"
 #include "support/memory_file.h"
 
 #include <cstdio>

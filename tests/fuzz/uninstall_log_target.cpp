@@ -1,5 +1,5 @@
+#include "base/numbers.h"
 #include "fuzz/targets.h"
-#include "server/little_endian.h"
 #include "support/memory_file.h"
 
 #include <cstdio>

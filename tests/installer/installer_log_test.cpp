@@ -1,5 +1,5 @@
+#include "base/text.h"
 #include "client/commands.h"
-#include "server/text.h"
 #include "support/changing_calls.h"
 #include "support/child.h"
 #include "support/fault.h"

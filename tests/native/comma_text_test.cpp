@@ -1,4 +1,4 @@
-#include "server/comma_text.h"
+#include "formats/comma_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "server/day_count.h"
-#include "server/error_code.h"
+#include "base/day_count.h"
+#include "base/error_code.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "changes/garbage_lines.h"
+#include "formats/garbage_lines.h"
 
 #include <gtest/gtest.h>
 

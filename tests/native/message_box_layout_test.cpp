@@ -1,4 +1,4 @@
-#include "services/message_box_layout.h"
+#include "formats/message_box_layout.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "rollback/backup_items.h"
-#include "rollback/log_record.h"
+#include "formats/backup_items.h"
+#include "formats/log_record.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "retry/type_library_bounds.h"
+#include "formats/type_library_bounds.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "installer/uninstall_log.h"
+#include "formats/uninstall_log.h"
 
-#include "installer/crc32.h"
-#include "server/little_endian.h"
+#include "base/numbers.h"
+#include "formats/crc32.h"
 #include "support/memory_file.h"
 #include "support/raw_uninstall_log.h"
 

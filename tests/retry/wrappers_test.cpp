@@ -1,7 +1,7 @@
 // What single wrappers do beside failing: see wrapper_failures_test.cpp for that.
 
+#include "base/handles.h"
 #include "retry/retry_layer.h"
-#include "server/handles.h"
 
 #include <shlwapi.h>
 

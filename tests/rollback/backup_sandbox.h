@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rollback/backup_items.h"
+#include "formats/backup_items.h"
 #include "support/registry_tree.h"
 
 /// A sandbox with the backup object, and the items of its store.

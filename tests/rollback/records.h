@@ -1,7 +1,7 @@
 #pragma once
 
-#include "rollback/log_record.h"
-#include "server/guid.h"
+#include "base/guid.h"
+#include "formats/log_record.h"
 
 #include <string>
 

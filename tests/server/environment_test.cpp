@@ -1,5 +1,5 @@
+#include "base/text.h"
 #include "server/coclasses.h"
-#include "server/text.h"
 #include "support/registry_tree.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "support/child.h"
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "support/client_thread.h"
 
-#include "server/text.h"
+#include "base/text.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/handles.h"
+#include "base/handles.h"
 
 #include <functional>
 #include <string>

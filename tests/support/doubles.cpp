@@ -1,6 +1,6 @@
 #include "support/doubles.h"
 
-#include "server/text.h"
+#include "base/text.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "support/host_link.h"
 
-#include "server/handles.h"
-#include "server/text.h"
+#include "base/handles.h"
+#include "base/text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "installer/abstract_file.h"
-#include "installer/uninstall_log.h"
+#include "formats/abstract_file.h"
+#include "formats/uninstall_log.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "support/program.h"
 
-#include "server/handles.h"
+#include "base/handles.h"
 #include "support/tree.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/little_endian.h"
+#include "base/numbers.h"
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 #include "support/registry_tree.h"
 
-#include "server/text.h"
+#include "base/text.h"
 
 #include <vector>
 

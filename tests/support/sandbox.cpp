@@ -1,6 +1,6 @@
 #include "support/sandbox.h"
 
-#include "server/text.h"
+#include "base/text.h"
 
 namespace {
 

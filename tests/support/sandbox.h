@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/guid.h"
+#include "base/guid.h"
 #include "server/interfaces.h"
 #include "support/doubles.h"
 #include "support/import_patch.h"

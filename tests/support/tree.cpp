@@ -1,6 +1,6 @@
 #include "support/tree.h"
 
-#include "server/handles.h"
+#include "base/handles.h"
 
 namespace {
 

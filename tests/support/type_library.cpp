@@ -1,6 +1,6 @@
 #include "support/type_library.h"
 
-#include "server/text.h"
+#include "base/text.h"
 #include "support/sandbox.h"
 
 void MakeTypeLibrary(const std::string& Path, const std::string& HelpFile) {

@@ -3,7 +3,7 @@
 //   Set Words = CreateObject("OrvaneNotes.WordCount")
 //   Number = Words.Count("some text")
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 #include <string>
 #include <string_view>

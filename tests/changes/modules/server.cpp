@@ -1,7 +1,7 @@
 // A module that registers as its file's name tells it to: returns-HRESULT in hexadecimal, crash or throw. It counts the
 // calls in HKEY_CURRENT_USER\Software\MendworkTests, in a value of the function's name.
 
-#include "server/windows_api.h"
+#include "base/windows_api.h"
 
 #include <cstdlib>
 #include <cstring>

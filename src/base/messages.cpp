@@ -1,0 +1,9 @@
+#include "base/messages.h"
+
+#include "base/module_instance.h"
+
+std::string LoadMessage(TMessage Message) {
+  char Text[512];
+  const int Size = LoadStringA(ModuleInstance(), Message, Text, sizeof Text);
+  return std::string(Text, static_cast<size_t>(Size));
+}

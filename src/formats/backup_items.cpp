@@ -1,0 +1,94 @@
+#include "formats/backup_items.h"
+
+#include "base/numbers.h"
+
+namespace {
+
+/// Longer than any path that the system's ANSI calls take, so that a lying length cannot swallow a large file's
+/// content.
+constexpr uint32_t LongestText = 0xFFFF;
+
+}  // namespace
+
+void TItemWriter::operator()(uint32_t Number) { AppendNumber(Bytes, Number); }
+
+void TItemWriter::operator()(uint64_t Number) { AppendNumber(Bytes, Number); }
+
+void TItemWriter::operator()(const std::string& Text) {
+  (*this)(static_cast<uint32_t>(Text.size()));
+  Bytes += Text;
+}
+
+void TItemWriter::operator()(const std::vector<uint8_t>& Data) {
+  (*this)(static_cast<uint32_t>(Data.size()));
+  Bytes.append(Data.begin(), Data.end());
+}
+
+void TItemWriter::operator()(const std::vector<TGuidBytes>& List) {
+  (*this)(static_cast<uint32_t>(List.size()));
+  for (const TGuidBytes& Guid : List) Bytes.append(Guid.begin(), Guid.end());
+}
+
+bool TItemReader::Take(void* Buffer, uint64_t Size) {
+  Fits = Fits && Size <= Source.Remaining();
+  if (Fits && Size > 0) Source.Read(Buffer, static_cast<uint32_t>(Size));
+  return Fits;
+}
+
+void TItemReader::operator()(uint32_t& Number) {
+  uint8_t Bytes[sizeof Number];
+  if (Take(Bytes, sizeof Bytes)) Number = NumberAt<uint32_t>(Bytes);
+}
+
+void TItemReader::operator()(uint64_t& Number) {
+  uint8_t Bytes[sizeof Number];
+  if (Take(Bytes, sizeof Bytes)) Number = NumberAt<uint64_t>(Bytes);
+}
+
+void TItemReader::operator()(std::string& Text) {
+  uint32_t Length = 0;
+  (*this)(Length);
+  Fits = Fits && Length <= LongestText && Length <= Source.Remaining();
+  if (!Fits) return;
+  Text.resize(Length);
+  Take(Text.data(), Length);
+}
+
+void TItemReader::operator()(std::vector<uint8_t>& Data) {
+  uint32_t Size = 0;
+  (*this)(Size);
+  Fits = Fits && Size <= Source.Remaining();
+  if (!Fits) return;
+  Data.resize(Size);
+  Take(Data.data(), Size);
+}
+
+void TItemReader::operator()(std::vector<TGuidBytes>& List) {
+  uint32_t Count = 0;
+  (*this)(Count);
+  Fits = Fits && Count <= Source.Remaining() / sizeof(TGuidBytes);
+  if (!Fits) return;
+  List.resize(Count);
+  Take(List.data(), uint64_t{Count} * sizeof(TGuidBytes));
+}
+
+namespace {
+
+/// A predefined root, and names that no NUL cuts short: a shortened key path would reach another key.
+bool IsRegistryPlace(uint32_t RootKey, const std::string& KeyPath) {
+  constexpr uint32_t FirstRoot = 0x80000000, LastRoot = 0x80000005;
+  return RootKey >= FirstRoot && RootKey <= LastRoot && KeyPath.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+bool TRegistryValueItem::Plausible() const {
+  return IsRegistryPlace(RootKey, KeyPath) && Name.find('\0') == std::string::npos;
+}
+
+bool TRegistryKeyItem::Plausible() const { return IsRegistryPlace(RootKey, KeyPath); }
+
+bool TSingleFileItem::Plausible() const {
+  constexpr uint32_t OpenFlags = 0xFF000000, Directory = 0x10;
+  return !Path.empty() && Path.find('\0') == std::string::npos && (Attributes & (OpenFlags | Directory)) == 0;
+}

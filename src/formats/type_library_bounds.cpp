@@ -1,0 +1,55 @@
+#include "formats/type_library_bounds.h"
+
+#include <cstdint>
+
+namespace {
+
+constexpr uint64_t HeaderSize = 0x54, FlagsAt = 0x14, TypeCountAt = 0x20, HasHelpModule = 0x100;
+constexpr uint64_t TableCount = 15, TableEntrySize = 16, TypeSize = 0x64, TypeDataAt = 4, MemberCountsAt = 0x18;
+constexpr uint64_t MemberSize = 3 * 4;  // identifier, name and place of a member, behind all members' records
+constexpr uint32_t None = 0xFFFFFFFF;
+
+/// Reads numbers; from the first one that lies behind the end on, all are 0.
+class TNumbers {
+ public:
+  explicit TNumbers(std::string_view File) : File(File) {}
+
+  bool Holds(uint64_t At, uint64_t Size) { return Whole = Whole && At + Size <= File.size(); }
+  uint32_t At(uint64_t Place) {
+    uint32_t Number = 0;
+    for (int Byte = 3; Byte >= 0 && Holds(Place, 4); --Byte)
+      Number = Number << 8 | static_cast<unsigned char>(File[static_cast<size_t>(Place) + static_cast<size_t>(Byte)]);
+    return Number;
+  }
+  bool IsWhole() const { return Whole; }
+
+ private:
+  std::string_view File;
+  bool Whole = true;
+};
+
+/// The records of a type's functions and variables.
+void VisitMembers(TNumbers& Numbers, uint64_t Type) {
+  const uint32_t Counts = Numbers.At(Type + MemberCountsAt), Data = Numbers.At(Type + TypeDataAt);
+  if (Counts != 0)
+    Numbers.Holds(Data, 4 + uint64_t{Numbers.At(Data)} + MemberSize * ((Counts & 0xFFFF) + (Counts >> 16)));
+}
+
+}  // namespace
+
+bool IsCutOffTypeLibrary(std::string_view File) {
+  if (!File.starts_with("MSFT")) return false;
+  TNumbers Numbers(File);
+  const uint64_t TypeCount = Numbers.At(TypeCountAt);
+  const uint64_t Tables = HeaderSize + 4 * TypeCount + (Numbers.At(FlagsAt) & HasHelpModule ? 4 : 0);
+  Numbers.Holds(Tables, TableCount * TableEntrySize);
+  for (uint64_t Table = 0; Table < TableCount && Numbers.IsWhole(); ++Table) {
+    const uint64_t Entry = Tables + Table * TableEntrySize;
+    if (Numbers.At(Entry) != None) Numbers.Holds(Numbers.At(Entry), Numbers.At(Entry + 4));
+  }
+  // The first table holds the types.
+  const uint64_t Types = Numbers.At(Tables);
+  for (uint64_t Type = 0; Type < TypeCount && Numbers.Holds(Types + Type * TypeSize, TypeSize); ++Type)
+    VisitMembers(Numbers, Types + Type * TypeSize);
+  return !Numbers.IsWhole();
+}

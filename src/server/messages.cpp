@@ -1,9 +1,0 @@
-#include "server/messages.h"
-
-#include "server/module.h"
-
-std::string LoadMessage(TMessage Message) {
-  char Text[512];
-  const int Size = LoadStringA(ModuleInstance(), Message, Text, sizeof Text);
-  return std::string(Text, static_cast<size_t>(Size));
-}
