@@ -1,4 +1,5 @@
-# What is asked of src beyond the compiler: the order of its rooms, headers by themselves. Sourced, never run.
+# What is asked of src beyond the compiler: the order of its rooms, headers by themselves, clang-tidy. Sourced, never
+# run.
 
 # Each room of src and the rooms that it may include besides itself. Services are reached through COM.
 declare -A RoomsBelow=(
@@ -58,12 +59,37 @@ check_headers() {
     die "A header of src does not include what it needs."
 }
 
+# clang finds the headers of Windows by itself, not those of the C++ library of this very compiler.
+# usage: library_headers -> Folders, as arguments of clang-tidy
+library_headers() {
+  mapfile -t Folders < <("${Compiler[0]}" -E -x c++ -v /dev/null 2>&1 | sed -n 's,^ \(/.*/c++.*\),--extra-arg=-isystem\1,p')
+}
+
+# The findings of clang-tidy; one in a header is told once, whoever includes it.
+# usage: tidy FILE...
+tidy() {
+  local Log=$Root/build/lint.log Status=0
+  library_compiler
+  library_headers
+  printf '%s\n' "$@" | side_by_side clang-tidy --quiet -p "$Root/build/win32" "${Folders[@]}" >"$Log" 2>&1 || Status=1
+  awk '/^[0-9]+ warnings? (generated|treated as errors?)/ { next }
+    /: (warning|error): / { Known = Seen[$0]++ }
+    !Known' "$Log" | sed "s,$Root/,,"
+  return "$Status"
+}
+
 command_lint() {
-  (($# == 0)) || die "lint takes no arguments."
+  local Files=()
   ensure_setup --64-will-do
+  ensure_only_packages clang-tidy
   find_includes
   check_order
   check_circles
   build_quietly win32 mendwork_type_library
-  check_headers
+  cd "$Root"
+  if (($#)); then Files=("$@"); else
+    check_headers
+    mapfile -t Files < <(find "$Root/src" -name '*.cpp' | sort)
+  fi
+  tidy "${Files[@]}" || die "clang-tidy finds what is to be mended (all of its output: build/lint.log)."
 }

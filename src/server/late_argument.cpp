@@ -11,7 +11,7 @@ namespace {
 
 /// An argument's value behind all references: borrowed from the caller, or a copy of our own.
 struct TArgumentValue : VARIANT {
-  TArgumentValue() { VariantInit(this); }
+  TArgumentValue() : VARIANT{} {}
   ~TArgumentValue() {
     if (Owned) VariantClear(this);
   }

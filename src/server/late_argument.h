@@ -6,7 +6,7 @@
 
 /// A VARIANT that is cleared at its end.
 struct TVariant : VARIANT {
-  TVariant() { VariantInit(this); }
+  TVariant() : VARIANT{} {}  // VT_EMPTY
   ~TVariant() { VariantClear(this); }
   TVariant(const TVariant&) = delete;
   TVariant& operator=(const TVariant&) = delete;

@@ -12,9 +12,9 @@ struct TMethod {
     bool Out;      ///< passed as a pointer to Type
     bool ReturnValue;
   };
-  DISPID Id;
+  DISPID Id = 0;
   std::wstring Name;
-  SHORT VtableOffset;  ///< in bytes
+  SHORT VtableOffset = 0;  ///< in bytes
   std::vector<TParameter> Parameters;
 };
 
