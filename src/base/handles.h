@@ -2,6 +2,7 @@
 
 #include "base/windows_api.h"
 
+#include <string>
 #include <utility>
 
 /// Keeps the thread's last error as it was when the scope began: releasing a resource must not hide why a call failed.
@@ -100,6 +101,17 @@ using TRegistryKey = TOwned<TRegistryKeyKind>;
 using TTaskMemory = TOwned<TTaskMemoryKind>;
 using TFont = TOwned<TFontKind>;
 using TBstr = TOwned<TBstrKind>;
+
+/// An open thing together with the name that messages have for it, so that no call takes a pair of which one half
+/// belongs to something else.
+template <class THandle>
+struct TNamed {
+  std::string Name;
+  THandle Handle{};
+
+  auto Get() const { return Handle.Get(); }
+  explicit operator bool() const { return static_cast<bool>(Handle); }
+};
 
 /// Owner of one COM reference.
 template <class T>

@@ -1,5 +1,6 @@
 #include "server/class_factory.h"
 
+#include "base/failure.h"
 #include "base/guid.h"
 #include "base/text.h"
 #include "server/automation.h"
@@ -9,10 +10,7 @@
 
 namespace {
 
-void RequireStatus(LSTATUS Status) {
-  if (Status != ERROR_SUCCESS)
-    throw EFailure(HRESULT_FROM_WIN32(static_cast<DWORD>(Status)), ToWide(SystemMessage(static_cast<DWORD>(Status))));
-}
+void RequireStatus(LSTATUS Status) { CheckSystemCall(HRESULT_FROM_WIN32(static_cast<DWORD>(Status))); }
 
 /// To write a key is to create it and to set its default value, or the named one.
 void WriteKey(const std::string& Name, const std::string& Value, const char* ValueName = nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/handles.h"
 #include "server/coclass_table.h"
 #include "server/com_server.h"
 #include "server/dispatch.h"

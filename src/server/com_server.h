@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/handles.h"
+#include "base/windows_api.h"
 
 #include <memory>
 #include <string>

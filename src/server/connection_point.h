@@ -13,8 +13,6 @@ class TConnectionPoint : public IConnectionPoint {
       : Container(Container), EventsIid(EventsIid) {}
 
   const IID& GetEventsIid() const { return EventsIid; }
-  /// The connected sink, as its events interface, or null.
-  IUnknown* Sink() const { return Connected.Get(); }
 
   STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override;
   STDMETHOD_(ULONG, AddRef)() override { return Container.AddRef(); }

@@ -1,9 +1,10 @@
 // The module's entry: its start-up and shut-down, unit by unit in a fixed order, and its four exports.
 
+#include "base/data_folders.h"
 #include "base/module_instance.h"
 #include "server/class_factory.h"
-#include "server/environment.h"
 #include "server/safe_call.h"
+#include "server/service_calls.h"
 
 #include <utility>
 #include <vector>
@@ -33,10 +34,11 @@ void StopModule() {
 
 void StartModule() {
   StartUnit(StartFrame, StopFrame);
-  StartUnit(StartEnvironment, StopEnvironment);
-  for (const TCoClass& Row : CoClasses()) {
-    Server->AddFactory(Row);
-    StartUnit(Row.StartUnit, Row.StopUnit);
+  StartUnit(nullptr, ForgetDataFolders);
+  StartUnit(nullptr, ForgetServices);
+  for (const TCoClass* Row : CoClasses()) {
+    Server->AddFactory(*Row);
+    StartUnit(Row->StartUnit, Row->StopUnit);
   }
 }
 
@@ -51,7 +53,6 @@ HINSTANCE ModuleInstance() { return Instance; }
 extern "C" BOOL WINAPI DllMain(HINSTANCE Module, DWORD Reason, LPVOID ProcessEnds) {
   if (Reason == DLL_PROCESS_ATTACH) {
     Instance = Module;
-    DisableThreadLibraryCalls(Module);
     if (SUCCEEDED(RunSafely(IID_IUnknown, L"Mendwork", StartModule))) return TRUE;
     StopModule();
     return FALSE;

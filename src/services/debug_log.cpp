@@ -1,11 +1,15 @@
 #include "services/debug_log.h"
 
+#include "base/data_folders.h"
+#include "base/failure.h"
 #include "base/guid.h"
-#include "base/messages.h"
+#include "base/handles.h"
 #include "base/named_lock.h"
+#include "base/system_error.h"
 #include "base/text.h"
 #include "formats/log_line.h"
-#include "server/environment.h"
+
+#include <string>
 
 namespace {
 
@@ -78,12 +82,12 @@ HRESULT TUDebugLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   });
 }
 
-TAutoObjectBase* CreateUDebugLog(TVersionedAutoObjectFactory& Factory) { return new TUDebugLog(Factory); }
+static void StartDebugLog() { LogLock.Create(GuidText(CLSID_UDebugLog)); }
 
-void StartDebugLog() { LogLock.Create(GuidText(CLSID_UDebugLog)); }
-
-void StopDebugLog() {
+static void StopDebugLog() {
   LogLock.Close();
   LogFile.Reset();
   LogFileName.clear();
 }
+
+COCLASS(UDebugLog, TUDebugLog, StartDebugLog, StopDebugLog);
