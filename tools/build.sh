@@ -170,8 +170,9 @@ check_library() {
 command_dist() {
   local Preset Architecture
   (($# == 0)) || die "dist takes no arguments."
-  command_build win32 win64
+  ensure_setup
   for Preset in win32 win64; do
+    build_preset "$Preset" dist || die "The build of $Preset failed."
     rm -rf "$Root/dist/$Preset"
     quietly "$Root/build/$Preset.log" cmake --install "$Root/build/$Preset" --prefix "$Root/dist/$Preset" ||
       die "The $Preset build could not be installed."

@@ -5,7 +5,7 @@ command_run() {
   [[ ${1-} != --win64 ]] || { Bits=64 && shift; }
   (($#)) || die "What shall be run? ./mend run --help tells more."
   ensure_setup
-  build_quietly "win$Bits"
+  build_quietly "win$Bits" Mendwork
   open_prefix "$Root/build/run/prefix" "$Bits" "$Root/build/win$Bits/Mendwork.dll"
   ensure_base_folder
   run_program "$Bits" "$@"
@@ -63,7 +63,7 @@ command_bench() {
   mkdir -p "$Dir"
   ensure_setup
   ! bench_is_native "$@" || build_quietly native mendwork_native_bench
-  ! bench_is_windows "$@" || build_quietly win32
+  ! bench_is_windows "$@" || build_quietly win32 mendwork_bench
   claim bench
   cd "$Dir"
   rm -f results.json native.json

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <zlib.h>
+
 #include <cstddef>
 #include <cstdint>
 
 /// The standard reflected CRC-32: polynomial 0xEDB88320, initial value and final XOR 0xFFFFFFFF. "123456789" gives
 /// 0xCBF43926.
-uint32_t Crc32(const void* Bytes, size_t Size);
+inline uint32_t Crc32(const void* Bytes, size_t Size) {
+  return static_cast<uint32_t>(crc32_z(0, static_cast<const Bytef*>(Bytes), Size));
+}

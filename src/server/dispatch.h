@@ -1,22 +1,6 @@
 #pragma once
 
-#include "base/windows_api.h"
-
-#include <string>
-#include <vector>
-
-/// One method of a dual interface, as the type library describes it.
-struct TMethod {
-  struct TParameter {
-    VARTYPE Type;  ///< VT_I4, VT_UI4, VT_BOOL, VT_BSTR, VT_RECORD (a GUID) or VT_VOID (a raw buffer)
-    bool Out;      ///< passed as a pointer to Type
-    bool ReturnValue;
-  };
-  DISPID Id;
-  std::wstring Name;
-  SHORT VtableOffset;  ///< in bytes
-  std::vector<TParameter> Parameters;
-};
+#include "server/method_table.h"
 
 /// IDispatch for every automation object of the module, served from the type library.
 ///
@@ -27,15 +11,13 @@ struct TMethod {
 /// names and types give the standard DISP_E_ results; a raw buffer is refused with a message.
 class TDispatchTable {
  public:
-  /// Reads the methods of a dual interface, inherited ones included. Raises the COM failure.
-  explicit TDispatchTable(ITypeInfo& DualInterface);
-
-  const std::vector<TMethod>& Methods() const { return List; }
+  /// Reads the methods of a dual interface. Raises the COM failure.
+  explicit TDispatchTable(ITypeInfo& DualInterface) : Methods(DualInterface) {}
 
   /// IDispatch::Invoke on `Target`, whose vtable is that of the interface.
   HRESULT Invoke(IDispatch* Target, DISPID Id, REFIID Iid, WORD Flags, DISPPARAMS* Arguments, VARIANT* Result,
                  EXCEPINFO* Exception, UINT* BadArgument) const;
 
  private:
-  std::vector<TMethod> List;
+  TMethodTable Methods;
 };
