@@ -77,7 +77,7 @@ class TLoadedLibrary {
 
 // ---- The operations, between their Begin and End lines
 
-void RegisterServerIn(const std::string& FileName) {
+void RegisterServerIn(const std::string& FileName, TRoutine&) {
   constexpr long RegistrationFailed = -2;
   constexpr char Name[] = "DllRegisterServer";
   TLoadedModule Module = RetryLoadLibrary(FileName);
@@ -104,7 +104,7 @@ void UnregisterServerIn(const std::string& FileName, TRoutine& Lines) {
   Lines.EndsWith({Exists});
 }
 
-void RegisterLibraryIn(const std::string& FileName) {
+void RegisterLibraryIn(const std::string& FileName, TRoutine&) {
   const TLoadedLibrary Loaded(FileName);
   std::wstring WideFile = ToWide(FileName), Help = Loaded.HelpFolder();
   CheckSystemCall(RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()));
@@ -124,49 +124,43 @@ void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
   Lines.EndsWith({Exists, Failed});
 }
 
+/// The place of an operation in the table is its code in the transaction log.
+enum TOperation : long { RegisterServer, UnregisterServer, RegisterLibrary, UnregisterLibrary };
+struct TOperationRow {
+  const char* Name;
+  void (*Run)(const std::string& FileName, TRoutine& Lines);
+  TOperation Opposite;
+};
+constexpr TOperationRow Operations[] = {
+    {"RegServer", RegisterServerIn, UnregisterServer},
+    {"UnRegServer", UnregisterServerIn, RegisterServer},
+    {"RegTLB", RegisterLibraryIn, UnregisterLibrary},
+    {"UnRegTLB", UnregisterLibraryIn, RegisterLibrary},
+};
+
 }  // namespace
 
-const char* TUCom::NameOf(TOperation Operation) {
-  static constexpr const char* Names[OperationCount] = {"RegServer", "UnRegServer", "RegTLB", "UnRegTLB"};
-  return Names[Operation];
-}
-
-void TUCom::Run(TOperation Operation, TRoutine& Lines, const std::string& FileName) {
-  switch (Operation) {
-    case RegisterServer:
-      return RegisterServerIn(FileName);
-    case UnregisterServer:
-      return UnregisterServerIn(FileName, Lines);
-    case RegisterLibrary:
-      return RegisterLibraryIn(FileName);
-    default:
-      return UnregisterLibraryIn(FileName, Lines);
-  }
-}
-
 void TUCom::Undo(long Code, const GUID& DataID) {
-  static constexpr TOperation Opposites[OperationCount] = {UnregisterServer, RegisterServer, UnregisterLibrary,
-                                                           RegisterLibrary};
-  if (Code < RegisterServer || Code >= OperationCount) return;
-  const TOperation Opposite = Opposites[Code];
+  if (Code < RegisterServer || Code > UnregisterLibrary) return;
+  const TOperationRow& Opposite = Operations[Operations[Code].Opposite];
   const std::string FileName = Store().LoadFileName(DataID);
-  Routine(NameOf(Opposite), {FileName}, [&](TRoutine& Lines) { Run(Opposite, Lines, FileName); });
+  Routine(Opposite.Name, {FileName}, [&](TRoutine& Lines) { Opposite.Run(FileName, Lines); });
 }
 
-void TUCom::PerformOn(BSTR FileName, TForm Form, TOperation Operation) const {
-  Perform(Form, NameOf(Operation), Operation, {FileName}, [&] {
+void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
+  const TOperationRow& Operation = Operations[Code];
+  Perform(Form, Operation.Name, Code, {FileName}, [&] {
     const std::string File = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
     return TPreparedChange{[=, this] { return Store().SaveString(File); },
-                           [=](TRoutine& Lines) { Run(Operation, Lines, File); }};
+                           [=](TRoutine& Lines) { Operation.Run(File, Lines); }};
   });
 }
 
-HRESULT TUCom::ChangeFile(TForm Form, TOperation Operation, BSTR FileName) {
-  return SafeCall([&] { PerformOn(FileName, Form, Operation); });
+HRESULT TUCom::ChangeFile(TForm Form, long Code, BSTR FileName) {
+  return SafeCall([&] { PerformOn(FileName, Form, Code); });
 }
 
-HRESULT TUCom::ChangeByExtension(const char* Name, TForm Form, TOperation ForLibrary, TOperation ForServer,
-                                 BSTR FileName) {
+HRESULT TUCom::ChangeByExtension(const char* Name, TForm Form, long ForLibrary, long ForServer, BSTR FileName) {
   return Method(Name, {FileName}, [&] {
     // In exactly this case: "x.tlb" is taken as a server, as callers have come to rely on.
     const bool IsLibrary = ExtensionOf(FileNameArgument(FileName)) == ".TLB";

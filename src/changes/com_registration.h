@@ -2,8 +2,6 @@
 
 #include "rollback/logged_change.h"
 
-#include <string>
-
 /// Registers and unregisters COM servers and type libraries, plainly or logged. No registry state is saved: the undoing
 /// of a registration is the matching unregistration by the file itself. Every module and library is let go before a
 /// call returns, whatever it did; a structured exception that leaves a module's function is a failure like any other
@@ -31,13 +29,9 @@ class TUCom final : public TChangeObject<IUCom> {
   STDMETHOD(UnRegLogged)(BSTR FileName) override;
 
  private:
-  /// An operation is known by its code in the transaction log.
-  enum TOperation : long { RegisterServer, UnregisterServer, RegisterLibrary, UnregisterLibrary, OperationCount };
-  static const char* NameOf(TOperation Operation);
-  static void Run(TOperation Operation, TRoutine& Lines, const std::string& FileName);
-
   void Undo(long Code, const GUID& DataID) override;
-  void PerformOn(BSTR FileName, TForm Form, TOperation Operation) const;
-  HRESULT ChangeFile(TForm Form, TOperation Operation, BSTR FileName);
-  HRESULT ChangeByExtension(const char* Name, TForm Form, TOperation ForLibrary, TOperation ForServer, BSTR FileName);
+  /// One of the operations, by its code in the transaction log.
+  void PerformOn(BSTR FileName, TForm Form, long Code) const;
+  HRESULT ChangeFile(TForm Form, long Code, BSTR FileName);
+  HRESULT ChangeByExtension(const char* Name, TForm Form, long ForLibrary, long ForServer, BSTR FileName);
 };

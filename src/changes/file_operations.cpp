@@ -18,18 +18,11 @@ namespace FileCode {
 constexpr long Overwritten = 1, Deleted = 2, Created = 3;
 }
 
-/// What a comparison and its question need to know of one file.
+/// What a comparison by time and its question need to know of one file.
 struct TFileFacts {
-  VS_FIXEDFILEINFO Version{};
-  FILETIME LastWrite{};
-  DWORD Size = 0;
+  FILETIME LastWrite;
+  DWORD Size;
 };
-
-TFileFacts VersionFacts(const std::string& Name) {
-  TFileFacts Facts;
-  Facts.Version = GetFileVersionFixedInfo(Name);
-  return Facts;
-}
 
 FILETIME LastWriteOf(const std::string& Name) {
   TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING);
@@ -38,12 +31,10 @@ FILETIME LastWriteOf(const std::string& Name) {
   return Times.LastWrite;
 }
 
-TFileFacts TimeFacts(const std::string& Name) {
-  TFileFacts Facts;
+TFileFacts FactsOf(const std::string& Name) {
   const DWORD Attributes = RetryGetFileAttributes(Name);
   TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Attributes);
-  Facts.LastWrite = RetryGetFileTime(File).LastWrite;
-  Facts.Size = RetryGetFileSize(File);
+  const TFileFacts Facts{RetryGetFileTime(File).LastWrite, RetryGetFileSize(File)};
   RetryCloseHandle(File);
   return Facts;
 }
@@ -190,16 +181,15 @@ bool TUFile::DecideOverwrite(const std::string& Source, const std::string& Dest,
   if (Rule.Compare == TCopyRule::Never) return false;
 
   if (Rule.Compare == TCopyRule::ByVersion) {
-    TFileFacts New = VersionFacts(Source), Old = VersionFacts(Dest);
+    const VS_FIXEDFILEINFO New = GetFileVersionFixedInfo(Source), Old = GetFileVersionFixedInfo(Dest);
     // Read in every case: a file that somebody holds open shows here, before anything is changed.
-    New.LastWrite = LastWriteOf(Source);
-    Old.LastWrite = LastWriteOf(Dest);
-    if (ProductVersion(New.Version) > ProductVersion(Old.Version)) return true;
-    return Rule.AsksOtherwise && Ask(FormatMessageText(MsgOverwriteByVersion, Dest, FormatFileVersion(Old.Version),
-                                                       DateTimeText(Old.LastWrite), Source,
-                                                       FormatFileVersion(New.Version), DateTimeText(New.LastWrite)));
+    const FILETIME NewTime = LastWriteOf(Source), OldTime = LastWriteOf(Dest);
+    if (ProductVersion(New) > ProductVersion(Old)) return true;
+    return Rule.AsksOtherwise &&
+           Ask(FormatMessageText(MsgOverwriteByVersion, Dest, FormatFileVersion(Old), DateTimeText(OldTime), Source,
+                                 FormatFileVersion(New), DateTimeText(NewTime)));
   }
-  const TFileFacts New = TimeFacts(Source), Old = TimeFacts(Dest);
+  const TFileFacts New = FactsOf(Source), Old = FactsOf(Dest);
   if (static_cast<int64_t>(TicksOf(New.LastWrite)) > static_cast<int64_t>(TicksOf(Old.LastWrite))) return true;
   return Rule.AsksOtherwise &&
          Ask(FormatMessageText(MsgOverwriteBySize, Dest, std::to_string(Old.Size), DateTimeText(Old.LastWrite), Source,

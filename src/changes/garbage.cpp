@@ -3,7 +3,6 @@
 #include "base/data_folders.h"
 #include "base/failure.h"
 #include "base/file_content.h"
-#include "base/guid.h"
 #include "base/named_lock.h"
 #include "base/registry_roots.h"
 #include "changes/folder_tree.h"
@@ -18,12 +17,12 @@
 
 namespace {
 
-constexpr char FilesList[] = "\\Files.grb", FoldersList[] = "\\Dirs.grb", KeysList[] = "\\RKeys.grb",
-               ValuesList[] = "\\RKeyVals.grb";
+constexpr char FilesList[] = "Files.grb", FoldersList[] = "Dirs.grb", KeysList[] = "RKeys.grb",
+               ValuesList[] = "RKeyVals.grb";
 
 TNamedLock ListLock;
 
-std::string ListPath(const char* ListName) { return GetServiceDir() + "\\Garbage" + ListName; }
+std::string ListPath(const char* ListName) { return GetServiceDir() + "\\Garbage\\" + ListName; }
 
 void RequireLine(const std::string& Name) {
   if (Name.empty() || Name.find_first_of("\r\n") != std::string::npos) Refuse(MsgBadGarbageLine);
@@ -181,6 +180,4 @@ HRESULT TUGarbage::Garbage() {
   });
 }
 
-static void StartGarbage() { ListLock.Create(GuidText(CLSID_UGarbage)); }
-static void StopGarbage() { ListLock.Close(); }
-COCLASS(UGarbage, TUGarbage, StartGarbage, StopGarbage);
+COCLASS(UGarbage, TUGarbage, &ListLock);

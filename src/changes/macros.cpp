@@ -75,9 +75,8 @@ HRESULT TUMacro::MacroExists(BSTR Name, VARIANT_BOOL* Exists) {
   });
 }
 
-static void StartMacros() { Macros.Start(CLSID_UMacro); }
-static void StopMacros() {
-  Macros.Stop();
+static void ForgetMacros() {
+  Macros.Forget();
   Temporary.Assign({});
 }
-COCLASS(UMacro, TUMacro, StartMacros, StopMacros);
+COCLASS(UMacro, TUMacro, &Macros.Lock, nullptr, ForgetMacros);

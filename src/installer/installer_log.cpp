@@ -148,9 +148,8 @@ void TUInno::DeleteDuplicatesInLists(const TUninstallLog& Uninstall) const {
   });
 }
 
-static void StartInstallerLog() { InstallerLists.Start(CLSID_UInno); }
-static void StopInstallerLog() {
-  InstallerLists.Stop();
+static void ForgetLists() {
+  InstallerLists.Forget();
   Files.Unsaved = Servers.Unsaved = false;
 }
-COCLASS(UInno, TUInno, StartInstallerLog, StopInstallerLog);
+COCLASS(UInno, TUInno, &InstallerLists.Lock, nullptr, ForgetLists);

@@ -12,9 +12,8 @@
 /// The retry layer's one loop. A wrapper names itself, its system call, its success test and its message:
 ///
 ///   void RetryDeleteDirectory(const std::string& Folder) {
-///     TRetryCall Call(Standard, "RetryDeleteDirectory", Folder);
-///     Call.Until([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
-///     Call.End();
+///     TRetryCall(Standard, "RetryDeleteDirectory", Folder)
+///         .Run([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
 ///   }
 ///
 /// When an attempt fails, the user sees the message, an empty line and the system's reason, with Retry and Cancel.
@@ -69,6 +68,13 @@ class TRetryCall {
   void Until(TAttempt Attempt, TMessage Message, const TArgs&... Args) {
     for (TOutcome Last = Attempt(); !Last.Ok; Last = Attempt())
       if (!RepeatsSilently()) AskOrFail(Last, FormatMessageText(Message, Args...));
+  }
+
+  /// The same, and then the End line without a result: all of most wrappers.
+  template <class TAttempt, class... TArgs>
+  void Run(TAttempt Attempt, TMessage Message, const TArgs&... Args) {
+    Until(Attempt, Message, Args...);
+    End();
   }
 
   /// Writes the End line: the wrapper's name and its result.

@@ -15,9 +15,8 @@ DWORD RetryGetFileAttributes(const std::string& FileName) {
 }
 
 void RetrySetFileAttributes(const std::string& FileName, DWORD Attr) {
-  TRetryCall Call(Standard, "RetrySetFileAttributes", FileName, Attr);
-  Call.Until([&] { return ByLastError(SetFileAttributesA(FileName.c_str(), Attr)); }, MsgCannotSetAttributes, FileName);
-  Call.End();
+  TRetryCall(Standard, "RetrySetFileAttributes", FileName, Attr)
+      .Run([&] { return ByLastError(SetFileAttributesA(FileName.c_str(), Attr)); }, MsgCannotSetAttributes, FileName);
 }
 
 TFileTimes RetryGetFileTime(const TOpenFile& File) {
@@ -30,25 +29,24 @@ TFileTimes RetryGetFileTime(const TOpenFile& File) {
 }
 
 void RetrySetFileTime(const TOpenFile& File, const TFileTimes& Times) {
-  TRetryCall Call(Standard, "RetrySetFileTime", File.Name, DateTimeText(Times.Creation), DateTimeText(Times.LastAccess),
-                  DateTimeText(Times.LastWrite));
-  Call.Until([&] { return ByLastError(SetFileTime(File.Get(), &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
-             MsgCannotSetTimes, File.Name);
-  Call.End();
+  TRetryCall(Standard, "RetrySetFileTime", File.Name, DateTimeText(Times.Creation), DateTimeText(Times.LastAccess),
+             DateTimeText(Times.LastWrite))
+      .Run([&] { return ByLastError(SetFileTime(File.Get(), &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
+           MsgCannotSetTimes, File.Name);
 }
 
 void RetryCreateDirectory(const std::string& Folder) {
-  TRetryCall Call(Standard, "RetryCreateDirectory", Folder);
-  Call.Until(
-      [&] { return ByLastError(CreateDirectoryA(Folder.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS); },
-      MsgCannotCreateFolder, Folder);
-  Call.End();
+  TRetryCall(Standard, "RetryCreateDirectory", Folder)
+      .Run(
+          [&] {
+            return ByLastError(CreateDirectoryA(Folder.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS);
+          },
+          MsgCannotCreateFolder, Folder);
 }
 
 void RetryDeleteDirectory(const std::string& Folder) {
-  TRetryCall Call(Standard, "RetryDeleteDirectory", Folder);
-  Call.Until([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
-  Call.End();
+  TRetryCall(Standard, "RetryDeleteDirectory", Folder)
+      .Run([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
 }
 
 void RetryForceDirectories(const std::string& Folder) {
@@ -65,8 +63,7 @@ void RetryForceDirectories(const std::string& Folder) {
 
 TSearch RetryFindFirstFile(const std::string& Mask, WIN32_FIND_DATAA& FindData, bool& NotFound) {
   TSearch Search{Mask};
-  TRetryCall Call(QuietCall);
-  Call.Until(
+  TRetryCall(QuietCall).Until(
       [&] {
         Search.Handle.Reset(FindFirstFileA(Mask.c_str(), &FindData));
         const DWORD Code = Search ? ERROR_SUCCESS : GetLastError();
@@ -78,8 +75,7 @@ TSearch RetryFindFirstFile(const std::string& Mask, WIN32_FIND_DATAA& FindData, 
 }
 
 void RetryFindNextFile(const TSearch& Search, WIN32_FIND_DATAA& FindData, bool& NoMoreFiles) {
-  TRetryCall Call(QuietCall);
-  Call.Until(
+  TRetryCall(QuietCall).Until(
       [&] {
         const bool Found = FindNextFileA(Search.Get(), &FindData) != FALSE;
         NoMoreFiles = !Found && GetLastError() == ERROR_NO_MORE_FILES;
@@ -90,8 +86,7 @@ void RetryFindNextFile(const TSearch& Search, WIN32_FIND_DATAA& FindData, bool& 
 
 void RetryFindClose(TSearch& Search) {
   const HANDLE Open = Search.Handle.Detach();
-  TRetryCall Call(QuietCall);
-  Call.Until([&] { return ByLastError(FindClose(Open)); }, MsgCannotFinishSearch, Search.Name);
+  TRetryCall(QuietCall).Until([&] { return ByLastError(FindClose(Open)); }, MsgCannotFinishSearch, Search.Name);
 }
 
 TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition, DWORD Flags) {
@@ -99,38 +94,35 @@ TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share
   const TMessage Message = Disposition == CREATE_NEW      ? MsgCannotCreate
                            : Disposition == OPEN_EXISTING ? MsgCannotOpen
                                                           : MsgCannotOpenOrCreate;
-  TRetryCall Call(Patient, "RetryCreateFile", FileName, Access, Share, Disposition, Flags);
-  Call.Until(
-      [&] {
-        File.Handle.Reset(CreateFileA(FileName.c_str(), Access, Share, nullptr, Disposition, Flags, nullptr));
-        return ByLastError(static_cast<bool>(File));
-      },
-      Message, FileName);
-  Call.End();
+  TRetryCall(Patient, "RetryCreateFile", FileName, Access, Share, Disposition, Flags)
+      .Run(
+          [&] {
+            File.Handle.Reset(CreateFileA(FileName.c_str(), Access, Share, nullptr, Disposition, Flags, nullptr));
+            return ByLastError(static_cast<bool>(File));
+          },
+          Message, FileName);
   return File;
 }
 
-DWORD RetryReadFile(const TOpenFile& File, void* Buffer, bool Log, DWORD ToRead) {
+DWORD RetryReadFile(const TOpenFile& File, void* Buffer, bool Lines, DWORD ToRead) {
   DWORD BytesRead = 0;
-  TRetryCall Call(Log ? Standard : QuietCall, "RetryReadFile", File.Name, ToRead);
-  Call.Until([&] { return ByLastError(ReadFile(File.Get(), Buffer, ToRead, &BytesRead, nullptr)); }, MsgCannotRead,
-             File.Name);
-  Call.End();
+  TRetryCall(Lines ? Standard : QuietCall, "RetryReadFile", File.Name, ToRead)
+      .Run([&] { return ByLastError(ReadFile(File.Get(), Buffer, ToRead, &BytesRead, nullptr)); }, MsgCannotRead,
+           File.Name);
   return BytesRead;
 }
 
-DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Log, DWORD ToWrite) {
+DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Lines, DWORD ToWrite) {
   DWORD BytesWritten = 0;
-  TRetryCall Call(Log ? QuietCall : Unnumbered);
-  Call.Until([&] { return ByLastError(WriteFile(File.Get(), Buffer, ToWrite, &BytesWritten, nullptr)); },
+  TRetryCall(Lines ? QuietCall : Unnumbered)
+      .Until([&] { return ByLastError(WriteFile(File.Get(), Buffer, ToWrite, &BytesWritten, nullptr)); },
              MsgCannotWrite, File.Name);
   return BytesWritten;
 }
 
 void RetryCloseHandle(TOpenFile& File) {
   const HANDLE Open = File.Handle.Detach();
-  TRetryCall Call(QuietCall);
-  Call.Until([&] { return ByLastError(CloseHandle(Open)); }, MsgCannotClose, File.Name);
+  TRetryCall(QuietCall).Until([&] { return ByLastError(CloseHandle(Open)); }, MsgCannotClose, File.Name);
 }
 
 DWORD RetryGetFileSize(const TOpenFile& File) {
@@ -156,11 +148,12 @@ void RetryReadAndAppendFile(const TOpenFile& Source, const TOpenFile& Dest) {
 }
 
 void RetrySetFilePointer(const TOpenFile& File, LONG Distance, DWORD Method) {
-  TRetryCall Call(Standard, "RetrySetFilePointer", File.Name, Distance, Method);
-  Call.Until(
-      [&] { return ByLastError(SetFilePointer(File.Get(), Distance, nullptr, Method) != INVALID_SET_FILE_POINTER); },
-      MsgCannotSetPointer, File.Name);
-  Call.End();
+  TRetryCall(Standard, "RetrySetFilePointer", File.Name, Distance, Method)
+      .Run(
+          [&] {
+            return ByLastError(SetFilePointer(File.Get(), Distance, nullptr, Method) != INVALID_SET_FILE_POINTER);
+          },
+          MsgCannotSetPointer, File.Name);
 }
 
 void RetryDeleteFile(const std::string& FileName) {
@@ -185,15 +178,13 @@ void RetryDeleteFile(const std::string& FileName) {
 }
 
 void RetryMoveFile(const std::string& OldName, const std::string& NewName) {
-  TRetryCall Call(Patient, "RetryMoveFile", OldName, NewName);
-  Call.Until([&] { return ByLastError(MoveFileA(OldName.c_str(), NewName.c_str())); }, MsgCannotMove, OldName, NewName);
-  Call.End();
+  TRetryCall(Patient, "RetryMoveFile", OldName, NewName)
+      .Run([&] { return ByLastError(MoveFileA(OldName.c_str(), NewName.c_str())); }, MsgCannotMove, OldName, NewName);
 }
 
 void RetrySetEndOfFile(const TOpenFile& File) {
-  TRetryCall Call(Standard, "RetrySetEndOfFile", File.Name);
-  Call.Until([&] { return ByLastError(SetEndOfFile(File.Get())); }, MsgCannotTruncate, File.Name);
-  Call.End();
+  TRetryCall(Standard, "RetrySetEndOfFile", File.Name)
+      .Run([&] { return ByLastError(SetEndOfFile(File.Get())); }, MsgCannotTruncate, File.Name);
 }
 
 bool FileExistsByFind(const std::string& FileName) {

@@ -38,10 +38,10 @@ void RetryFindClose(TSearch& Search);
 /// Patient. The message depends on the disposition: create, open, or either.
 TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition,
                           DWORD Flags = FILE_ATTRIBUTE_NORMAL);
-/// Gives the number of bytes read. Writes its lines only when `Log` is set.
-DWORD RetryReadFile(const TOpenFile& File, void* Buffer, bool Log, DWORD ToRead);
-/// Gives the number of bytes written. Never writes lines; `Log` only decides whether a call id is taken.
-DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Log, DWORD ToWrite);
+/// Gives the number of bytes read. Writes its lines only when `Lines` is set.
+DWORD RetryReadFile(const TOpenFile& File, void* Buffer, bool Lines, DWORD ToRead);
+/// Gives the number of bytes written. Never writes lines; `Lines` only decides whether a call id is taken.
+DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Lines, DWORD ToWrite);
 /// Leaves the file empty, also when the user gives up.
 void RetryCloseHandle(TOpenFile& File);
 /// The low 32 bits of the size.

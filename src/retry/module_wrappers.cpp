@@ -23,14 +23,13 @@ HRESULT LoadTypeLibGuarded(const std::string& FileName, ITypeLib** Library) {
 
 TLoadedModule RetryLoadLibrary(const std::string& FileName) {
   TLoadedModule Module{FileName};
-  TRetryCall Call(Standard, "RetryLoadLibrary", FileName);
-  Call.Until(
-      [&] {
-        Module.Handle.Reset(LoadLibraryA(FileName.c_str()));
-        return ByLastError(static_cast<bool>(Module));
-      },
-      MsgCannotLoadLibrary, FileName);
-  Call.End();
+  TRetryCall(Standard, "RetryLoadLibrary", FileName)
+      .Run(
+          [&] {
+            Module.Handle.Reset(LoadLibraryA(FileName.c_str()));
+            return ByLastError(static_cast<bool>(Module));
+          },
+          MsgCannotLoadLibrary, FileName);
   return Module;
 }
 
@@ -44,40 +43,35 @@ void RetryFreeLibrary(TLoadedModule& Module) {
 
 FARPROC RetryGetProcAddress(const std::string& FileName, HMODULE Module, const std::string& ProcName) {
   FARPROC Proc = nullptr;
-  TRetryCall Call(Standard, "RetryGetProcAddress", FileName, ProcName);
-  Call.Until([&] { return ByLastError((Proc = GetProcAddress(Module, ProcName.c_str())) != nullptr); },
-             MsgCannotGetProcAddress, ProcName, FileName);
-  Call.End();
+  TRetryCall(Standard, "RetryGetProcAddress", FileName, ProcName)
+      .Run([&] { return ByLastError((Proc = GetProcAddress(Module, ProcName.c_str())) != nullptr); },
+           MsgCannotGetProcAddress, ProcName, FileName);
   return Proc;
 }
 
 HMODULE RetryGetModuleHandle(const std::string& FileName) {
   HMODULE Module = nullptr;
-  TRetryCall Call(Standard, "RetryGetModuleHandle", FileName);
-  Call.Until([&] { return ByLastError((Module = GetModuleHandleA(FileName.c_str())) != nullptr); },
-             MsgCannotGetModuleHandle, FileName);
-  Call.End();
+  TRetryCall(Standard, "RetryGetModuleHandle", FileName)
+      .Run([&] { return ByLastError((Module = GetModuleHandleA(FileName.c_str())) != nullptr); },
+           MsgCannotGetModuleHandle, FileName);
   return Module;
 }
 
 TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName) {
   TComRef<ITypeLib> Library;
-  TRetryCall Call(Standard, "RetryLoadTypeLib", FileName);
-  Call.Until([&] { return ByHResult(LoadTypeLibGuarded(FileName, Library.Out())); }, MsgCannotLoadTypeLibrary,
-             FileName);
-  Call.End();
+  TRetryCall(Standard, "RetryLoadTypeLib", FileName)
+      .Run([&] { return ByHResult(LoadTypeLibGuarded(FileName, Library.Out())); }, MsgCannotLoadTypeLibrary, FileName);
   return Library;
 }
 
 TTaskMemory RetryCoTaskMemAlloc(DWORD Size) {
   TTaskMemory Memory;
-  TRetryCall Call(Standard, "RetryCoTaskMemAlloc", Size);
-  Call.Until(
-      [&] {
-        Memory.Reset(CoTaskMemAlloc(Size));
-        return ByMemory(Memory.Get());
-      },
-      MsgOutOfMemory);
-  Call.End();
+  TRetryCall(Standard, "RetryCoTaskMemAlloc", Size)
+      .Run(
+          [&] {
+            Memory.Reset(CoTaskMemAlloc(Size));
+            return ByMemory(Memory.Get());
+          },
+          MsgOutOfMemory);
   return Memory;
 }

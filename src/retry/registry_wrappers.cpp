@@ -58,67 +58,62 @@ bool RetryRegKeyValueExists(const TValuePlace& Place) {
 
 TOpenKey RetryRegCreateKeyEx(const TKeyPlace& Place, DWORD Access) {
   TOpenKey Key{Place.Text()};
-  TRetryCall Call(Standard, "RetryRegCreateKeyEx", Place.Root, Place.Name, Access);
-  Call.Until(
-      [&] {
-        return ByStatus(RegCreateKeyExA(Place.RootHandle(), Place.Name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                        Access, nullptr, Key.Handle.Out(), nullptr));
-      },
-      MsgCannotCreateKey, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryRegCreateKeyEx", Place.Root, Place.Name, Access)
+      .Run(
+          [&] {
+            return ByStatus(RegCreateKeyExA(Place.RootHandle(), Place.Name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                            Access, nullptr, Key.Handle.Out(), nullptr));
+          },
+          MsgCannotCreateKey, Key.Name);
   return Key;
 }
 
 TOpenKey RetryRegOpenKeyEx(const TKeyPlace& Place, DWORD Access) {
   TOpenKey Key{Place.Text()};
-  TRetryCall Call(Standard, "RetryRegOpenKeyEx", Place.Root, Place.Name, Access);
-  Call.Until([&] { return ByStatus(Open(Place, Access, Key.Handle)); }, MsgCannotOpenKey, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryRegOpenKeyEx", Place.Root, Place.Name, Access)
+      .Run([&] { return ByStatus(Open(Place, Access, Key.Handle)); }, MsgCannotOpenKey, Key.Name);
   return Key;
 }
 
 TKeyInfo RetryGetKeyInfo(const TOpenKey& Key) {
   TKeyInfo Info;
-  TRetryCall Call(Standard, "RetryGetKeyInfo", Key.Name, NumberOf(Key.Get()));
-  Call.Until(
-      [&] {
-        return ByStatus(RegQueryInfoKeyA(Key.Get(), nullptr, nullptr, nullptr, &Info.SubkeyCount,
-                                         &Info.LongestSubkeyName, nullptr, &Info.ValueCount, &Info.LongestValueName,
-                                         &Info.LongestValueData, nullptr, &Info.LastWrite));
-      },
-      MsgCannotGetKeyInfo, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryGetKeyInfo", Key.Name, NumberOf(Key.Get()))
+      .Run(
+          [&] {
+            return ByStatus(RegQueryInfoKeyA(Key.Get(), nullptr, nullptr, nullptr, &Info.SubkeyCount,
+                                             &Info.LongestSubkeyName, nullptr, &Info.ValueCount, &Info.LongestValueName,
+                                             &Info.LongestValueData, nullptr, &Info.LastWrite));
+          },
+          MsgCannotGetKeyInfo, Key.Name);
   return Info;
 }
 
 void RetryGetDataSizeAndType(const TOpenKey& Key, const std::string& ValueName, DWORD& Type, DWORD& Size) {
-  TRetryCall Call(Standard, "RetryGetDataSizeAndType", Key.Name, NumberOf(Key.Get()), ValueName);
-  Call.Until([&] { return ByStatus(RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, nullptr, &Size)); },
-             MsgCannotGetValueInfo, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryGetDataSizeAndType", Key.Name, NumberOf(Key.Get()), ValueName)
+      .Run([&] { return ByStatus(RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, nullptr, &Size)); },
+           MsgCannotGetValueInfo, Key.Name);
 }
 
 void RetryGetData(const TOpenKey& Key, const std::string& ValueName, void* Buffer, DWORD& Size, DWORD& Type) {
   const DWORD Room = Size;
-  TRetryCall Call(Standard, "RetryGetData", Key.Name, NumberOf(Key.Get()), ValueName, Size);
-  Call.Until(
-      [&] {
-        Size = Room;  // a failed attempt may have changed it
-        return ByStatus(
-            RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, static_cast<BYTE*>(Buffer), &Size));
-      },
-      MsgCannotGetValues, ValueName, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryGetData", Key.Name, NumberOf(Key.Get()), ValueName, Size)
+      .Run(
+          [&] {
+            Size = Room;  // a failed attempt may have changed it
+            return ByStatus(
+                RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, static_cast<BYTE*>(Buffer), &Size));
+          },
+          MsgCannotGetValues, ValueName, Key.Name);
 }
 
 void RetryRegSetValueEx(const TOpenKey& Key, const std::string& ValueName, const void* Data, DWORD Size, DWORD Type) {
-  TRetryCall Call(Standard, "RetryRegSetValueEx", Key.Name, NumberOf(Key.Get()), ValueName, Size, Type);
-  Call.Until(
-      [&] {
-        return ByStatus(RegSetValueExA(Key.Get(), ValueName.c_str(), 0, Type, static_cast<const BYTE*>(Data), Size));
-      },
-      MsgCannotDetectValues, ValueName, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryRegSetValueEx", Key.Name, NumberOf(Key.Get()), ValueName, Size, Type)
+      .Run(
+          [&] {
+            return ByStatus(
+                RegSetValueExA(Key.Get(), ValueName.c_str(), 0, Type, static_cast<const BYTE*>(Data), Size));
+          },
+          MsgCannotDetectValues, ValueName, Key.Name);
 }
 
 std::string RetryRegEnumValue(const TOpenKey& Key, DWORD Index, DWORD Longest) {
@@ -133,9 +128,8 @@ std::string RetryRegEnumKeyEx(const TOpenKey& Key, DWORD Index, DWORD Longest) {
 
 void RetryRegCloseKey(TOpenKey& Key) {
   const HKEY Open = Key.Handle.Detach();
-  TRetryCall Call(Standard, "RetryRegCloseKey", Key.Name, NumberOf(Open));
-  Call.Until([&] { return ByStatus(RegCloseKey(Open)); }, MsgCannotCloseKey, Key.Name);
-  Call.End();
+  TRetryCall(Standard, "RetryRegCloseKey", Key.Name, NumberOf(Open))
+      .Run([&] { return ByStatus(RegCloseKey(Open)); }, MsgCannotCloseKey, Key.Name);
 }
 
 void RetryRegDeleteValue(const TValuePlace& Place) {

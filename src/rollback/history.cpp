@@ -83,6 +83,4 @@ HRESULT TUHistory::ClearAll(GUID GroupID) {
   });
 }
 
-static void StartHistory() { HistoryLock.Create(GuidText(CLSID_UHistory)); }
-static void StopHistory() { HistoryLock.Close(); }
-COCLASS(UHistory, TUHistory, StartHistory, StopHistory);
+COCLASS(UHistory, TUHistory, &HistoryLock);

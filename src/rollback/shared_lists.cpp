@@ -1,18 +1,11 @@
 #include "rollback/shared_lists.h"
 
-#include "base/guid.h"
-
 #include <optional>
 #include <string>
 
-void TSharedLists::Start(const CLSID& ClassId) {
-  Loaded = false;
-  Lock.Create(GuidText(ClassId));
-}
-
-void TSharedLists::Stop() {
-  Lock.Close();
+void TSharedLists::Forget() {
   for (TSavedList* List : Lists) List->Assign({});
+  Loaded = false;
 }
 
 void TSharedLists::LoadOnce(const TBackupClient& Store, IUHistory& History) {

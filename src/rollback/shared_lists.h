@@ -14,9 +14,10 @@ class TSharedLists {
   /// The lists outlive this object.
   TSharedLists(std::initializer_list<TSavedList*> Lists) : Lists(Lists) {}
 
-  /// The class's unit starts and stops: the lists begin and end empty.
-  void Start(const CLSID& ClassId);
-  void Stop();
+  TNamedLock Lock;
+
+  /// The class's unit stops: the lists are empty again.
+  void Forget();
 
   /// Runs `Body` with the lock held and the lists loaded, which happens once per process; when it fails, the next call
   /// does it. It comes before anything is saved: a list that was not read must not be written over.
@@ -33,7 +34,6 @@ class TSharedLists {
 
   const std::vector<TSavedList*> Lists;
   bool Loaded = false;
-  TNamedLock Lock;
 };
 
 /// A class whose objects share such lists. The first object of a process loads them.

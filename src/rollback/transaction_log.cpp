@@ -74,6 +74,4 @@ bool TUTransactionLog::RollbackLast(const TRecordFileChange& Change, bool OnlyTo
   return !Empty;
 }
 
-static void StartTransactionLog() { TransactionLogLock.Create(GuidText(CLSID_UTransactionLog)); }
-static void StopTransactionLog() { TransactionLogLock.Close(); }
-COCLASS(UTransactionLog, TUTransactionLog, StartTransactionLog, StopTransactionLog);
+COCLASS(UTransactionLog, TUTransactionLog, &TransactionLogLock);

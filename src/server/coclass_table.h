@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/named_lock.h"
 #include "base/windows_api.h"
 
 #include <span>
@@ -15,7 +16,10 @@ struct TCoClass {
   const IID& EventsIid;
   /// Makes an object with one reference, not yet initialized.
   TAutoObjectBase* (*Create)(TVersionedAutoObjectFactory& Factory);
-  /// What the class's unit does beside its factory when the module starts and stops; null when it does nothing.
+  /// The lock of what all processes share of the class, named by its ClassId from the module's start to its stop; null
+  /// when there is nothing.
+  TNamedLock* Lock = nullptr;
+  /// What else the class's unit does when the module starts and stops; null when it does nothing.
   void (*StartUnit)() = nullptr;
   void (*StopUnit)() = nullptr;
 };
@@ -27,7 +31,7 @@ std::span<const TCoClass* const> CoClasses();
 /// The row of the class that implements an interface, which is one of the twelve's.
 const TCoClass& ClassOf(const IID& InterfaceId);
 
-/// Defines the row of a coclass: its name, the class that implements it, and what its unit does at start and stop.
+/// Defines the row of a coclass: its name, the class that implements it, and its unit's lock, start and stop.
 #define COCLASS(Name, TClass, ...)                                                                  \
   extern const TCoClass CoClass##Name;                                                              \
   const TCoClass CoClass##Name = {                                                                  \

@@ -88,7 +88,7 @@ ITypeLib& TComServer::TypeLibrary() {
   return *Library;
 }
 
-TComServer::TLibraryAttributes TComServer::LibraryAttributes() {
+TLIBATTR TComServer::LibraryAttributes() {
   TLIBATTR* Attributes = nullptr;
   CheckCall(TypeLibrary().GetLibAttr(&Attributes));
   const TLIBATTR Result = *Attributes;

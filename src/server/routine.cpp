@@ -18,8 +18,8 @@ TRoutine::TRoutine(TLineSource Source, const char* Name, std::initializer_list<T
 void TRoutine::EndsWith(std::initializer_list<TLogWord> Words) { EndText = LogText(Name, Words); }
 
 void TRoutine::Line(const std::wstring& Action, const std::wstring& Text) {
-  if (Source.Log)
-    PutLine(*Source.Log, Id, ToWide(Source.Name), Action, Text);
+  if (Source.DebugLog)
+    PutLine(*Source.DebugLog, Id, ToWide(Source.Name), Action, Text);
   else
     DebugLogPut(Id, ToWide(Source.Name), Action, Text);
 }

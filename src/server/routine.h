@@ -14,7 +14,7 @@ long NextCallId();
 /// Whose lines they are: the debug log that they go to (null: a fresh look-up for every line, as the retry layer does)
 /// and the Name field.
 struct TLineSource {
-  IUDebugLog* Log;
+  IUDebugLog* DebugLog;
   const char* Name;
 };
 

@@ -6,7 +6,7 @@
 #include <string>
 
 /// The debug log and the dialogs for whoever has no object of theirs: every line and every box finds the object that is
-/// active at that moment.
+/// active at that moment, and holds it no longer than the call.
 
 /// Writes one debug-log line.
 void DebugLogPut(long Id, const std::wstring& Name, const std::wstring& Action, const std::wstring& Text);
@@ -15,8 +15,6 @@ void DebugLogPut(long Id, const std::wstring& Name, const std::wstring& Action, 
 long DialogShowMsgBox(const std::string& Text, TMessage Caption, long MsgType);
 
 /// The same calls on an object that the caller has.
-void PutLine(IUDebugLog& Log, long Id, const std::wstring& Name, const std::wstring& Action, const std::wstring& Text);
+void PutLine(IUDebugLog& DebugLog, long Id, const std::wstring& Name, const std::wstring& Action,
+             const std::wstring& Text);
 long ShowMsgBox(IUDialog& Dialog, const std::string& Text, TMessage Caption, long MsgType);
-
-/// Lets go of the objects in use (the module stops).
-void ForgetServices();

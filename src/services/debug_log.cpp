@@ -2,7 +2,6 @@
 
 #include "base/data_folders.h"
 #include "base/failure.h"
-#include "base/guid.h"
 #include "base/handles.h"
 #include "base/named_lock.h"
 #include "base/system_error.h"
@@ -82,12 +81,9 @@ HRESULT TUDebugLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   });
 }
 
-static void StartDebugLog() { LogLock.Create(GuidText(CLSID_UDebugLog)); }
-
-static void StopDebugLog() {
-  LogLock.Close();
+static void CloseDebugLog() {
   LogFile.Reset();
   LogFileName.clear();
 }
 
-COCLASS(UDebugLog, TUDebugLog, StartDebugLog, StopDebugLog);
+COCLASS(UDebugLog, TUDebugLog, &LogLock, nullptr, CloseDebugLog);

@@ -47,4 +47,4 @@ HRESULT TUDialog::ShowCustomMsgBox(BSTR Text, BSTR Caption, long IcoType, BSTR B
   });
 }
 
-COCLASS(UDialog, TUDialog, RegisterBoxClass, UnregisterBoxClass);
+COCLASS(UDialog, TUDialog, nullptr, RegisterBoxClass, UnregisterBoxClass);
