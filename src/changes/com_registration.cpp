@@ -17,15 +17,14 @@ namespace {
 
 /// Runs a step whose failures end nothing; "Exception" lines tell them under the routine's own id.
 template <class TStep>
-bool Swallowing(TRoutine& Lines, const std::string& Routine, TStep Step) {
-  const std::wstring Action = LoadWideMessage(MsgException);
+bool Swallowing(TRoutine& Lines, TStep Step) {
   try {
     Step();
     return true;
   } catch (const EFailure& Failure) {
-    Lines.Line(Action, LogText(Routine, {"OLE", Failure.Message, Failure.Result}));
+    Lines.Exception({"OLE", Failure.Message, Failure.Result});
   } catch (const std::exception& Other) {
-    Lines.Line(Action, LogText(Routine, {Other.what()}));
+    Lines.Exception({Other.what()});
   }
   return false;
 }
@@ -98,7 +97,7 @@ void UnregisterServerIn(const std::string& FileName, TRoutine& Lines) {
   if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(FileName); })) {
     FARPROC Unregister = nullptr;
     if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(FileName, Module.Get(), Name); }))
-      Swallowing(Lines, "UnRegServer", [&] { CallServerFunction(Unregister, Name); });
+      Swallowing(Lines, [&] { CallServerFunction(Unregister, Name); });
     SwallowingQuietly([&] { RetryFreeLibrary(Module); });
   }
   Lines.EndsWith({Exists});
@@ -115,10 +114,9 @@ void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
   const bool Exists = FileExistsByFind(FileName);
   bool Failed = false;
   std::optional<TLoadedLibrary> Loaded;
-  if (Exists && Swallowing(Lines, "UnRegTLB", [&] { Loaded.emplace(FileName); })) {
+  if (Exists && Swallowing(Lines, [&] { Loaded.emplace(FileName); })) {
     const FARPROC Unregister = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), UnregisterTypeLibName);
-    Failed = !Swallowing(Lines, "UnRegTLB",
-                         [&] { CheckSystemCall(CallUnregisterTypeLib(Unregister, *Loaded->Attributes)); });
+    Failed = !Swallowing(Lines, [&] { CheckSystemCall(CallUnregisterTypeLib(Unregister, *Loaded->Attributes)); });
   }
   Loaded.reset();
   Lines.EndsWith({Exists, Failed});

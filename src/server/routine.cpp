@@ -17,6 +17,10 @@ TRoutine::TRoutine(TLineSource Source, const char* Name, std::initializer_list<T
 
 void TRoutine::EndsWith(std::initializer_list<TLogWord> Words) { EndText = LogText(Name, Words); }
 
+void TRoutine::Exception(std::initializer_list<TLogWord> Words) {
+  Line(LoadWideMessage(MsgException), LogText(Name, Words));
+}
+
 void TRoutine::Line(const std::wstring& Action, const std::wstring& Text) {
   if (Source.DebugLog)
     PutLine(*Source.DebugLog, Id, ToWide(Source.Name), Action, Text);

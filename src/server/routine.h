@@ -29,6 +29,8 @@ class TRoutine {
   void EndsWith(std::initializer_list<TLogWord> Words);
   /// The routine ends early by design, which leaves no End line.
   void HasNoEnd() { Ends = false; }
+  /// An "Exception" line for what goes wrong without ending the routine: its name, and words behind it.
+  void Exception(std::initializer_list<TLogWord> Words);
   /// A line with an action of the routine's own.
   void Line(const std::wstring& Action, const std::wstring& Text);
   /// Writes the End line. For the frame below.
