@@ -35,7 +35,6 @@ class TFixedFile final : public TCustomFile {
   void Flush() override {}
 
  private:
-  [[noreturn]] void RaiseError(uint32_t) override { throw EBench("the file is too small"); }
   std::string& Bytes;
   size_t At = 0;
 };

@@ -2,6 +2,8 @@
 
 #include "base/windows_api.h"
 
+#include <cstdint>
+#include <string>
 #include <utility>
 
 /// Keeps the thread's last error as it was when the scope began: releasing a resource must not hide why a call failed.
@@ -16,14 +18,12 @@ class TKeepLastError {
   DWORD Saved;
 };
 
-/// Owner of one system handle; TKind says what an empty one looks like and how it is released.
-template <class TKind>
+/// Owner of one system handle: what kind of value it is, what releases it, and the number that an empty one has.
+template <class T, auto Release, intptr_t EmptyNumber = 0>
 class TOwned {
  public:
-  using TValue = typename TKind::TValue;
-
   TOwned() = default;
-  explicit TOwned(TValue Value) : Value(Value) {}
+  explicit TOwned(T Value) : Value(Value) {}
   TOwned(TOwned&& Other) noexcept : Value(Other.Detach()) {}
   TOwned& operator=(TOwned&& Other) noexcept {
     if (this != &Other) Reset(Other.Detach());
@@ -31,75 +31,48 @@ class TOwned {
   }
   ~TOwned() { Reset(); }
 
-  TValue Get() const { return Value; }
-  explicit operator bool() const { return Value != TKind::Empty(); }
+  T Get() const { return Value; }
+  explicit operator bool() const { return Value != Empty(); }
   /// Gives the handle up without releasing it.
-  TValue Detach() { return std::exchange(Value, TKind::Empty()); }
-  void Reset(TValue Next = TKind::Empty()) {
-    const TValue Old = std::exchange(Value, Next);
-    if (Old == TKind::Empty()) return;
+  T Detach() { return std::exchange(Value, Empty()); }
+  void Reset(T Next = Empty()) {
+    const T Old = std::exchange(Value, Next);
+    if (Old == Empty()) return;
     const TKeepLastError Keep;
-    TKind::Release(Old);
+    Release(Old);
   }
   /// For calls that hand a new handle back through a pointer.
-  TValue* Out() {
+  T* Out() {
     Reset();
     return &Value;
   }
 
  private:
-  TValue Value = TKind::Empty();
+  static T Empty() { return reinterpret_cast<T>(EmptyNumber); }
+
+  T Value = Empty();
 };
 
-struct TFileHandleKind {
-  using TValue = HANDLE;
-  static HANDLE Empty() { return INVALID_HANDLE_VALUE; }
-  static void Release(HANDLE Value) { CloseHandle(Value); }
-};
-struct TFindHandleKind {
-  using TValue = HANDLE;
-  static HANDLE Empty() { return INVALID_HANDLE_VALUE; }
-  static void Release(HANDLE Value) { FindClose(Value); }
-};
-struct TKernelHandleKind {
-  using TValue = HANDLE;
-  static HANDLE Empty() { return nullptr; }
-  static void Release(HANDLE Value) { CloseHandle(Value); }
-};
-struct TModuleHandleKind {
-  using TValue = HMODULE;
-  static HMODULE Empty() { return nullptr; }
-  static void Release(HMODULE Value) { FreeLibrary(Value); }
-};
-struct TRegistryKeyKind {
-  using TValue = HKEY;
-  static HKEY Empty() { return nullptr; }
-  static void Release(HKEY Value) { RegCloseKey(Value); }
-};
-struct TTaskMemoryKind {
-  using TValue = void*;
-  static void* Empty() { return nullptr; }
-  static void Release(void* Value) { CoTaskMemFree(Value); }
-};
-struct TFontKind {
-  using TValue = HFONT;
-  static HFONT Empty() { return nullptr; }
-  static void Release(HFONT Value) { DeleteObject(Value); }
-};
-struct TBstrKind {
-  using TValue = BSTR;
-  static BSTR Empty() { return nullptr; }
-  static void Release(BSTR Value) { SysFreeString(Value); }
-};
+constexpr intptr_t InvalidHandle = -1;
+using TFileHandle = TOwned<HANDLE, CloseHandle, InvalidHandle>;
+using TFindHandle = TOwned<HANDLE, FindClose, InvalidHandle>;
+using TKernelHandle = TOwned<HANDLE, CloseHandle>;
+using TModuleHandle = TOwned<HMODULE, FreeLibrary>;
+using TRegistryKey = TOwned<HKEY, RegCloseKey>;
+using TTaskMemory = TOwned<void*, CoTaskMemFree>;
+using TFont = TOwned<HFONT, DeleteObject>;
+using TBstr = TOwned<BSTR, SysFreeString>;
 
-using TFileHandle = TOwned<TFileHandleKind>;
-using TFindHandle = TOwned<TFindHandleKind>;
-using TKernelHandle = TOwned<TKernelHandleKind>;
-using TModuleHandle = TOwned<TModuleHandleKind>;
-using TRegistryKey = TOwned<TRegistryKeyKind>;
-using TTaskMemory = TOwned<TTaskMemoryKind>;
-using TFont = TOwned<TFontKind>;
-using TBstr = TOwned<TBstrKind>;
+/// An open thing together with the name that messages have for it, so that no call takes a pair of which one half
+/// belongs to something else.
+template <class THandle>
+struct TNamed {
+  std::string Name;
+  THandle Handle{};
+
+  auto Get() const { return Handle.Get(); }
+  explicit operator bool() const { return static_cast<bool>(Handle); }
+};
 
 /// Owner of one COM reference.
 template <class T>

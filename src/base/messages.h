@@ -11,11 +11,16 @@ enum TMessage : unsigned {
 #undef MESSAGE
 };
 
-/// The text of a message, from the module's resources, in the ANSI code page.
+/// The text of a message, from the module's resources, in the ANSI code page; and the same in UTF-16.
 std::string LoadMessage(TMessage Message);
+std::wstring LoadWideMessage(TMessage Message);
 
 /// A message with its "%s" and "%x" filled in.
 template <class... TArgs>
 std::string FormatMessageText(TMessage Message, const TArgs&... Args) {
   return FormatText(LoadMessage(Message), {Args...});
+}
+template <class... TArgs>
+std::wstring FormatWideMessage(TMessage Message, const TArgs&... Args) {
+  return FormatText(LoadWideMessage(Message), {Args...});
 }

@@ -26,8 +26,7 @@ TNamedLock::TOwner::~TOwner() {
 }
 
 TNamedLock::THold::THold(TOwner& Owner) : Lock(Owner.Lock) {
-  if (Lock.HolderThread == GetCurrentThreadId())
-    throw EFailure(E_UNEXPECTED, L"This thread is already inside the same lock and would wait for itself for ever.");
+  if (Lock.HolderThread == GetCurrentThreadId()) throw EFailure(E_UNEXPECTED, LoadWideMessage(MsgLockHeldByThread));
   WaitForSingleObject(Lock.Semaphore.Get(), INFINITE);
   Lock.HolderThread = GetCurrentThreadId();
 }

@@ -6,11 +6,12 @@
 
 /// Numbers as files hold them: little-endian, without padding, at any address.
 
-template <class TNumber>
-constexpr TNumber NumberAt(const uint8_t* Bytes) {
+template <class TNumber, class TByte>
+constexpr TNumber NumberAt(const TByte* Bytes) {
+  static_assert(sizeof(TByte) == 1);
   TNumber Number = 0;
   for (size_t At = 0; At < sizeof Number; ++At)
-    Number = static_cast<TNumber>(Number | static_cast<TNumber>(Bytes[At]) << 8 * At);
+    Number = static_cast<TNumber>(Number | static_cast<TNumber>(static_cast<uint8_t>(Bytes[At])) << 8 * At);
   return Number;
 }
 

@@ -35,10 +35,10 @@ std::string WithBackslash(const std::string& Folder) {
   return HasIt ? Folder : Folder + "\\";
 }
 
-void RequireFolder(const std::string& Mask) {
+void RequireFolderInMask(const std::string& Mask) {
   const std::string Folder = FolderPrefix(Mask);
   if (!Folder.empty() && Folder.back() == '\\' && Mask.find('/') == std::string::npos) return;
-  throw EFailure(E_INVALIDARG, ToWide("The mask '" + Mask + "' must name its folder, with backslashes only."));
+  Refuse(MsgMaskWithoutFolder, ToWide(Mask));
 }
 
 std::string ExtensionOf(const std::string& Path) {

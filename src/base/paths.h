@@ -17,7 +17,7 @@ std::string WithBackslash(const std::string& Folder);
 
 /// Fails with E_INVALIDARG when `Mask` has no folder part that ends in a backslash, or a slash behind it: what such a
 /// mask finds does not lie in the folder that its text names, and a change would hit other files.
-void RequireFolder(const std::string& Mask);
+void RequireFolderInMask(const std::string& Mask);
 
 /// The text from the last dot of a path's name on; "" without one. Case is kept.
 std::string ExtensionOf(const std::string& Path);

@@ -1,34 +1,30 @@
 #include "changes/com_registration.h"
 
+#include "base/failure.h"
 #include "base/paths.h"
+#include "base/text.h"
+#include "retry/engine.h"
 #include "retry/file_wrappers.h"
 #include "retry/guarded_call.h"
 #include "retry/module_wrappers.h"
 #include "server/arguments.h"
-#include "server/environment.h"
+#include "server/type_library.h"
 
 #include <optional>
 #include <stdexcept>
 
 namespace {
 
-constexpr wchar_t LogName[] = L"UCom";
-
-namespace ComCode {
-constexpr long ServerRegistered = 0, ServerUnregistered = 1, LibraryRegistered = 2, LibraryUnregistered = 3;
-}
-
 /// Runs a step whose failures end nothing; "Exception" lines tell them under the routine's own id.
 template <class TStep>
-bool Swallowing(TLogScope& Log, const std::string& Routine, TStep Step) {
-  const std::wstring Action = ToWide(LoadMessage(MsgException));
+bool Swallowing(TRoutine& Lines, TStep Step) {
   try {
     Step();
     return true;
   } catch (const EFailure& Failure) {
-    Log.Line(Action, LogText(Routine + " OLE", std::wstring_view(Failure.Message), Failure.Result));
+    Lines.Exception({"OLE", Failure.Message, Failure.Result});
   } catch (const std::exception& Other) {
-    Log.Line(Action, LogText(Routine, Other.what()));
+    Lines.Exception({Other.what()});
   }
   return false;
 }
@@ -50,19 +46,16 @@ HRESULT CallServerFunction(FARPROC Found, const char* Name) {
   const auto Function = reinterpret_cast<TServerFunction>(reinterpret_cast<void*>(Found));
   HRESULT Result = S_OK;
   const DWORD Exception = RunGuarded([&] { Result = Function(); });
-  if (Exception) throw std::runtime_error(FormatText("'%s' ended with exception %x.", {Name, uint32_t{Exception}}));
+  if (Exception)
+    throw std::runtime_error(
+        FormatMessageText(MsgServerException, std::string(Name), static_cast<uint32_t>(Exception)));
   return Result;
-}
-
-/// The system's own functions leave no error information: what the thread has is that of an earlier call.
-void CheckSystemCall(HRESULT Result) {
-  if (FAILED(Result)) throw EFailure(Result, ToWide(SystemErrorText(static_cast<DWORD>(Result))));
 }
 
 /// A type library with its attributes, which are released first.
 class TLoadedLibrary {
  public:
-  TLoadedLibrary(const std::string& File, BSTR WideFile) : Library(RetryLoadTypeLib(File, ViewOf(WideFile))) {
+  explicit TLoadedLibrary(const std::string& FileName) : Library(RetryLoadTypeLib(FileName)) {
     CheckSystemCall(Library->GetLibAttr(&Attributes));
   }
   ~TLoadedLibrary() { Library->ReleaseTLibAttr(Attributes); }
@@ -81,158 +74,119 @@ class TLoadedLibrary {
   TLIBATTR* Attributes = nullptr;
 };
 
-using TUnregisterTypeLib = HRESULT(WINAPI*)(REFGUID, WORD, WORD, LCID, SYSKIND);
+// ---- The operations, between their Begin and End lines
 
-TUnregisterTypeLib FindUnregisterTypeLib() {
-  constexpr char Module[] = "OLEAUT32.DLL";
-  const FARPROC Found = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), "UnRegisterTypeLib");
-  return reinterpret_cast<TUnregisterTypeLib>(reinterpret_cast<void*>(Found));
+void RegisterServerIn(const std::string& FileName, TRoutine&) {
+  constexpr long RegistrationFailed = -2;
+  constexpr char Name[] = "DllRegisterServer";
+  TLoadedModule Module = RetryLoadLibrary(FileName);
+  try {
+    const HRESULT Result = CallServerFunction(RetryGetProcAddress(FileName, Module.Get(), Name), Name);
+    if (Result != S_OK) FailureStep(RegistrationFailed, FormatMessageText(MsgRegisterServerFailed, FileName));
+  } catch (...) {
+    SwallowingQuietly([&] { RetryFreeLibrary(Module); });  // the first failure is the one to tell
+    throw;
+  }
+  RetryFreeLibrary(Module);
 }
+
+void UnregisterServerIn(const std::string& FileName, TRoutine& Lines) {
+  constexpr char Name[] = "DllUnregisterServer";
+  const bool Exists = FileExistsByFind(FileName);
+  TLoadedModule Module;
+  if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(FileName); })) {
+    FARPROC Unregister = nullptr;
+    if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(FileName, Module.Get(), Name); }))
+      Swallowing(Lines, [&] { CallServerFunction(Unregister, Name); });
+    SwallowingQuietly([&] { RetryFreeLibrary(Module); });
+  }
+  Lines.EndsWith({Exists});
+}
+
+void RegisterLibraryIn(const std::string& FileName, TRoutine&) {
+  const TLoadedLibrary Loaded(FileName);
+  std::wstring WideFile = ToWide(FileName), Help = Loaded.HelpFolder();
+  CheckSystemCall(RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()));
+}
+
+void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
+  constexpr char Module[] = "OLEAUT32.DLL";
+  const bool Exists = FileExistsByFind(FileName);
+  bool Failed = false;
+  std::optional<TLoadedLibrary> Loaded;
+  if (Exists && Swallowing(Lines, [&] { Loaded.emplace(FileName); })) {
+    const FARPROC Unregister = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), UnregisterTypeLibName);
+    Failed = !Swallowing(Lines, [&] { CheckSystemCall(CallUnregisterTypeLib(Unregister, *Loaded->Attributes)); });
+  }
+  Loaded.reset();
+  Lines.EndsWith({Exists, Failed});
+}
+
+/// The place of an operation in the table is its code in the transaction log.
+enum TOperation : long { RegisterServer, UnregisterServer, RegisterLibrary, UnregisterLibrary };
+struct TOperationRow {
+  const char* Name;
+  void (*Run)(const std::string& FileName, TRoutine& Lines);
+  TOperation Opposite;
+};
+constexpr TOperationRow Operations[] = {
+    {"RegServer", RegisterServerIn, UnregisterServer},
+    {"UnRegServer", UnregisterServerIn, RegisterServer},
+    {"RegTLB", RegisterLibraryIn, UnregisterLibrary},
+    {"UnRegTLB", UnregisterLibraryIn, RegisterLibrary},
+};
 
 }  // namespace
 
-void TUCom::Initialize() {
-  DebugLog = ActiveOrNew<IUDebugLog>(CLSID_UDebugLog);
-  Backup = ActiveOrNew<IUBackup>(CLSID_UBackup);
-  TransactionLog = ActiveOrNew<IUTransactionLog>(CLSID_UTransactionLog);
+void TUCom::Undo(long Code, const GUID& DataID) {
+  if (Code < RegisterServer || Code > UnregisterLibrary) return;
+  const TOperationRow& Opposite = Operations[Operations[Code].Opposite];
+  const std::string FileName = Store().LoadFileName(DataID);
+  Routine(Opposite.Name, {FileName}, [&](TRoutine& Lines) { Opposite.Run(FileName, Lines); });
 }
 
-// ---- Servers
-
-HRESULT TUCom::RegServer(BSTR FileName) {
-  return SafeCall([&] {
-    constexpr long RegistrationFailed = -2;
-    TLogScope Log(DebugLog.Get(), LogName, LogText("RegServer", FileName));
-    const std::string File = FileNameArgument(FileName);
-    TModuleHandle Module = RetryLoadLibrary(File);
-    try {
-      constexpr char Name[] = "DllRegisterServer";
-      const HRESULT Result = CallServerFunction(RetryGetProcAddress(File, Module.Get(), Name), Name);
-      if (Result != S_OK) FailureStep(RegistrationFailed, FormatMessageText(MsgRegisterServerFailed, File));
-    } catch (...) {
-      SwallowingQuietly([&] { RetryFreeLibrary(File, Module); });  // the first failure is the one to tell
-      throw;
-    }
-    RetryFreeLibrary(File, Module);
-    Log.End(LogText("RegServer"));
+void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
+  const TOperationRow& Operation = Operations[Code];
+  Perform(Form, Operation.Name, Code, {FileName}, [&] {
+    const std::string File = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
+    return TPreparedChange{[=, this] { return Store().SaveString(File); },
+                           [=](TRoutine& Lines) { Operation.Run(File, Lines); }};
   });
 }
 
-HRESULT TUCom::UnRegServer(BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("UnRegServer", FileName));
-    const std::string File = FileNameArgument(FileName);
-    const bool Exists = FileExistsByFind(File);
-    TModuleHandle Module;
-    if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(File); })) {
-      constexpr char Name[] = "DllUnregisterServer";
-      FARPROC Unregister = nullptr;
-      if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(File, Module.Get(), Name); }))
-        Swallowing(Log, "UnRegServer", [&] { CallServerFunction(Unregister, Name); });
-      SwallowingQuietly([&] { RetryFreeLibrary(File, Module); });
-    }
-    Log.End(LogText("UnRegServer", Exists));
-  });
+HRESULT TUCom::ChangeFile(TForm Form, long Code, BSTR FileName) {
+  return SafeCall([&] { PerformOn(FileName, Form, Code); });
 }
 
-// ---- Type libraries
-
-HRESULT TUCom::RegTLB(BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("RegTLB", FileName));
-    const std::string File = FileNameArgument(FileName);
-    {
-      const TLoadedLibrary Loaded(File, FileName);
-      std::wstring WideFile(ViewOf(FileName)), Help = Loaded.HelpFolder();
-      CheckSystemCall(RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()));
-    }
-    Log.End(LogText("RegTLB"));
-  });
-}
-
-HRESULT TUCom::UnRegTLB(BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("UnRegTLB", FileName));
-    const std::string File = FileNameArgument(FileName);
-    const bool Exists = FileExistsByFind(File);
-    bool Failed = false;
-    {
-      std::optional<TLoadedLibrary> Loaded;
-      if (Exists && Swallowing(Log, "UnRegTLB", [&] { Loaded.emplace(File, FileName); })) {
-        const TLIBATTR& Own = *Loaded->Attributes;
-        const auto Unregister = FindUnregisterTypeLib();
-        Failed = !Swallowing(Log, "UnRegTLB", [&] {
-          CheckSystemCall(Unregister(Own.guid, Own.wMajorVerNum, Own.wMinorVerNum, Own.lcid, Own.syskind));
-        });
-      }
-    }
-    Log.End(LogText("UnRegTLB", Exists, Failed));
-  });
-}
-
-// ---- Logged operations, and those that look at the extension
-
-HRESULT TUCom::RunLogged(const char* Name, long Code, TOperation Plain, BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText(Name, FileName));
-    FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
-    GUID DataID{};
-    CheckCall(Backup->BackupString(FileName, &DataID));
-    CheckCall(TransactionLog->Put(CLSID_UCom, Code, DataID));
-    CheckCall((this->*Plain)(FileName));
-    Log.End(LogText(Name));
-  });
-}
-
-HRESULT TUCom::RunByExtension(const char* Name, TOperation ForLibrary, TOperation ForServer, BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText(Name, FileName));
+HRESULT TUCom::ChangeByExtension(const char* Name, TForm Form, long ForLibrary, long ForServer, BSTR FileName) {
+  return Method(Name, {FileName}, [&] {
     // In exactly this case: "x.tlb" is taken as a server, as callers have come to rely on.
     const bool IsLibrary = ExtensionOf(FileNameArgument(FileName)) == ".TLB";
-    CheckCall((this->*(IsLibrary ? ForLibrary : ForServer))(FileName));
-    Log.End(LogText(Name));
+    PerformOn(FileName, Form, IsLibrary ? ForLibrary : ForServer);
   });
 }
 
-HRESULT TUCom::RegServerLogged(BSTR FileName) {
-  return RunLogged("RegServerLogged", ComCode::ServerRegistered, &TUCom::RegServer, FileName);
+// ---- The methods
+
+HRESULT TUCom::RegServer(BSTR FileName) { return ChangeFile(TForm::Plain, RegisterServer, FileName); }
+HRESULT TUCom::UnRegServer(BSTR FileName) { return ChangeFile(TForm::Plain, UnregisterServer, FileName); }
+HRESULT TUCom::RegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, RegisterLibrary, FileName); }
+HRESULT TUCom::UnRegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, UnregisterLibrary, FileName); }
+HRESULT TUCom::RegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, RegisterServer, FileName); }
+HRESULT TUCom::UnRegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, UnregisterServer, FileName); }
+HRESULT TUCom::RegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, RegisterLibrary, FileName); }
+HRESULT TUCom::UnRegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, UnregisterLibrary, FileName); }
+HRESULT TUCom::Reg(BSTR FileName) {
+  return ChangeByExtension("Reg", TForm::Plain, RegisterLibrary, RegisterServer, FileName);
 }
-HRESULT TUCom::UnRegServerLogged(BSTR FileName) {
-  return RunLogged("UnRegServerLogged", ComCode::ServerUnregistered, &TUCom::UnRegServer, FileName);
+HRESULT TUCom::UnReg(BSTR FileName) {
+  return ChangeByExtension("UnReg", TForm::Plain, UnregisterLibrary, UnregisterServer, FileName);
 }
-HRESULT TUCom::RegTLBLogged(BSTR FileName) {
-  return RunLogged("RegTLBLogged", ComCode::LibraryRegistered, &TUCom::RegTLB, FileName);
-}
-HRESULT TUCom::UnRegTLBLogged(BSTR FileName) {
-  return RunLogged("UnRegTLBLogged", ComCode::LibraryUnregistered, &TUCom::UnRegTLB, FileName);
-}
-HRESULT TUCom::Reg(BSTR FileName) { return RunByExtension("Reg", &TUCom::RegTLB, &TUCom::RegServer, FileName); }
-HRESULT TUCom::UnReg(BSTR FileName) { return RunByExtension("UnReg", &TUCom::UnRegTLB, &TUCom::UnRegServer, FileName); }
 HRESULT TUCom::RegLogged(BSTR FileName) {
-  return RunByExtension("RegLogged", &TUCom::RegTLBLogged, &TUCom::RegServerLogged, FileName);
+  return ChangeByExtension("RegLogged", TForm::Logged, RegisterLibrary, RegisterServer, FileName);
 }
 HRESULT TUCom::UnRegLogged(BSTR FileName) {
-  return RunByExtension("UnRegLogged", &TUCom::UnRegTLBLogged, &TUCom::UnRegServerLogged, FileName);
+  return ChangeByExtension("UnRegLogged", TForm::Logged, UnregisterLibrary, UnregisterServer, FileName);
 }
 
-// ---- Undoing
-
-HRESULT TUCom::Rollback(long Code, GUID DataID) {
-  static constexpr TOperation Opposites[] = {
-      /* ComCode::ServerRegistered */ &TUCom::UnRegServer,
-      /* ComCode::ServerUnregistered */ &TUCom::RegServer,
-      /* ComCode::LibraryRegistered */ &TUCom::UnRegTLB,
-      /* ComCode::LibraryUnregistered */ &TUCom::RegTLB,
-  };
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("Rollback", Code, DataID));
-    if (Code >= ComCode::ServerRegistered && Code <= ComCode::LibraryUnregistered) {
-      TBstr File;
-      CheckCall(Backup->RestoreString(DataID, File.Out()));
-      CheckCall((this->*Opposites[Code])(File.Get()));
-    }
-    Log.End(LogText("Rollback"));
-  });
-}
-
-TAutoObjectBase* CreateUCom(TVersionedAutoObjectFactory& Factory) { return new TUCom(Factory); }
+COCLASS(UCom, TUCom);

@@ -1,21 +1,15 @@
 #pragma once
 
-#include "server/automation.h"
-
-#include <string>
+#include "rollback/logged_change.h"
 
 /// Registers and unregisters COM servers and type libraries, plainly or logged. No registry state is saved: the undoing
 /// of a registration is the matching unregistration by the file itself. Every module and library is let go before a
 /// call returns, whatever it did; a structured exception that leaves a module's function is a failure like any other
 /// (see RunGuarded for the one that cannot be caught). A file name must have an exact form in the ANSI code page: any
 /// other is refused with E_INVALIDARG before anything is recorded.
-class TUCom final : public TAutoObject<IUCom> {
+class TUCom final : public TChangeObject<IUCom> {
  public:
-  using TAutoObject::TAutoObject;
-  void Initialize() override;
-
-  /// Codes 0 to 3, see the table in com_registration.cpp; any other is ignored.
-  STDMETHOD(Rollback)(long Code, GUID DataID) override;
+  using TChangeObject::TChangeObject;
 
   /// Fails with 0x800401FE when DllRegisterServer gives anything but S_OK, S_FALSE included.
   STDMETHOD(RegServer)(BSTR FileName) override;
@@ -35,11 +29,9 @@ class TUCom final : public TAutoObject<IUCom> {
   STDMETHOD(UnRegLogged)(BSTR FileName) override;
 
  private:
-  using TOperation = HRESULT (STDMETHODCALLTYPE TUCom::*)(BSTR);
-  HRESULT RunLogged(const char* Name, long Code, TOperation Plain, BSTR FileName);
-  HRESULT RunByExtension(const char* Name, TOperation ForLibrary, TOperation ForServer, BSTR FileName);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUBackup> Backup;
-  TComRef<IUTransactionLog> TransactionLog;
+  void Undo(long Code, const GUID& DataID) override;
+  /// One of the operations, by its code in the transaction log.
+  void PerformOn(BSTR FileName, TForm Form, long Code) const;
+  HRESULT ChangeFile(TForm Form, long Code, BSTR FileName);
+  HRESULT ChangeByExtension(const char* Name, TForm Form, long ForLibrary, long ForServer, BSTR FileName);
 };

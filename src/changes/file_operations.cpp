@@ -1,51 +1,41 @@
 #include "changes/file_operations.h"
 
+#include "base/failure.h"
+#include "base/file_time.h"
 #include "base/file_version.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "changes/copy_mode.h"
 #include "server/arguments.h"
-#include "server/environment.h"
+#include "server/service_calls.h"
 
 #include <optional>
 #include <vector>
 
 namespace {
 
-constexpr wchar_t LogName[] = L"UFile";
-
 namespace FileCode {
 constexpr long Overwritten = 1, Deleted = 2, Created = 3;
 }
 
-uint64_t TicksOf(const FILETIME& Time) { return static_cast<uint64_t>(Time.dwHighDateTime) << 32 | Time.dwLowDateTime; }
-
-/// What a comparison and its question need to know of one file.
+/// What a comparison by time and its question need to know of one file.
 struct TFileFacts {
-  VS_FIXEDFILEINFO Version{};
-  FILETIME LastWrite{};
-  DWORD Size = 0;
+  FILETIME LastWrite;
+  DWORD Size;
 };
 
-TFileFacts VersionFacts(const std::string& Name) {
-  TFileFacts Facts;
-  Facts.Version = GetFileVersionFixedInfo(Name);
-  return Facts;
-}
-
 FILETIME LastWriteOf(const std::string& Name) {
-  TFileHandle File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
-  const TFileTimes Times = RetryGetFileTime(Name, File.Get());
-  RetryCloseHandle(Name, File);
+  TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING);
+  const TFileTimes Times = RetryGetFileTime(File);
+  RetryCloseHandle(File);
   return Times.LastWrite;
 }
 
-TFileFacts TimeFacts(const std::string& Name) {
-  TFileFacts Facts;
+TFileFacts FactsOf(const std::string& Name) {
   const DWORD Attributes = RetryGetFileAttributes(Name);
-  TFileHandle File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Attributes);
-  Facts.LastWrite = RetryGetFileTime(Name, File.Get()).LastWrite;
-  Facts.Size = RetryGetFileSize(Name, File.Get());
-  RetryCloseHandle(Name, File);
+  TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Attributes);
+  const TFileFacts Facts{RetryGetFileTime(File).LastWrite, RetryGetFileSize(File)};
+  RetryCloseHandle(File);
   return Facts;
 }
 
@@ -64,62 +54,59 @@ void RequireDifferentFiles(const std::string& Source, const std::string& Dest) {
   const bool Known = Left.nFileIndexLow != 0 || Left.nFileIndexHigh != 0;
   if (Known && Left.dwVolumeSerialNumber == Right.dwVolumeSerialNumber && Left.nFileIndexHigh == Right.nFileIndexHigh &&
       Left.nFileIndexLow == Right.nFileIndexLow)
-    throw EFailure(E_INVALIDARG, ToWide("Cannot copy '" + Source + "' onto itself."));
+    Refuse(MsgCopyOntoItself, ToWide(Source));
+}
+
+std::string MaskArgument(BSTR FileNameMask) {
+  std::string Mask = FileNameArgument(FileNameMask);
+  RequireFolderInMask(Mask);
+  return Mask;
 }
 
 }  // namespace
-
-void TUFile::Initialize() {
-  DebugLog = ActiveOrNew<IUDebugLog>(CLSID_UDebugLog);
-  Dialog = ActiveOrNew<IUDialog>(CLSID_UDialog);
-  Backup = ActiveOrNew<IUBackup>(CLSID_UBackup);
-  TransactionLog = ActiveOrNew<IUTransactionLog>(CLSID_UTransactionLog);
-}
-
-void TUFile::Record(long Code, const GUID& DataID) { CheckCall(TransactionLog->Put(CLSID_UFile, Code, DataID)); }
 
 // ---- Deleting
 
 HRESULT TUFile::DeleteFiles(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DeleteEmptyDir,
                             VARIANT_BOOL DeleteUpperDir) {
-  return SafeCall([&] { DeleteMatching(FileNameMask, {RecurseSubDir, DeleteEmptyDir, DeleteUpperDir}); });
+  const TDeleteFlags Flags{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir};
+  return Method("DeleteFiles", {FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
+                [&] { DeleteMatching(MaskArgument(FileNameMask), Flags); });
 }
 
 HRESULT TUFile::DeleteFilesLogged(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DeleteEmptyDir,
                                   VARIANT_BOOL DeleteUpperDir) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName,
-                  LogText("DeleteFilesLogged", FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir));
-    RequireFolder(FileNameArgument(FileNameMask));
-    GUID DataID{};
-    CheckCall(Backup->BackupFiles(FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir, &DataID));
-    Record(FileCode::Deleted, DataID);
-    DeleteMatching(FileNameMask, {RecurseSubDir, DeleteEmptyDir, DeleteUpperDir});
-    Log.End(LogText("DeleteFilesLogged", DataID));
-  });
+  const TDeleteFlags Flags{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir};
+  return Method("DeleteFilesLogged", {FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
+                [&](TRoutine& Lines) {
+                  const std::string Mask = MaskArgument(FileNameMask);
+                  const GUID DataID = MakeChange(
+                      TForm::Logged, FileCode::Deleted,
+                      [&] { return Store().SaveFiles(Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir); },
+                      [&] {
+                        Routine("DeleteFiles", {Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
+                                [&] { DeleteMatching(Mask, Flags); });
+                      });
+                  Lines.EndsWith({DataID});
+                });
 }
 
-void TUFile::DeleteMatching(BSTR FileNameMask, const TDeleteFlags& Flags) {
-  TLogScope Log(DebugLog.Get(), LogName,
-                LogText("DeleteFiles", FileNameMask, Flags.RecurseSubDir, Flags.DeleteEmptyDir, Flags.DeleteUpperDir));
-  const std::string Mask = FileNameArgument(FileNameMask);
-  RequireFolder(Mask);
+void TUFile::DeleteMatching(const std::string& Mask, const TDeleteFlags& Flags) const {
   DeleteSomeFiles(Mask, Flags);
   if (Flags.DeleteUpperDir) DeleteEmptyDirectory(FolderPart(Mask));
-  Log.End(LogText("DeleteFiles"));
 }
 
-void TUFile::DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags) {
-  TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteSomeFiles", Mask, Flags.RecurseSubDir, Flags.DeleteEmptyDir));
-  const std::string Folder = WithBackslash(FolderPart(Mask));
-  ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
-    if (!IsFolder(Entry)) RetryDeleteFile(Folder + Entry.cFileName);
+void TUFile::DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags) const {
+  Routine("DeleteSomeFiles", {Mask, Flags.RecurseSubDir, Flags.DeleteEmptyDir}, [&] {
+    const std::string Folder = WithBackslash(FolderPart(Mask));
+    ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
+      if (!IsFolder(Entry)) RetryDeleteFile(Folder + Entry.cFileName);
+    });
+    if (Flags.RecurseSubDir) DeleteInSubfolders(Mask, Flags);
   });
-  if (Flags.RecurseSubDir) DeleteInSubfolders(Mask, Flags);
-  Log.End(LogText("DeleteSomeFiles"));
 }
 
-void TUFile::DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags) {
+void TUFile::DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags) const {
   const std::string Folder = WithBackslash(FolderPart(Mask)), Pattern = NamePart(Mask);
   std::vector<std::string> Subfolders;
   ForEachEntry(Folder + "*.*", [&](const WIN32_FIND_DATAA& Entry) {
@@ -131,132 +118,115 @@ void TUFile::DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Fla
   }
 }
 
-void TUFile::DeleteEmptyDirectory(const std::string& Folder) {
-  TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteEmptyDirectory", Folder));
-  int Entries = 0;
-  ForEachEntry(Folder + "\\*.*", [&](const WIN32_FIND_DATAA&) { ++Entries; });
-  // A folder that does not exist counts none either; its removal then fails, and the user hears of it.
-  if (Entries == 0) RetryDeleteDirectory(Folder);
-  Log.End(LogText("DeleteEmptyDirectory"));
+void TUFile::DeleteEmptyDirectory(const std::string& Folder) const {
+  Routine("DeleteEmptyDirectory", {Folder}, [&] {
+    int Entries = 0;
+    ForEachEntry(Folder + "\\*.*", [&](const WIN32_FIND_DATAA&) { ++Entries; });
+    // A folder that does not exist counts none either; its removal then fails, and the user hears of it.
+    if (Entries == 0) RetryDeleteDirectory(Folder);
+  });
 }
 
 // ---- Copying
 
 HRESULT TUFile::CopyFile(BSTR SourceFileName, BSTR DestFileName, long CopyMode) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("CopyFile", SourceFileName, DestFileName));
-    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, false);
-    Log.End(LogText("CopyFile"));
+  return Method("CopyFile", {SourceFileName, DestFileName}, [&] {
+    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, TForm::Plain);
   });
 }
 
 HRESULT TUFile::CopyFileLogged(BSTR SourceFileName, BSTR DestFileName, long CopyMode) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("CopyFileLogged", SourceFileName, DestFileName));
-    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, true);
-    Log.End(LogText("CopyFileLogged"));
+  return Method("CopyFileLogged", {SourceFileName, DestFileName}, [&] {
+    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, TForm::Logged);
   });
 }
 
-void TUFile::CopySomeFile(const std::string& Source, const std::string& Dest, long CopyMode, bool Logged) {
-  TLogScope Log(DebugLog.Get(), LogName, LogText("CopySomeFile", Source, Dest, Logged));
-  GUID DataID{};
-  const bool Exists = FileExistsByFind(Dest);
-  if (!Exists || DecideOverwrite(Source, Dest, CopyMode)) {
-    if (Exists) RequireDifferentFiles(Source, Dest);
-    // Where nothing else has looked at the source yet, it is opened before the destination goes: a missing or locked
-    // source must not cost the destination.
-    std::optional<TSource> Open;
-    if (Exists && CopyRuleOf(CopyMode).Compare == TCopyRule::Always) Open = OpenSource(Source);
-    DataID = Exists ? ClearExisting(Dest, Logged) : PrepareNew(Dest, Logged);
-    if (!Open) Open = OpenSource(Source);
-    CopyContent(Source, *Open, Dest);
-  }
-  Log.End(LogText("CopySomeFile", DataID));
+void TUFile::CopySomeFile(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const {
+  Routine("CopySomeFile", {Source, Dest, Form == TForm::Logged}, [&] {
+    const bool Exists = FileExistsByFind(Dest);
+    if (!Exists) return CopyToNew(Source, Dest, Form);
+    if (!DecideOverwrite(Source, Dest, CopyMode)) return GUID{};
+    return CopyOver(Source, Dest, CopyMode, Form);
+  });
 }
 
-bool TUFile::DecideOverwrite(const std::string& Source, const std::string& Dest, long CopyMode) {
+GUID TUFile::CopyOver(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const {
+  RequireDifferentFiles(Source, Dest);
+  // Where nothing else has looked at the source yet, it is opened before the destination goes: a missing or locked
+  // source must not cost the destination.
+  std::optional<TSource> Open;
+  if (CopyRuleOf(CopyMode).Compare == TCopyRule::Always) Open = OpenSource(Source);
+  return MakeChange(
+      Form, FileCode::Overwritten, [&] { return Store().SaveFile(Dest); },
+      [&] {
+        RetryDeleteFile(Dest);
+        if (!Open) Open = OpenSource(Source);
+        CopyContent(*Open, Dest);
+      });
+}
+
+GUID TUFile::CopyToNew(const std::string& Source, const std::string& Dest, TForm Form) const {
+  return MakeChange(
+      Form, FileCode::Created, [&] { return Store().SaveString(Dest); },
+      [&] {
+        if (Form == TForm::Logged) RetryForceDirectories(FolderPart(Dest));
+        TSource Open = OpenSource(Source);
+        CopyContent(Open, Dest);
+      });
+}
+
+bool TUFile::DecideOverwrite(const std::string& Source, const std::string& Dest, long CopyMode) const {
   const TCopyRule Rule = CopyRuleOf(CopyMode);
   if (Rule.Compare == TCopyRule::Always) return true;
   if (Rule.Compare == TCopyRule::Never) return false;
 
   if (Rule.Compare == TCopyRule::ByVersion) {
-    TFileFacts New = VersionFacts(Source), Old = VersionFacts(Dest);
+    const VS_FIXEDFILEINFO New = GetFileVersionFixedInfo(Source), Old = GetFileVersionFixedInfo(Dest);
     // Read in every case: a file that somebody holds open shows here, before anything is changed.
-    New.LastWrite = LastWriteOf(Source);
-    Old.LastWrite = LastWriteOf(Dest);
-    if (ProductVersion(New.Version) > ProductVersion(Old.Version)) return true;
-    return Rule.AsksOtherwise && Ask(FormatMessageText(MsgOverwriteByVersion, Dest, FormatFileVersion(Old.Version),
-                                                       DateTimeText(Old.LastWrite), Source,
-                                                       FormatFileVersion(New.Version), DateTimeText(New.LastWrite)));
+    const FILETIME NewTime = LastWriteOf(Source), OldTime = LastWriteOf(Dest);
+    if (ProductVersion(New) > ProductVersion(Old)) return true;
+    return Rule.AsksOtherwise &&
+           Ask(FormatMessageText(MsgOverwriteByVersion, Dest, FormatFileVersion(Old), DateTimeText(OldTime), Source,
+                                 FormatFileVersion(New), DateTimeText(NewTime)));
   }
-  const TFileFacts New = TimeFacts(Source), Old = TimeFacts(Dest);
+  const TFileFacts New = FactsOf(Source), Old = FactsOf(Dest);
   if (static_cast<int64_t>(TicksOf(New.LastWrite)) > static_cast<int64_t>(TicksOf(Old.LastWrite))) return true;
   return Rule.AsksOtherwise &&
          Ask(FormatMessageText(MsgOverwriteBySize, Dest, std::to_string(Old.Size), DateTimeText(Old.LastWrite), Source,
                                std::to_string(New.Size), DateTimeText(New.LastWrite)));
 }
 
-bool TUFile::Ask(const std::string& Question) {
-  long Answer = 0;
-  CheckCall(Dialog->ShowMsgBox(MakeBstr(ToWide(Question)).Get(), MakeBstr(ToWide(LoadMessage(MsgConfirmation))).Get(),
-                               MB_YESNO | MB_ICONQUESTION, &Answer));
-  return Answer == IDYES;
-}
-
-GUID TUFile::ClearExisting(const std::string& Dest, bool Logged) {
-  GUID DataID{};
-  if (Logged) {
-    CheckCall(Backup->BackupFiles(MakeBstr(ToWide(Dest)).Get(), VARIANT_FALSE, VARIANT_FALSE, VARIANT_FALSE, &DataID));
-    Record(FileCode::Overwritten, DataID);
-  }
-  RetryDeleteFile(Dest);
-  return DataID;
-}
-
-GUID TUFile::PrepareNew(const std::string& Dest, bool Logged) {
-  GUID DataID{};
-  if (Logged) {
-    CheckCall(Backup->BackupString(MakeBstr(ToWide(Dest)).Get(), &DataID));
-    Record(FileCode::Created, DataID);
-    RetryForceDirectories(FolderPart(Dest));
-  }
-  return DataID;
+bool TUFile::Ask(const std::string& Question) const {
+  return ShowMsgBox(Use<IUDialog>(), Question, MsgConfirmation, MB_YESNO | MB_ICONQUESTION) == IDYES;
 }
 
 TUFile::TSource TUFile::OpenSource(const std::string& Name) {
   TSource Source{};
   Source.Attributes = RetryGetFileAttributes(Name);
-  Source.Handle = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Source.Attributes);
-  Source.Times = RetryGetFileTime(Name, Source.Handle.Get());
+  Source.File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Source.Attributes);
+  Source.Times = RetryGetFileTime(Source.File);
   return Source;
 }
 
-void TUFile::CopyContent(const std::string& SourceName, TSource& Source, const std::string& Dest) {
-  TFileHandle File = RetryCreateFile(Dest, GENERIC_WRITE, 0, CREATE_NEW, Source.Attributes);
-  RetryReadAndAppendFile(SourceName, Dest, Source.Handle.Get(), File.Get());
-  RetryCloseHandle(SourceName, Source.Handle);
-  RetrySetFileTime(Dest, File.Get(), Source.Times);
-  RetryFlushFileBuffers(Dest, File.Get());
-  RetryCloseHandle(Dest, File);
+void TUFile::CopyContent(TSource& Source, const std::string& Dest) {
+  TOpenFile File = RetryCreateFile(Dest, GENERIC_WRITE, 0, CREATE_NEW, Source.Attributes);
+  RetryReadAndAppendFile(Source.File, File);
+  RetryCloseHandle(Source.File);
+  RetrySetFileTime(File, Source.Times);
+  RetryFlushFileBuffers(File);
+  RetryCloseHandle(File);
 }
 
 // ---- Undoing
 
-HRESULT TUFile::Rollback(long Code, GUID DataID) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("Rollback", Code, DataID));
-    if (Code == FileCode::Overwritten || Code == FileCode::Deleted) {
-      CheckCall(Backup->RestoreFiles(DataID));
-    } else if (Code == FileCode::Created) {
-      // Folders that the copy created stay: something else may use them by now.
-      TBstr Name;
-      CheckCall(Backup->RestoreString(DataID, Name.Out()));
-      const std::string File = ToAnsi(ViewOf(Name.Get()));
-      if (FileExistsByFind(File)) RetryDeleteFile(File);
-    }
-    Log.End(LogText("Rollback"));
-  });
+void TUFile::Undo(long Code, const GUID& DataID) {
+  if (Code == FileCode::Overwritten || Code == FileCode::Deleted) {
+    Store().LoadFiles(DataID);
+  } else if (Code == FileCode::Created) {
+    // Folders that the copy created stay: something else may use them by now.
+    const std::string FileName = Store().LoadFileName(DataID);
+    if (FileExistsByFind(FileName)) RetryDeleteFile(FileName);
+  }
 }
 
-TAutoObjectBase* CreateUFile(TVersionedAutoObjectFactory& Factory) { return new TUFile(Factory); }
+COCLASS(UFile, TUFile);

@@ -1,20 +1,19 @@
 #pragma once
 
 #include "retry/file_wrappers.h"
-#include "server/automation.h"
+#include "rollback/logged_change.h"
+
+#include <string>
 
 /// Deletes files by mask and copies single files under a copy mode, plainly or logged. The logged forms save what the
 /// change destroys and record it in the transaction log before anything is changed.
 ///
 /// What goes wrong ends the operation at once; what it did before stays done, and a logged form can be rolled back. A
 /// mask without a folder part, and a file copied onto itself, fail with E_INVALIDARG and change nothing.
-class TUFile final : public TAutoObject<IUFile> {
+class TUFile final : public TChangeObject<IUFile, IUDialog> {
  public:
-  using TAutoObject::TAutoObject;
-  void Initialize() override;
+  using TChangeObject::TChangeObject;
 
-  /// Codes: 1 copied over a file, 2 files deleted, 3 copied to a new name; any other is ignored.
-  STDMETHOD(Rollback)(long Code, GUID DataID) override;
   /// DeleteEmptyDir takes the subfolders that the recursion empties, DeleteUpperDir the mask's own folder when it is
   /// empty by then. Empty folders are looked at only in the recursion.
   STDMETHOD(DeleteFiles)
@@ -27,30 +26,28 @@ class TUFile final : public TAutoObject<IUFile> {
   STDMETHOD(CopyFileLogged)(BSTR SourceFileName, BSTR DestFileName, long CopyMode) override;
 
  private:
+  /// Codes: 1 copied over a file, 2 files deleted, 3 copied to a new name.
+  void Undo(long Code, const GUID& DataID) override;
+
   struct TDeleteFlags {
     VARIANT_BOOL RecurseSubDir, DeleteEmptyDir, DeleteUpperDir;
   };
-  void DeleteMatching(BSTR FileNameMask, const TDeleteFlags& Flags);
-  void DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags);
-  void DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags);
-  void DeleteEmptyDirectory(const std::string& Folder);
+  void DeleteMatching(const std::string& Mask, const TDeleteFlags& Flags) const;
+  void DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags) const;
+  void DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags) const;
+  void DeleteEmptyDirectory(const std::string& Folder) const;
 
   struct TSource {
     DWORD Attributes;
-    TFileHandle Handle;
+    TOpenFile File;
     TFileTimes Times;
   };
-  void CopySomeFile(const std::string& Source, const std::string& Dest, long CopyMode, bool Logged);
-  bool DecideOverwrite(const std::string& Source, const std::string& Dest, long CopyMode);
-  bool Ask(const std::string& Question);
-  GUID ClearExisting(const std::string& Dest, bool Logged);
-  GUID PrepareNew(const std::string& Dest, bool Logged);
-  TSource OpenSource(const std::string& Name);
-  void CopyContent(const std::string& SourceName, TSource& Source, const std::string& Dest);
-  void Record(long Code, const GUID& DataID);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUDialog> Dialog;
-  TComRef<IUBackup> Backup;
-  TComRef<IUTransactionLog> TransactionLog;
+  // The copies give the DataID of what was saved, all zero when nothing was.
+  void CopySomeFile(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const;
+  GUID CopyOver(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const;
+  GUID CopyToNew(const std::string& Source, const std::string& Dest, TForm Form) const;
+  bool DecideOverwrite(const std::string& Source, const std::string& Dest, long CopyMode) const;
+  bool Ask(const std::string& Question) const;
+  static TSource OpenSource(const std::string& Name);
+  static void CopyContent(TSource& Source, const std::string& Dest);
 };

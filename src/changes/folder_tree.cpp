@@ -1,5 +1,6 @@
 #include "changes/folder_tree.h"
 
+#include "base/handles.h"
 #include "base/paths.h"
 #include "retry/file_wrappers.h"
 

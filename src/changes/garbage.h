@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/automation.h"
+#include "server/logged_object.h"
 
 #include <string>
 
@@ -15,9 +15,9 @@
 /// root that is none. A folder that is a link to another place stays as it is, with what lies behind it. A drive root
 /// is a folder like any other: what it holds is removed, the drive stays. A last line without an end is no line: it
 /// was cut off while it was written, and may name a folder above the one that was meant.
-class TUGarbage final : public TAutoObject<IUGarbage> {
+class TUGarbage final : public TLoggedObject<IUGarbage> {
  public:
-  using TAutoObject::TAutoObject;
+  using TLoggedObject::TLoggedObject;
   void Initialize() override;
 
   STDMETHOD(PutFile)(BSTR FileName) override;
@@ -29,7 +29,5 @@ class TUGarbage final : public TAutoObject<IUGarbage> {
   STDMETHOD(Garbage)() override;
 
  private:
-  void WriteToGrbFile(const char* ListName, const std::string& Line);
-
-  TComRef<IUDebugLog> DebugLog;
+  void WriteToGrbFile(const char* ListName, const std::string& Line) const;
 };

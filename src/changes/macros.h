@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/automation.h"
+#include "rollback/shared_lists.h"
 
 #include <string>
 
@@ -8,10 +8,9 @@
 /// store and the history, and read back by the first object of a later process. All objects of a process see the same
 /// macros; names are compared without case. A process that has read the permanent macros does not see what others
 /// change later.
-class TUMacro final : public TAutoObject<IUMacro> {
+class TUMacro final : public TListObject<IUMacro> {
  public:
-  using TAutoObject::TAutoObject;
-  void Initialize() override;
+  using TListObject::TListObject;
 
   /// The empty text for a name that is not known.
   STDMETHOD(GetMacro)(BSTR Name, BSTR* Value) override;
@@ -22,10 +21,8 @@ class TUMacro final : public TAutoObject<IUMacro> {
   STDMETHOD(MacroExists)(BSTR Name, VARIANT_BOOL* Exists) override;
 
  private:
-  void LoadOnce();
-  void RemoveAndSave(const std::string& Name, const std::string* NewValue, bool IsPermanent);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUBackup> Backup;
-  TComRef<IUHistory> History;
+  TSharedLists& Lists() const override;
+  /// What both writes do: the name goes from both lists, a new value that is not empty goes into one, and the permanent
+  /// list is saved, also when only the temporary one has changed.
+  void Replace(const std::string& Name, const std::string& NewValue, bool IsPermanent) const;
 };

@@ -1,156 +1,113 @@
 #include "changes/registry_operations.h"
 
+#include "base/failure.h"
+#include "base/numbers.h"
+#include "base/text.h"
 #include "retry/registry_wrappers.h"
 #include "server/arguments.h"
-#include "server/environment.h"
 
 namespace {
-
-constexpr wchar_t LogName[] = L"URegistry";
 
 namespace RegistryCode {
 constexpr long KeyDeleted = 0, ValueDeleted = 1, BinarySet = 2, DwordSet = 3, StringSet = 4;
 }
 
 /// The key that a deletion names. A name without any part is the root itself.
-std::string DeletableKeyArgument(BSTR KeyName) {
-  const std::string Name = KeyNameArgument(KeyName);
-  if (Name.find_first_not_of('\\') == std::string::npos)
-    throw EFailure(E_INVALIDARG, L"The registry key to be deleted must have a name.");
-  return Name;
+TKeyPlace DeletableKeyArgument(unsigned long RootKey, BSTR KeyName) {
+  TKeyPlace Place = KeyArgument(RootKey, KeyName);
+  if (!Place.IsBelowRoot()) Refuse(MsgDeletedKeyNeedsName);
+  return Place;
 }
 
 }  // namespace
 
-void TURegistry::Initialize() {
-  DebugLog = ActiveOrNew<IUDebugLog>(CLSID_UDebugLog);
-  Backup = ActiveOrNew<IUBackup>(CLSID_UBackup);
-  TransactionLog = ActiveOrNew<IUTransactionLog>(CLSID_UTransactionLog);
+void TURegistry::Undo(long Code, const GUID& DataID) {
+  if (Code == RegistryCode::KeyDeleted) Store().LoadKey(DataID);
+  if (Code >= RegistryCode::ValueDeleted && Code <= RegistryCode::StringSet) Store().LoadValue(DataID);
 }
 
-HRESULT TURegistry::Rollback(long Code, GUID DataID) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("Rollback", Code, DataID));
-    if (Code == RegistryCode::KeyDeleted) CheckCall(Backup->RestoreRegKey(DataID));
-    if (Code >= RegistryCode::ValueDeleted && Code <= RegistryCode::StringSet)
-      CheckCall(Backup->RestoreRegKeyValue(DataID));
-    Log.End(LogText("Rollback"));
+void TURegistry::DeleteKey(TForm Form, unsigned long RootKey, BSTR KeyName) const {
+  Perform(Form, "DeleteRegKey", RegistryCode::KeyDeleted, {KeyName, RootKey}, [&] {
+    const TKeyPlace Place = DeletableKeyArgument(RootKey, KeyName);
+    return TPreparedChange{
+        [=, this] { return RetryRegKeyExists(Place) ? std::optional(Store().SaveKey(Place)) : std::nullopt; },
+        [=](TRoutine&) { RetrySHDeleteKey(Place); }};
   });
 }
 
-// ---- Plain operations
+TPreparedChange TURegistry::ChangeOf(const TValuePlace& Place,
+                                     const std::function<void(const TValuePlace&)>& Act) const {
+  return {[=, this] { return RetryRegKeyValueExists(Place) ? std::optional(Store().SaveValue(Place)) : std::nullopt; },
+          [=](TRoutine&) { Act(Place); }};
+}
+
+TPreparedChange TURegistry::WriteOf(const TValuePlace& Place, DWORD Type, std::string Data) const {
+  return ChangeOf(Place, [Type, Data = std::move(Data)](const TValuePlace& To) {
+    // Closed by its owner, plainly: the value is written by then, and a failing close would only confuse.
+    const TOpenKey Key = RetryRegCreateKeyEx(To.Key, KEY_ALL_ACCESS);
+    RetryRegSetValueEx(Key, To.Name, Data.data(), static_cast<DWORD>(Data.size()), Type);
+  });
+}
+
+void TURegistry::DeleteValue(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName) const {
+  Perform(Form, "DeleteRegKeyValue", RegistryCode::ValueDeleted, {KeyName, RootKey, ValueName},
+          [&] { return ChangeOf(ValueArgument(RootKey, KeyName, ValueName), RetryRegDeleteValue); });
+}
+
+void TURegistry::SetString(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) const {
+  Perform(Form, "SetStringValue", RegistryCode::StringSet, {KeyName, RootKey, ValueName, Value},
+          [&] { return WriteOf(ValueArgument(RootKey, KeyName, ValueName), REG_SZ, ToAnsi(ViewOf(Value)) + '\0'); });
+}
+
+void TURegistry::SetDword(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) const {
+  Perform(Form, "SetDwordValue", RegistryCode::DwordSet, {KeyName, RootKey, ValueName, Value}, [&] {
+    std::string Data;
+    AppendNumber(Data, uint32_t{Value});
+    return WriteOf(ValueArgument(RootKey, KeyName, ValueName), REG_DWORD, Data);
+  });
+}
+
+void TURegistry::SetBinary(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value,
+                           long ValueSize) const {
+  Perform(Form, "SetBinaryValue", RegistryCode::BinarySet, {KeyName, RootKey, ValueName, ValueSize}, [&] {
+    RequireBuffer(Value, ValueSize);
+    return WriteOf(ValueArgument(RootKey, KeyName, ValueName), REG_BINARY,
+                   std::string(static_cast<const char*>(Value), static_cast<size_t>(ValueSize)));
+  });
+}
+
+// ---- The methods
 
 HRESULT TURegistry::DeleteRegKey(unsigned long RootKey, BSTR KeyName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteRegKey", KeyName, RootKey));
-    RetrySHDeleteKey(RootKeyArgument(RootKey), DeletableKeyArgument(KeyName));
-    Log.End(LogText("DeleteRegKey"));
-  });
+  return SafeCall([&] { DeleteKey(TForm::Plain, RootKey, KeyName); });
 }
-
-HRESULT TURegistry::DeleteRegKeyValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteRegKeyValue", KeyName, RootKey, ValueName));
-    RetryRegDeleteValue(RootKeyArgument(RootKey), KeyNameArgument(KeyName), ValueNameArgument(ValueName));
-    Log.End(LogText("DeleteRegKeyValue"));
-  });
-}
-
-HRESULT TURegistry::SetStringValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetStringValue", KeyName, RootKey, ValueName, Value));
-    const std::string Data = ToAnsi(ViewOf(Value));
-    WriteValue({RootKey, KeyName, ValueName}, REG_SZ, Data.c_str(), Data.size() + 1);
-    Log.End(LogText("SetStringValue"));
-  });
-}
-
-HRESULT TURegistry::SetDwordValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetDwordValue", KeyName, RootKey, ValueName, Value));
-    WriteValue({RootKey, KeyName, ValueName}, REG_DWORD, &Value, sizeof(DWORD));
-    Log.End(LogText("SetDwordValue"));
-  });
-}
-
-HRESULT TURegistry::SetBinaryValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value, long ValueSize) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetBinaryValue", KeyName, RootKey, ValueName, ValueSize));
-    RequireBuffer(Value, ValueSize);
-    WriteValue({RootKey, KeyName, ValueName}, REG_BINARY, Value, static_cast<size_t>(ValueSize));
-    Log.End(LogText("SetBinaryValue"));
-  });
-}
-
-void TURegistry::WriteValue(const TValuePlace& Place, DWORD Type, const void* Data, size_t Size) {
-  const DWORD RootKey = RootKeyArgument(Place.RootKey);
-  const std::string KeyName = KeyNameArgument(Place.KeyName), ValueName = ValueNameArgument(Place.ValueName);
-  // Closed by its owner, plainly: the value is written by then, and a failing close would only confuse.
-  const TRegistryKey Key = RetryRegCreateKeyEx(RootKey, KeyName, KEY_ALL_ACCESS);
-  RetryRegSetValueEx(KeyText(RootKey, KeyName), Key.Get(), ValueName, Data, static_cast<DWORD>(Size), Type);
-}
-
-// ---- Logged operations
-
 HRESULT TURegistry::DeleteRegKeyLogged(unsigned long RootKey, BSTR KeyName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteRegKeyLogged", KeyName, RootKey));
-    if (RetryRegKeyExists(RootKeyArgument(RootKey), DeletableKeyArgument(KeyName))) {
-      GUID DataID{};
-      CheckCall(Backup->BackupRegKey(RootKey, KeyName, VARIANT_TRUE, &DataID));
-      CheckCall(TransactionLog->Put(CLSID_URegistry, RegistryCode::KeyDeleted, DataID));
-    }
-    CheckCall(DeleteRegKey(RootKey, KeyName));
-    Log.End(LogText("DeleteRegKeyLogged"));
-  });
+  return SafeCall([&] { DeleteKey(TForm::Logged, RootKey, KeyName); });
 }
-
-void TURegistry::SaveValueThen(const TValuePlace& Place, long Code, const std::function<HRESULT()>& Plain) {
-  if (RetryRegKeyValueExists(RootKeyArgument(Place.RootKey), KeyNameArgument(Place.KeyName),
-                             ValueNameArgument(Place.ValueName))) {
-    GUID DataID{};
-    CheckCall(Backup->BackupRegKeyValue(Place.RootKey, Place.KeyName, Place.ValueName, &DataID));
-    CheckCall(TransactionLog->Put(CLSID_URegistry, Code, DataID));
-  }
-  CheckCall(Plain());
+HRESULT TURegistry::DeleteRegKeyValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName) {
+  return SafeCall([&] { DeleteValue(TForm::Plain, RootKey, KeyName, ValueName); });
 }
-
 HRESULT TURegistry::DeleteRegKeyValueLogged(unsigned long RootKey, BSTR KeyName, BSTR ValueName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("DeleteRegKeyValueLogged", KeyName, RootKey, ValueName));
-    SaveValueThen({RootKey, KeyName, ValueName}, RegistryCode::ValueDeleted,
-                  [&] { return DeleteRegKeyValue(RootKey, KeyName, ValueName); });
-    Log.End(LogText("DeleteRegKeyValueLogged"));
-  });
+  return SafeCall([&] { DeleteValue(TForm::Logged, RootKey, KeyName, ValueName); });
 }
-
+HRESULT TURegistry::SetStringValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) {
+  return SafeCall([&] { SetString(TForm::Plain, RootKey, KeyName, ValueName, Value); });
+}
 HRESULT TURegistry::SetStringValueLogged(unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetStringValueLogged", KeyName, RootKey, ValueName, Value));
-    SaveValueThen({RootKey, KeyName, ValueName}, RegistryCode::StringSet,
-                  [&] { return SetStringValue(RootKey, KeyName, ValueName, Value); });
-    Log.End(LogText("SetStringValueLogged"));
-  });
+  return SafeCall([&] { SetString(TForm::Logged, RootKey, KeyName, ValueName, Value); });
 }
-
+HRESULT TURegistry::SetDwordValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) {
+  return SafeCall([&] { SetDword(TForm::Plain, RootKey, KeyName, ValueName, Value); });
+}
 HRESULT TURegistry::SetDwordValueLogged(unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetDwordValueLogged", KeyName, RootKey, ValueName, Value));
-    SaveValueThen({RootKey, KeyName, ValueName}, RegistryCode::DwordSet,
-                  [&] { return SetDwordValue(RootKey, KeyName, ValueName, Value); });
-    Log.End(LogText("SetDwordValueLogged"));
-  });
+  return SafeCall([&] { SetDword(TForm::Logged, RootKey, KeyName, ValueName, Value); });
 }
-
+HRESULT TURegistry::SetBinaryValue(unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value, long ValueSize) {
+  return SafeCall([&] { SetBinary(TForm::Plain, RootKey, KeyName, ValueName, Value, ValueSize); });
+}
 HRESULT TURegistry::SetBinaryValueLogged(unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value,
                                          long ValueSize) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("SetBinaryValueLogged", KeyName, RootKey, ValueName, ValueSize));
-    RequireBuffer(Value, ValueSize);
-    SaveValueThen({RootKey, KeyName, ValueName}, RegistryCode::BinarySet,
-                  [&] { return SetBinaryValue(RootKey, KeyName, ValueName, Value, ValueSize); });
-    Log.End(LogText("SetBinaryValueLogged"));
-  });
+  return SafeCall([&] { SetBinary(TForm::Logged, RootKey, KeyName, ValueName, Value, ValueSize); });
 }
 
-TAutoObjectBase* CreateURegistry(TVersionedAutoObjectFactory& Factory) { return new TURegistry(Factory); }
+COCLASS(URegistry, TURegistry);

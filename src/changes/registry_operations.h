@@ -1,22 +1,16 @@
 #pragma once
 
-#include "server/automation.h"
-
-#include <functional>
-#include <string>
+#include "base/registry_place.h"
+#include "rollback/logged_change.h"
 
 /// Deletes registry keys and values, and writes string, DWORD and binary values, plainly or logged. A logged form saves
 /// and records only what exists: a value or key that it creates is not removed by a rollback.
 ///
 /// Names that the registry or the ANSI code page does not take, a root that is none, and sizes below 0 fail with
 /// E_INVALIDARG and change nothing; so does deleting a key without a name, which would empty the root itself.
-class TURegistry final : public TAutoObject<IURegistry> {
+class TURegistry final : public TChangeObject<IURegistry> {
  public:
-  using TAutoObject::TAutoObject;
-  void Initialize() override;
-
-  /// Codes: 0 a key, 1 to 4 a value; any other is ignored.
-  STDMETHOD(Rollback)(long Code, GUID DataID) override;
+  using TChangeObject::TChangeObject;
 
   STDMETHOD(DeleteRegKey)(unsigned long RootKey, BSTR KeyName) override;
   STDMETHOD(DeleteRegKeyValue)(unsigned long RootKey, BSTR KeyName, BSTR ValueName) override;
@@ -34,16 +28,17 @@ class TURegistry final : public TAutoObject<IURegistry> {
   (unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value, long ValueSize) override;
 
  private:
-  /// The place of a value, as the caller gave it.
-  struct TValuePlace {
-    unsigned long RootKey;
-    BSTR KeyName, ValueName;
-  };
-  void WriteValue(const TValuePlace& Place, DWORD Type, const void* Data, size_t Size);
-  /// The frame of a logged operation on a value: save and record the value when it exists, then run `Plain`.
-  void SaveValueThen(const TValuePlace& Place, long Code, const std::function<HRESULT()>& Plain);
+  /// Codes: 0 a key, 1 to 4 a value.
+  void Undo(long Code, const GUID& DataID) override;
 
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUBackup> Backup;
-  TComRef<IUTransactionLog> TransactionLog;
+  // Both forms of each operation, on the arguments as the caller gave them.
+  void DeleteKey(TForm Form, unsigned long RootKey, BSTR KeyName) const;
+  void DeleteValue(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName) const;
+  void SetString(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) const;
+  void SetDword(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) const;
+  void SetBinary(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, void* Value, long ValueSize) const;
+
+  /// A prepared change of one value, which is saved when it exists.
+  TPreparedChange ChangeOf(const TValuePlace& Place, const std::function<void(const TValuePlace&)>& Act) const;
+  TPreparedChange WriteOf(const TValuePlace& Place, DWORD Type, std::string Data) const;
 };

@@ -5,21 +5,17 @@
 #include <memory>
 #include <string>
 
-/// A failed file operation: the system's error code and its message, without the period and the line end.
-class EFileError {
- public:
-  EFileError(uint32_t Code, std::string Message) : Code(Code), Message(std::move(Message)) {}
-
+/// A failed file operation, by the system's error code.
+struct EFileError {
   uint32_t Code;
-  std::string Message;
 };
 
 enum class TFileDisposition { CreateAlways, CreateNew, OpenExisting, OpenAlways };
 enum class TFileAccess { Read, Write, ReadWrite };
 enum class TFileSharing { None, Read, Write, ReadWrite };
 
-/// An open file with 64-bit positions, as the uninstall log needs it. TFile is the real one; tests have one in memory.
-/// Every operation raises EFileError when the system fails it.
+/// An open file with 64-bit positions, as the uninstall log needs it, whatever it is made of. Every operation raises
+/// EFileError when the system fails it.
 class TCustomFile {
  public:
   virtual ~TCustomFile() = default;
@@ -40,19 +36,19 @@ class TCustomFile {
 
   /// Fails with code 38 (end of file) when fewer bytes arrive.
   void ReadBuffer(void* Buffer, uint32_t Count) {
-    if (Read(Buffer, Count) != Count) RaiseError(38);
+    constexpr uint32_t EndOfFile = 38;
+    if (Read(Buffer, Count) != Count) throw EFileError{EndOfFile};
   }
   /// Fails with code 29 (write fault) when fewer bytes are written.
   void WriteBuffer(const void* Buffer, uint32_t Count) {
-    if (Write(Buffer, Count) != Count) RaiseError(29);
+    constexpr uint32_t WriteFault = 29;
+    if (Write(Buffer, Count) != Count) throw EFileError{WriteFault};
   }
 
  protected:
   TCustomFile() = default;
-  /// Raises the EFileError of a system error code, with its message.
-  [[noreturn]] virtual void RaiseError(uint32_t Code) = 0;
 };
 
-/// How whoever has only a file's name opens it: OpenSystemFile of file.h in the product.
+/// How whoever has only a file's name opens it.
 using TFileOpener =
     std::function<std::unique_ptr<TCustomFile>(const std::string& Name, TFileDisposition, TFileAccess, TFileSharing)>;

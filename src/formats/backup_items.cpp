@@ -1,6 +1,7 @@
 #include "formats/backup_items.h"
 
 #include "base/numbers.h"
+#include "base/registry_roots.h"
 
 namespace {
 
@@ -74,21 +75,18 @@ void TItemReader::operator()(std::vector<TGuidBytes>& List) {
 
 namespace {
 
-/// A predefined root, and names that no NUL cuts short: a shortened key path would reach another key.
-bool IsRegistryPlace(uint32_t RootKey, const std::string& KeyPath) {
-  constexpr uint32_t FirstRoot = 0x80000000, LastRoot = 0x80000005;
-  return RootKey >= FirstRoot && RootKey <= LastRoot && KeyPath.find('\0') == std::string::npos;
-}
+bool HasNul(const std::string& Text) { return Text.find('\0') != std::string::npos; }
+
+/// A predefined root, and a name that no NUL cuts short: a shortened one would reach another key.
+bool IsKeyPlace(uint32_t RootKey, const std::string& KeyName) { return IsRegistryRoot(RootKey) && !HasNul(KeyName); }
 
 }  // namespace
 
-bool TRegistryValueItem::Plausible() const {
-  return IsRegistryPlace(RootKey, KeyPath) && Name.find('\0') == std::string::npos;
-}
+bool TRegistryValueItem::Plausible() const { return IsKeyPlace(RootKey, KeyName) && !HasNul(Name); }
 
-bool TRegistryKeyItem::Plausible() const { return IsRegistryPlace(RootKey, KeyPath); }
+bool TRegistryKeyItem::Plausible() const { return IsKeyPlace(RootKey, KeyName); }
 
 bool TSingleFileItem::Plausible() const {
   constexpr uint32_t OpenFlags = 0xFF000000, Directory = 0x10;
-  return !Path.empty() && Path.find('\0') == std::string::npos && (Attributes & (OpenFlags | Directory)) == 0;
+  return !Path.empty() && !HasNul(Path) && (Attributes & (OpenFlags | Directory)) == 0;
 }

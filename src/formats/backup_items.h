@@ -66,6 +66,18 @@ class TItemReader {
   bool Fits = true;
 };
 
+/// A text in the ANSI code page; it follows to the end of the item.
+struct TStringItem {
+  static constexpr TItemKind Kind = StringKind;
+  void Fields(auto&) {}
+};
+
+/// Bytes of a caller; they follow to the end of the item.
+struct TRawDataItem {
+  static constexpr TItemKind Kind = RawDataKind;
+  void Fields(auto&) {}
+};
+
 /// One saved file; the content follows to the end of the item.
 struct TSingleFileItem {
   static constexpr TItemKind Kind = SingleFileKind;
@@ -87,18 +99,19 @@ struct TFileSetItem {
   std::vector<TGuidBytes> Subsets;  ///< file sets, one for each subfolder
 
   void Fields(auto& Io) { Io(Files), Io(Folders), Io(Subsets); }
+  bool Plausible() const { return true; }
 };
 
 /// One saved registry value; nothing follows.
 struct TRegistryValueItem {
   static constexpr TItemKind Kind = RegistryValueKind;
   uint32_t RootKey = 0;  ///< a predefined root's handle value
-  std::string KeyPath;   ///< below the root
+  std::string KeyName;   ///< below the root
   std::string Name;      ///< empty for the key's default value
   uint32_t Type = 0;
   std::vector<uint8_t> Data;
 
-  void Fields(auto& Io) { Io(RootKey), Io(KeyPath), Io(Name), Io(Type), Io(Data); }
+  void Fields(auto& Io) { Io(RootKey), Io(KeyName), Io(Name), Io(Type), Io(Data); }
   bool Plausible() const;
 };
 
@@ -106,11 +119,11 @@ struct TRegistryValueItem {
 struct TRegistryKeyItem {
   static constexpr TItemKind Kind = RegistryKeyKind;
   uint32_t RootKey = 0;
-  std::string KeyPath;
+  std::string KeyName;
   std::vector<TGuidBytes> Values;   ///< in descending order of the index that they had
   std::vector<TGuidBytes> Subkeys;  ///< the same; empty when saved without recursion
 
-  void Fields(auto& Io) { Io(RootKey), Io(KeyPath), Io(Values), Io(Subkeys); }
+  void Fields(auto& Io) { Io(RootKey), Io(KeyName), Io(Values), Io(Subkeys); }
   bool Plausible() const;
 };
 

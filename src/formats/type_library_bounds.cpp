@@ -1,5 +1,7 @@
 #include "formats/type_library_bounds.h"
 
+#include "base/numbers.h"
+
 #include <cstdint>
 
 namespace {
@@ -16,10 +18,7 @@ class TNumbers {
 
   bool Holds(uint64_t At, uint64_t Size) { return Whole = Whole && At + Size <= File.size(); }
   uint32_t At(uint64_t Place) {
-    uint32_t Number = 0;
-    for (int Byte = 3; Byte >= 0 && Holds(Place, 4); --Byte)
-      Number = Number << 8 | static_cast<unsigned char>(File[static_cast<size_t>(Place) + static_cast<size_t>(Byte)]);
-    return Number;
+    return Holds(Place, sizeof(uint32_t)) ? NumberAt<uint32_t>(File.data() + static_cast<size_t>(Place)) : 0;
   }
   bool IsWhole() const { return Whole; }
 

@@ -2,7 +2,7 @@
 
 #include "base/numbers.h"
 #include "formats/crc32.h"
-#include "formats/uninstall_log.h"
+#include "formats/uninstall_log_error.h"
 
 #include <algorithm>
 #include <cstring>
@@ -31,7 +31,7 @@ const uint8_t* TBlockReader::Take(uint32_t Size) {
     Piece.resize(static_cast<size_t>(std::min(PieceSize, MostBytesLeft())));
     Begin = 0;
     End = Rest + File.Read(Piece.data() + Rest, static_cast<uint32_t>(Piece.size() - Rest));
-    if (End < Size) throw EUninstallLogError();
+    if (End < Size) throw EUninstallLogError{TUninstallLogFault::EndsTooEarly};
   }
   const uint8_t* const Bytes = Piece.data() + Begin;
   Begin += Size;
@@ -44,16 +44,17 @@ bool TBlockReader::NextBlock() {
   if (Position == EndOffset) return false;
   const uint8_t* const Header = Take(BlockHeaderSize);
   const auto Size = NumberAt<uint32_t>(Header + SizeAt), Crc = NumberAt<uint32_t>(Header + CrcAt);
-  if (NumberAt<uint32_t>(Header + ComplementAt) != ~Size || Size > LargestBlock) throw EUninstallLogError();
+  if (NumberAt<uint32_t>(Header + ComplementAt) != ~Size || Size > LargestBlock)
+    throw EUninstallLogError{TUninstallLogFault::BlockHeader};
   Data = Take(Size);
-  if (CheckSums && Crc32(Data, Size) != Crc) throw EUninstallLogError();
+  if (CheckSums && Crc32(Data, Size) != Crc) throw EUninstallLogError{TUninstallLogFault::BlockChecksum};
   DataLeft = Size;
   return true;
 }
 
 void TBlockReader::Read(void* Buffer, uint32_t Size) {
   for (uint8_t* To = static_cast<uint8_t*>(Buffer); Size > 0;) {
-    if (DataLeft == 0 && !NextBlock()) throw EUninstallLogError();
+    if (DataLeft == 0 && !NextBlock()) throw EUninstallLogError{TUninstallLogFault::EndsTooEarly};
     const uint32_t Part = std::min(Size, DataLeft);
     std::copy_n(Data, Part, To);
     Data += Part, DataLeft -= Part;

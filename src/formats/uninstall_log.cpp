@@ -3,6 +3,7 @@
 #include "base/numbers.h"
 #include "formats/crc32.h"
 #include "formats/uninstall_blocks.h"
+#include "formats/uninstall_log_error.h"
 
 #include <algorithm>
 #include <array>
@@ -56,11 +57,12 @@ class THeader {
 THeader ReadHeader(TCustomFile& File) {
   THeader Header;
   File.Seek(0);
-  if (File.Read(Header.Bytes.data(), HeaderSize) != HeaderSize) throw EUninstallLogError();
+  if (File.Read(Header.Bytes.data(), HeaderSize) != HeaderSize) throw EUninstallLogError{TUninstallLogFault::NotALog};
   const auto Crc = Header.Number<uint32_t>(CrcAt);
-  if (Crc != UncheckedCrc && Crc != Header.Crc()) throw EUninstallLogError();
-  if (!Header.HasId(Id32) && !Header.HasId(Id64)) throw EUninstallLogError();
-  if (Header.Number<int32_t>(VersionAt) > TUninstallLog::HighestVersion) throw EUninstallLogError();
+  if (Crc != UncheckedCrc && Crc != Header.Crc()) throw EUninstallLogError{TUninstallLogFault::HeaderChecksum};
+  if (!Header.HasId(Id32) && !Header.HasId(Id64)) throw EUninstallLogError{TUninstallLogFault::NotALog};
+  if (Header.Number<int32_t>(VersionAt) > TUninstallLog::HighestVersion)
+    throw EUninstallLogError{TUninstallLogFault::LaterVersion};
   return Header;
 }
 
@@ -69,7 +71,8 @@ THeader BeginAppending(TCustomFile& File) {
   THeader Header;
   File.ReadBuffer(Header.Bytes.data(), HeaderSize);
   const auto EndOffset = Header.Number<uint32_t>(EndOffsetAt);
-  if (EndOffset < HeaderSize || EndOffset > File.GetSize()) throw EUninstallLogError();
+  if (EndOffset < HeaderSize || EndOffset > File.GetSize())
+    throw EUninstallLogError{TUninstallLogFault::EndOutsideFile};
   File.Seek(EndOffset);
   File.Truncate();
   return Header;
@@ -106,7 +109,7 @@ void AppendLength(std::string& Bytes, size_t Length) {
     Bytes += static_cast<char>(Length16);
     AppendNumber(Bytes, static_cast<uint16_t>(Length));
   } else {
-    if (Length > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError();
+    if (Length > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError{TUninstallLogFault::TooLarge};
     Bytes += static_cast<char>(Length32);
     AppendNumber(Bytes, static_cast<uint32_t>(Length));
   }
@@ -132,7 +135,7 @@ TUninstallRecord& TUninstallLog::MakeRecord(uint16_t RecordType, size_t DataSize
   static_assert(std::is_trivially_destructible_v<TUninstallRecord>);
   constexpr size_t Alignment = alignof(TUninstallRecord), Overhead = sizeof(TUninstallRecord) + Alignment;
   constexpr uint64_t SlabSize = 0x10000;
-  if (uint64_t{DataSize} > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError();
+  if (uint64_t{DataSize} > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError{TUninstallLogFault::TooLarge};
   if (DataSize > std::numeric_limits<size_t>::max() - Overhead) throw std::bad_alloc();
   const size_t Size = (DataSize + Overhead - 1) / Alignment * Alignment;
   if (Size > SlabLeft) {
@@ -217,7 +220,7 @@ void TUninstallLog::Load(TCustomFile& File) {
     Reader.Read(Rec.data(), RecordHeaderSize);
     const auto DataSize = NumberAt<uint32_t>(Rec.data() + DataSizeAt);
     // Found out at once instead of at the end of the file, with the memory already taken.
-    if (DataSize > Reader.MostBytesLeft()) throw EUninstallLogError();
+    if (DataSize > Reader.MostBytesLeft()) throw EUninstallLogError{TUninstallLogFault::EndsTooEarly};
     TUninstallRecord& New =
         MakeRecord(NumberAt<uint16_t>(Rec.data() + TypeAt), DataSize,
                    static_cast<int32_t>(NumberAt<uint32_t>(Rec.data() + ExtraValueAt)), Reader.MostBytesLeft());
@@ -239,12 +242,13 @@ void TUninstallLog::Save(const TFileOpener& Open, const std::string& FileName, b
   for (const TUninstallRecord* Rec = FirstRecord; Rec; Rec = Rec->Next) {
     Writer.Write(HeaderOf(*Rec).data(), RecordHeaderSize);
     Writer.Write(Rec->Data().data(), Rec->DataSize);
-    if (NumRecs < 0 || NumRecs == std::numeric_limits<int32_t>::max()) throw EUninstallLogError();
+    if (NumRecs < 0 || NumRecs == std::numeric_limits<int32_t>::max())
+      throw EUninstallLogError{TUninstallLogFault::TooLarge};
     ++NumRecs;
   }
   Writer.Finish();
   const uint64_t EndOffset = File->GetPosition();
-  if (EndOffset > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError();
+  if (EndOffset > std::numeric_limits<uint32_t>::max()) throw EUninstallLogError{TUninstallLogFault::TooLarge};
 
   Header.PutId(Is64Bit ? Id64 : Id32);
   Header.PutText(ApplicationIdAt, ApplicationId);

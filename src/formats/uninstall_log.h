@@ -1,6 +1,7 @@
 #pragma once
 
 #include "formats/abstract_file.h"
+#include "formats/uninstall_log_error.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -8,10 +9,6 @@
 #include <span>
 #include <string>
 #include <vector>
-
-/// A log that cannot be read or written: damaged, of a later version, or too large for its own fields. Its message is
-/// empty, which is what the debug log shows of it.
-class EUninstallLogError {};
 
 /// One record. Its data lies behind it in the same piece of memory, which belongs to the log.
 class TUninstallRecord {

@@ -1,20 +1,13 @@
 #include "installer/file.h"
 
-#include "base/failure.h"
+#include "base/messages.h"
+#include "base/system_error.h"
 
 namespace {
 
 constexpr DWORD Dispositions[] = {CREATE_ALWAYS, CREATE_NEW, OPEN_EXISTING, OPEN_ALWAYS};
 constexpr DWORD Accesses[] = {GENERIC_READ, GENERIC_WRITE, GENERIC_READ | GENERIC_WRITE};
 constexpr DWORD Sharings[] = {0, FILE_SHARE_READ, FILE_SHARE_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE};
-
-/// The system's text without its line end and its period; a text of our own when it has none.
-std::string ErrorText(uint32_t Code) {
-  constexpr size_t Longest = 1024;
-  std::string Text = SystemMessage(Code).substr(0, Longest);
-  while (!Text.empty() && (static_cast<unsigned char>(Text.back()) <= ' ' || Text.back() == '.')) Text.pop_back();
-  return Text.empty() ? "File I/O error " + std::to_string(static_cast<int32_t>(Code)) : Text;
-}
 
 }  // namespace
 
@@ -24,10 +17,8 @@ TFile::TFile(const std::string& FileName, TFileDisposition Disposition, TFileAcc
   Check(Handle ? TRUE : FALSE);
 }
 
-void TFile::RaiseError(uint32_t Code) { throw EFileError(Code, ErrorText(Code)); }
-
 void TFile::Check(BOOL Succeeded) {
-  if (!Succeeded) RaiseError(GetLastError());
+  if (!Succeeded) throw EFileError{GetLastError()};
 }
 
 uint64_t TFile::GetPosition() {
@@ -67,4 +58,11 @@ void TFile::Flush() { Check(FlushFileBuffers(Handle.Get())); }
 std::unique_ptr<TCustomFile> OpenSystemFile(const std::string& FileName, TFileDisposition Disposition,
                                             TFileAccess Access, TFileSharing Sharing) {
   return std::make_unique<TFile>(FileName, Disposition, Access, Sharing);
+}
+
+std::string TextOf(const EFileError& Error) {
+  constexpr size_t Longest = 1024;
+  std::string Text = SystemMessage(Error.Code).substr(0, Longest);
+  while (!Text.empty() && (static_cast<unsigned char>(Text.back()) <= ' ' || Text.back() == '.')) Text.pop_back();
+  return Text.empty() ? FormatMessageText(MsgFileError, std::to_string(static_cast<int32_t>(Error.Code))) : Text;
 }

@@ -3,6 +3,9 @@
 #include "base/handles.h"
 #include "formats/abstract_file.h"
 
+#include <memory>
+#include <string>
+
 /// A file of the system. It is closed with the object.
 class TFile final : public TCustomFile {
  public:
@@ -17,8 +20,7 @@ class TFile final : public TCustomFile {
   void Flush() override;
 
  private:
-  [[noreturn]] void RaiseError(uint32_t Code) override;
-  void Check(BOOL Succeeded);
+  static void Check(BOOL Succeeded);
 
   TFileHandle Handle;
 };
@@ -26,3 +28,7 @@ class TFile final : public TCustomFile {
 /// The opener for the installer's own files: TFile.
 std::unique_ptr<TCustomFile> OpenSystemFile(const std::string& FileName, TFileDisposition Disposition,
                                             TFileAccess Access, TFileSharing Sharing);
+
+/// The system's message for a failed operation, without its line end and its period; a text of our own when it has
+/// none.
+std::string TextOf(const EFileError& Error);

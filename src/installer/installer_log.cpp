@@ -1,15 +1,14 @@
 #include "installer/installer_log.h"
 
-#include "base/messages.h"
-#include "base/named_lock.h"
+#include "base/data_folders.h"
+#include "base/failure.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "formats/uninstall_log.h"
 #include "installer/file.h"
-#include "rollback/saved_list.h"
-#include "server/environment.h"
-#include "server/log_scope.h"
 
-#include <mutex>
+#include <exception>
+#include <new>
 #include <optional>
 
 /// A list, and whether it has entries that could not be saved yet.
@@ -19,8 +18,6 @@ struct TInstallerList {
 };
 
 namespace {
-
-constexpr wchar_t LogName[] = L"UInno";
 
 /// The installer's record type for a file to delete; the values tell what the file is.
 constexpr uint16_t DeleteFileRecord = 0x82;
@@ -35,30 +32,21 @@ std::string WholeEntry(const std::string& Entry) { return Entry; }
 // Process-wide, and changed only with the lock held.
 TInstallerList Files{{FileGroup, WholeEntry}};
 TInstallerList Servers{{ComGroup, WholeEntry}};
-bool ReloadNeeded = true;
-TNamedLock InnoLock;
-/// The lists are read without that lock: this one keeps readers away while they change, and is never held in a call to
-/// another object.
-std::mutex ListsInMemory;
-
-void Forget(TInstallerList& List, const std::string& Name) {
-  const std::lock_guard Guard(ListsInMemory);
-  List.Names.Remove(Name);
-}
+TSharedLists InstallerLists{&Files.Names, &Servers.Names};
 
 /// The extension counts as it is written: ".tlb" is taken for a server.
 int32_t KindOfServer(const std::string& FileName) { return ExtensionOf(FileName) == ".TLB" ? TypeLibrary : ComServer; }
 
 /// Runs one phase of ProcessInno. What goes wrong in it is told in the debug log and nowhere else.
 template <class TBody>
-void RunPhase(TLogScope& Log, const std::string& Label, TBody Body) {
+void RunPhase(TRoutine& Lines, const std::string& Label, TBody Body) {
   std::wstring Text;
   try {
     return Body();
   } catch (const EFailure& Failure) {
     Text = ToWide(Label + "_1") + Failure.Message + L" " + std::to_wstring(Failure.Result);
   } catch (const EFileError& Error) {
-    Text = ToWide(Label + "_2" + Error.Message);
+    Text = ToWide(Label + "_2" + TextOf(Error));
   } catch (const EUninstallLogError&) {
     Text = ToWide(Label + "_2");
   } catch (const std::bad_alloc&) {
@@ -66,7 +54,7 @@ void RunPhase(TLogScope& Log, const std::string& Label, TBody Body) {
   } catch (const std::exception& Other) {
     Text = ToWide(Label + "_2" + Other.what());
   }
-  Log.Line(ToWide(LoadMessage(MsgException)), Text);
+  Lines.Line(LoadWideMessage(MsgException), Text);
 }
 
 /// What the second phase must know of the log that it appends to.
@@ -76,75 +64,48 @@ struct TLogIdentity {
   bool EndsWithLastRecord;
 };
 
-TLogIdentity LoadLog(const std::string& FileName, TUninstallLog& Log) {
+TLogIdentity Load(const std::string& FileName, TUninstallLog& Uninstall) {
   TFile File(FileName, TFileDisposition::OpenExisting, TFileAccess::Read, TFileSharing::None);
-  Log.Load(File);
-  return {Log.ApplicationId, Log.Is64Bit, Log.EndsWithLastRecord()};
+  Uninstall.Load(File);
+  return {Uninstall.ApplicationId, Uninstall.Is64Bit, Uninstall.EndsWithLastRecord()};
 }
 
 TLogIdentity IdentityOf(const std::string& FileName) {
-  TUninstallLog Log;
-  return LoadLog(FileName, Log);
+  TUninstallLog Uninstall;
+  return Load(FileName, Uninstall);
 }
 
 void AppendLists(const std::string& FileName, const TLogIdentity& Identity) {
-  if (!Identity.EndsWithLastRecord) throw EUninstallLogError();
-  TUninstallLog Log;
-  for (const std::string& Name : Files.Names.All()) Log.AddStringRecord(DeleteFileRecord, {Name}, PlainFile);
-  for (const std::string& Name : Servers.Names.All()) Log.AddStringRecord(DeleteFileRecord, {Name}, KindOfServer(Name));
+  if (!Identity.EndsWithLastRecord) throw EUninstallLogError{TUninstallLogFault::SomethingBehind};
+  TUninstallLog Added;
+  for (const std::string& Name : Files.Names.All()) Added.AddStringRecord(DeleteFileRecord, {Name}, PlainFile);
+  for (const std::string& Name : Servers.Names.All())
+    Added.AddStringRecord(DeleteFileRecord, {Name}, KindOfServer(Name));
   // A new log knows neither, and would put its own in their place.
-  Log.ApplicationId = Identity.ApplicationId;
-  Log.Is64Bit = Identity.Is64Bit;
-  Log.Save(OpenSystemFile, FileName, true, false);
+  Added.ApplicationId = Identity.ApplicationId;
+  Added.Is64Bit = Identity.Is64Bit;
+  Added.Save(OpenSystemFile, FileName, true, false);
 }
 
 }  // namespace
 
-void TUInno::Initialize() {
-  const bool FoldersKnown = PrepareDataFolders();
-  DebugLog = ActiveOrNew<IUDebugLog>(CLSID_UDebugLog);
-  Backup = ActiveOrNew<IUBackup>(CLSID_UBackup);
-  History = ActiveOrNew<IUHistory>(CLSID_UHistory);
-  if (!FoldersKnown) return;  // the first call says so
-  TNamedLock::TOwner Owner(InnoLock);
-  const TNamedLock::THold Hold(Owner);
-  LoadOnce();
-}
-
-/// Once per process; a failure leaves it to the next object, or the next call. To be called with the lock held, and
-/// before anything is saved: a list that was not read must not be written over.
-void TUInno::LoadOnce() {
-  if (!ReloadNeeded) return;
-  TSavedList SavedFiles(FileGroup, WholeEntry), SavedServers(ComGroup, WholeEntry);
-  SavedFiles.Load(*Backup, *History);
-  SavedServers.Load(*Backup, *History);
-  const std::lock_guard Guard(ListsInMemory);
-  Files.Names = std::move(SavedFiles);
-  Servers.Names = std::move(SavedServers);
-  ReloadNeeded = false;
-}
+TSharedLists& TUInno::Lists() const { return InstallerLists; }
 
 HRESULT TUInno::AddFile(BSTR FileName) { return Add("AddFile", Files, FileName); }
 
 HRESULT TUInno::AddCOM(BSTR FileName) { return Add("AddCOM", Servers, FileName); }
 
-HRESULT TUInno::Add(const char* Method, TInstallerList& To, BSTR FileName) {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText(Method, FileName));
-    {
-      TNamedLock::TOwner Owner(InnoLock);
-      const TNamedLock::THold Hold(Owner);
-      LoadOnce();
-      const std::string Name = ToAnsi(ViewOf(FileName));
-      if (!To.Names.Find(Name)) {
-        const std::lock_guard Guard(ListsInMemory);
-        To.Names.Add(Name);
+HRESULT TUInno::Add(const char* Name, TInstallerList& To, BSTR FileName) {
+  return Method(Name, {FileName}, [&] {
+    WithLists([&] {
+      const std::string File = ToAnsi(ViewOf(FileName));
+      if (!To.Names.Find(File)) {
+        To.Names.Add(File);
         To.Unsaved = true;
       }
-      if (To.Unsaved) To.Names.Save(*Backup, *History);
+      if (To.Unsaved) Save(To.Names);
       To.Unsaved = false;
-    }
-    Log.End(LogText(Method));
+    });
   });
 }
 
@@ -153,64 +114,42 @@ HRESULT TUInno::GetFileList(BSTR* FileList) { return Get(Files, FileList); }
 HRESULT TUInno::GetCOMList(BSTR* COMList) { return Get(Servers, COMList); }
 
 HRESULT TUInno::Get(const TInstallerList& From, BSTR* Text) {
-  if (!Text) return E_POINTER;
-  *Text = nullptr;
-  return SafeCall([&] {
-    const std::string List = [&] {
-      const std::lock_guard Guard(ListsInMemory);
-      return From.Names.CommaText();
-    }();
-    *Text = MakeBstr(ToWide(List)).Detach();
-  });
+  return Give(Text, [&] { return ToWide(From.Names.CommaText()); });
 }
 
 HRESULT TUInno::ProcessInno() {
-  return SafeCall([&] {
-    TLogScope Log(DebugLog.Get(), LogName, LogText("ProcessInno"));
-    {
-      TNamedLock::TOwner Owner(InnoLock);
-      const TNamedLock::THold Hold(Owner);
-      LoadOnce();
-      for (const std::string& Name : Servers.Names.All()) Forget(Files, Name);
+  return Method("ProcessInno", {}, [&](TRoutine& Lines) {
+    WithLists([&] {
+      for (const std::string& Name : Servers.Names.All()) Files.Names.Remove(Name);
       const std::string FileName = GetUninstallDir() + "\\unins000.dat";
       std::optional<TLogIdentity> Identity;
-      RunPhase(Log, "Inno unins000 1", [&] {
+      RunPhase(Lines, "Inno unins000 1", [&] {
         TUninstallLog Old;
-        Identity = LoadLog(FileName, Old);
+        Identity = Load(FileName, Old);
         DeleteDuplicatesInLists(Old);
       });
-      RunPhase(Log, "Inno unins000 2", [&] { AppendLists(FileName, Identity ? *Identity : IdentityOf(FileName)); });
-    }
-    Log.End(LogText("ProcessInno"));
+      RunPhase(Lines, "Inno unins000 2", [&] { AppendLists(FileName, Identity ? *Identity : IdentityOf(FileName)); });
+    });
   });
 }
 
 /// Takes out of the lists what the log has already.
-void TUInno::DeleteDuplicatesInLists(const TUninstallLog& Log) {
-  TLogScope Lines(DebugLog.Get(), LogName, LogText("DeleteDuplicatesInLists"));
-  constexpr size_t MostStrings = 11;
-  std::string Strings[MostStrings];
-  for (const TUninstallRecord* Rec = Log.First(); Rec; Rec = Rec->Next) {
-    const bool IsServer = Rec->ExtraValue == ComServer || Rec->ExtraValue == TypeLibrary;
-    if (Rec->RecordType != DeleteFileRecord || (!IsServer && Rec->ExtraValue != PlainFile)) continue;
-    if (TUninstallLog::ExtractRecordStrings(*Rec, Strings) == 0) continue;
-    if (IsServer) Forget(Servers, Strings[0]);
-    Forget(Files, Strings[0]);
-  }
-  Lines.End(LogText("DeleteDuplicatesInLists"));
+void TUInno::DeleteDuplicatesInLists(const TUninstallLog& Uninstall) const {
+  Routine("DeleteDuplicatesInLists", {}, [&] {
+    constexpr size_t MostStrings = 11;
+    std::string Strings[MostStrings];
+    for (const TUninstallRecord* Rec = Uninstall.First(); Rec; Rec = Rec->Next) {
+      const bool IsServer = Rec->ExtraValue == ComServer || Rec->ExtraValue == TypeLibrary;
+      if (Rec->RecordType != DeleteFileRecord || (!IsServer && Rec->ExtraValue != PlainFile)) continue;
+      if (TUninstallLog::ExtractRecordStrings(*Rec, Strings) == 0) continue;
+      if (IsServer) Servers.Names.Remove(Strings[0]);
+      Files.Names.Remove(Strings[0]);
+    }
+  });
 }
 
-TAutoObjectBase* CreateUInno(TVersionedAutoObjectFactory& Factory) { return new TUInno(Factory); }
-
-void StartInstallerLog() {
-  ReloadNeeded = true;
-  InnoLock.Create(GuidText(CLSID_UInno));
+static void ForgetLists() {
+  InstallerLists.Forget();
+  Files.Unsaved = Servers.Unsaved = false;
 }
-
-void StopInstallerLog() {
-  InnoLock.Close();
-  for (TInstallerList* List : {&Files, &Servers}) {
-    List->Names.Clear();
-    List->Unsaved = false;
-  }
-}
+COCLASS(UInno, TUInno, &InstallerLists.Lock, nullptr, ForgetLists);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/automation.h"
+#include "rollback/shared_lists.h"
 
 struct TInstallerList;
 class TUninstallLog;
@@ -9,10 +9,9 @@ class TUninstallLog;
 /// the application takes them away, too. They are collected in two lists, which all objects of a process share; every
 /// addition saves its list through the backup store and the history, and the first object of a later process reads them
 /// back. Names are compared without case.
-class TUInno final : public TAutoObject<IUInno> {
+class TUInno final : public TListObject<IUInno> {
  public:
-  using TAutoObject::TAutoObject;
-  void Initialize() override;
+  using TListObject::TListObject;
 
   /// A name that is in the list already is not added again. When saving fails, the name stays in the list, and the next
   /// call saves it, also one that adds nothing.
@@ -38,12 +37,8 @@ class TUInno final : public TAutoObject<IUInno> {
   STDMETHOD(ProcessInno)() override;
 
  private:
-  void LoadOnce();
+  TSharedLists& Lists() const override;
   HRESULT Add(const char* Method, TInstallerList& To, BSTR FileName);
   HRESULT Get(const TInstallerList& From, BSTR* Text);
-  void DeleteDuplicatesInLists(const TUninstallLog& Log);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUBackup> Backup;
-  TComRef<IUHistory> History;
+  void DeleteDuplicatesInLists(const TUninstallLog& Uninstall) const;
 };

@@ -1,16 +1,19 @@
 #pragma once
 
 #include "base/messages.h"
-#include "server/log_scope.h"
+#include "base/windows_api.h"
+#include "server/interfaces.h"
+#include "server/routine.h"
 
+#include <initializer_list>
+#include <optional>
 #include <string>
 
-/// The retry layer's one loop. A wrapper names its system call, its success test, its message and its log texts:
+/// The retry layer's one loop. A wrapper names itself, its system call, its success test and its message:
 ///
-///   void RetryCreateDirectory(const std::string& Dir) {
-///     TRetryCall Call(Standard, LogText("RetryCreateDirectory", Dir));
-///     Call.Until([&] { return ByLastError(CreateDirectoryA(...)); }, MsgCannotCreateFolder, Dir);
-///     Call.End("RetryCreateDirectory");
+///   void RetryDeleteDirectory(const std::string& Folder) {
+///     TRetryCall(Standard, "RetryDeleteDirectory", Folder)
+///         .Run([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
 ///   }
 ///
 /// When an attempt fails, the user sees the message, an empty line and the system's reason, with Retry and Cancel.
@@ -50,7 +53,15 @@ inline constexpr TRetryVariant Unnumbered{.Quiet = true, .TakesCallId = false};
 /// One call of a wrapper.
 class TRetryCall {
  public:
-  TRetryCall(TRetryVariant Variant, const std::wstring& Begin);
+  /// Writes the Begin line: the wrapper's name and its arguments.
+  template <class... TWords>
+  TRetryCall(TRetryVariant Variant, const char* Name, const TWords&... Words) : TRetryCall(Variant) {
+    if (!Variant.Quiet) Routine.emplace(OwnLines, Name, std::initializer_list<TLogWord>{TLogWord(Words)...});
+  }
+  /// One without lines.
+  explicit TRetryCall(TRetryVariant Variant) : SilentRepeatsLeft(Variant.SilentRepeats) {
+    if (Variant.Quiet && Variant.TakesCallId) NextCallId();
+  }
 
   /// Repeats `Attempt` until it succeeds; `Message` and its arguments say what failed.
   template <class TAttempt, class... TArgs>
@@ -59,21 +70,40 @@ class TRetryCall {
       if (!RepeatsSilently()) AskOrFail(Last, FormatMessageText(Message, Args...));
   }
 
-  void End(const std::wstring& Text);
+  /// The same, and then the End line without a result: all of most wrappers.
+  template <class TAttempt, class... TArgs>
+  void Run(TAttempt Attempt, TMessage Message, const TArgs&... Args) {
+    Until(Attempt, Message, Args...);
+    End();
+  }
+
+  /// Writes the End line: the wrapper's name and its result.
+  template <class... TWords>
+  void End(const TWords&... Words) {
+    if (!Routine) return;
+    Routine->EndsWith({TLogWord(Words)...});
+    Routine->End();
+  }
   /// A line with an action of the wrapper's own.
-  void Line(const std::wstring& Action, const std::wstring& Text);
+  void Line(const std::wstring& Action, const std::wstring& Text) {
+    if (Routine) Routine->Line(Action, Text);
+  }
 
  private:
+  static constexpr TLineSource OwnLines{nullptr, "Common"};
+
   bool RepeatsSilently();
   static void AskOrFail(const TOutcome& Last, const std::string& Words);
 
   int SilentRepeatsLeft;
-  bool Quiet;
-  long Id;
+  std::optional<TRoutine> Routine;
 };
 
 /// Writes the "Exception" line (code in signed decimal, a blank, the text) under a new call id and raises the failure.
 [[noreturn]] void FailureStep(long Code, const std::string& Text);
+
+/// The same with the system's text for the code.
+[[noreturn]] void FailureStep(long Code);
 
 /// Shows an error that no repetition can mend in a box with one button, then runs the failure step with the code
 /// 0x800401FF, so that the HRESULT of the failure is 0x800403FF.

@@ -1,183 +1,165 @@
 #include "retry/file_wrappers.h"
 
 #include "base/paths.h"
-#include "server/environment.h"
+#include "retry/engine.h"
 
-#include <optional>
 #include <vector>
-
-namespace {
-
-std::wstring TimesText(const TFileTimes& Times) {
-  return LogText(DateTimeText(Times.Creation), DateTimeText(Times.LastAccess), DateTimeText(Times.LastWrite));
-}
-
-}  // namespace
 
 DWORD RetryGetFileAttributes(const std::string& FileName) {
   DWORD Attr = 0;
-  TRetryCall Call(Standard, LogText("RetryGetFileAttributes", FileName));
+  TRetryCall Call(Standard, "RetryGetFileAttributes", FileName);
   Call.Until([&] { return ByLastError((Attr = GetFileAttributesA(FileName.c_str())) != INVALID_FILE_ATTRIBUTES); },
              MsgCannotGetAttributes, FileName);
-  Call.End(LogText("RetryGetFileAttributes", Attr));
+  Call.End(Attr);
   return Attr;
 }
 
 void RetrySetFileAttributes(const std::string& FileName, DWORD Attr) {
-  TRetryCall Call(Standard, LogText("RetrySetFileAttributes", FileName, Attr));
-  Call.Until([&] { return ByLastError(SetFileAttributesA(FileName.c_str(), Attr)); }, MsgCannotSetAttributes, FileName);
-  Call.End(L"RetrySetFileAttributes");
+  TRetryCall(Standard, "RetrySetFileAttributes", FileName, Attr)
+      .Run([&] { return ByLastError(SetFileAttributesA(FileName.c_str(), Attr)); }, MsgCannotSetAttributes, FileName);
 }
 
-TFileTimes RetryGetFileTime(const std::string& FileName, HANDLE Handle) {
+TFileTimes RetryGetFileTime(const TOpenFile& File) {
   TFileTimes Times;
-  TRetryCall Call(Standard, LogText("RetryGetFileTime", FileName));
-  Call.Until([&] { return ByLastError(GetFileTime(Handle, &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
-             MsgCannotGetTimes, FileName);
-  Call.End(LogText("RetryGetFileTime", TimesText(Times)));
+  TRetryCall Call(Standard, "RetryGetFileTime", File.Name);
+  Call.Until([&] { return ByLastError(GetFileTime(File.Get(), &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
+             MsgCannotGetTimes, File.Name);
+  Call.End(DateTimeText(Times.Creation), DateTimeText(Times.LastAccess), DateTimeText(Times.LastWrite));
   return Times;
 }
 
-void RetrySetFileTime(const std::string& FileName, HANDLE Handle, const TFileTimes& Times) {
-  TRetryCall Call(Standard, LogText("RetrySetFileTime", FileName, TimesText(Times)));
-  Call.Until([&] { return ByLastError(SetFileTime(Handle, &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
-             MsgCannotSetTimes, FileName);
-  Call.End(L"RetrySetFileTime");
+void RetrySetFileTime(const TOpenFile& File, const TFileTimes& Times) {
+  TRetryCall(Standard, "RetrySetFileTime", File.Name, DateTimeText(Times.Creation), DateTimeText(Times.LastAccess),
+             DateTimeText(Times.LastWrite))
+      .Run([&] { return ByLastError(SetFileTime(File.Get(), &Times.Creation, &Times.LastAccess, &Times.LastWrite)); },
+           MsgCannotSetTimes, File.Name);
 }
 
-void RetryCreateDirectory(const std::string& Dir) {
-  TRetryCall Call(Standard, LogText("RetryCreateDirectory", Dir));
-  Call.Until(
-      [&] { return ByLastError(CreateDirectoryA(Dir.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS); },
-      MsgCannotCreateFolder, Dir);
-  Call.End(L"RetryCreateDirectory");
+void RetryCreateDirectory(const std::string& Folder) {
+  TRetryCall(Standard, "RetryCreateDirectory", Folder)
+      .Run(
+          [&] {
+            return ByLastError(CreateDirectoryA(Folder.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS);
+          },
+          MsgCannotCreateFolder, Folder);
 }
 
-void RetryDeleteDirectory(const std::string& Dir) {
-  TRetryCall Call(Standard, LogText("RetryDeleteDirectory", Dir));
-  Call.Until([&] { return ByLastError(RemoveDirectoryA(Dir.c_str())); }, MsgCannotDeleteFolder, Dir);
-  Call.End(L"RetryDeleteDirectory");
+void RetryDeleteDirectory(const std::string& Folder) {
+  TRetryCall(Standard, "RetryDeleteDirectory", Folder)
+      .Run([&] { return ByLastError(RemoveDirectoryA(Folder.c_str())); }, MsgCannotDeleteFolder, Folder);
 }
 
-void RetryForceDirectories(const std::string& Dir) {
+void RetryForceDirectories(const std::string& Folder) {
   constexpr size_t ShortestFolder = 3;
-  TRetryCall Call(Standard, LogText("RetryForceDirectories", Dir));
-  const bool Trailing = !Dir.empty() && WithBackslash(Dir) == Dir;
-  const std::string Folder = Trailing ? Dir.substr(0, Dir.size() - 1) : Dir;
-  const std::string Parent = FolderPrefix(Folder);
-  if (Folder.size() < ShortestFolder || Parent == Folder) return;  // the walk's end writes no End line
+  TRetryCall Call(Standard, "RetryForceDirectories", Folder);
+  const bool Trailing = !Folder.empty() && WithBackslash(Folder) == Folder;
+  const std::string Wanted = Trailing ? Folder.substr(0, Folder.size() - 1) : Folder;
+  const std::string Parent = FolderPrefix(Wanted);
+  if (Wanted.size() < ShortestFolder || Parent == Wanted) return;  // the walk's end writes no End line
   RetryForceDirectories(Parent);
-  RetryCreateDirectory(Folder);
-  Call.End(L"RetryForceDirectories");
+  RetryCreateDirectory(Wanted);
+  Call.End();
 }
 
-TFindHandle RetryFindFirstFile(const std::string& Mask, WIN32_FIND_DATAA& FindData, bool& NotFound) {
-  TFindHandle Handle;
-  TRetryCall Call(QuietCall, L"");
-  Call.Until(
+TSearch RetryFindFirstFile(const std::string& Mask, WIN32_FIND_DATAA& FindData, bool& NotFound) {
+  TSearch Search{Mask};
+  TRetryCall(QuietCall).Until(
       [&] {
-        Handle.Reset(FindFirstFileA(Mask.c_str(), &FindData));
-        const DWORD Code = Handle ? ERROR_SUCCESS : GetLastError();
+        Search.Handle.Reset(FindFirstFileA(Mask.c_str(), &FindData));
+        const DWORD Code = Search ? ERROR_SUCCESS : GetLastError();
         NotFound = Code == ERROR_FILE_NOT_FOUND || Code == ERROR_PATH_NOT_FOUND;
-        return TOutcome{Handle || NotFound, static_cast<long>(Code)};
+        return TOutcome{Search || NotFound, static_cast<long>(Code)};
       },
       MsgCannotStartSearch, Mask);
-  return Handle;
+  return Search;
 }
 
-void RetryFindNextFile(const std::string& Mask, WIN32_FIND_DATAA& FindData, HANDLE Handle, bool& NoMoreFiles) {
-  TRetryCall Call(QuietCall, L"");
-  Call.Until(
+void RetryFindNextFile(const TSearch& Search, WIN32_FIND_DATAA& FindData, bool& NoMoreFiles) {
+  TRetryCall(QuietCall).Until(
       [&] {
-        const bool Found = FindNextFileA(Handle, &FindData) != FALSE;
+        const bool Found = FindNextFileA(Search.Get(), &FindData) != FALSE;
         NoMoreFiles = !Found && GetLastError() == ERROR_NO_MORE_FILES;
         return ByLastError(Found || NoMoreFiles);
       },
-      MsgCannotContinueSearch, Mask);
+      MsgCannotContinueSearch, Search.Name);
 }
 
-void RetryFindClose(const std::string& Mask, TFindHandle& Handle) {
-  const HANDLE Search = Handle.Detach();
-  TRetryCall Call(QuietCall, L"");
-  Call.Until([&] { return ByLastError(FindClose(Search)); }, MsgCannotFinishSearch, Mask);
+void RetryFindClose(TSearch& Search) {
+  const HANDLE Open = Search.Handle.Detach();
+  TRetryCall(QuietCall).Until([&] { return ByLastError(FindClose(Open)); }, MsgCannotFinishSearch, Search.Name);
 }
 
-TFileHandle RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition, DWORD Flags,
-                            SECURITY_ATTRIBUTES* SecurityAttributes, HANDLE Template) {
-  TFileHandle Handle;
+TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition, DWORD Flags) {
+  TOpenFile File{FileName};
   const TMessage Message = Disposition == CREATE_NEW      ? MsgCannotCreate
                            : Disposition == OPEN_EXISTING ? MsgCannotOpen
                                                           : MsgCannotOpenOrCreate;
-  TRetryCall Call(Patient, LogText("RetryCreateFile", FileName, Access, Share, Disposition, Flags));
-  Call.Until(
-      [&] {
-        Handle.Reset(CreateFileA(FileName.c_str(), Access, Share, SecurityAttributes, Disposition, Flags, Template));
-        return ByLastError(static_cast<bool>(Handle));
-      },
-      Message, FileName);
-  Call.End(L"RetryCreateFile");
-  return Handle;
+  TRetryCall(Patient, "RetryCreateFile", FileName, Access, Share, Disposition, Flags)
+      .Run(
+          [&] {
+            File.Handle.Reset(CreateFileA(FileName.c_str(), Access, Share, nullptr, Disposition, Flags, nullptr));
+            return ByLastError(static_cast<bool>(File));
+          },
+          Message, FileName);
+  return File;
 }
 
-DWORD RetryReadFile(const std::string& FileName, HANDLE Handle, void* Buffer, bool Log, DWORD ToRead,
-                    OVERLAPPED* Overlapped) {
+DWORD RetryReadFile(const TOpenFile& File, void* Buffer, bool Lines, DWORD ToRead) {
   DWORD BytesRead = 0;
-  TRetryCall Call(Log ? Standard : QuietCall, Log ? LogText("RetryReadFile", FileName, ToRead) : L"");
-  Call.Until([&] { return ByLastError(ReadFile(Handle, Buffer, ToRead, &BytesRead, Overlapped)); }, MsgCannotRead,
-             FileName);
-  Call.End(L"RetryReadFile");
+  TRetryCall(Lines ? Standard : QuietCall, "RetryReadFile", File.Name, ToRead)
+      .Run([&] { return ByLastError(ReadFile(File.Get(), Buffer, ToRead, &BytesRead, nullptr)); }, MsgCannotRead,
+           File.Name);
   return BytesRead;
 }
 
-DWORD RetryWriteFile(const std::string& FileName, HANDLE Handle, const void* Buffer, bool Log, DWORD ToWrite,
-                     OVERLAPPED* Overlapped) {
+DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Lines, DWORD ToWrite) {
   DWORD BytesWritten = 0;
-  TRetryCall Call(Log ? QuietCall : Unnumbered, L"");
-  Call.Until([&] { return ByLastError(WriteFile(Handle, Buffer, ToWrite, &BytesWritten, Overlapped)); }, MsgCannotWrite,
-             FileName);
+  TRetryCall(Lines ? QuietCall : Unnumbered)
+      .Until([&] { return ByLastError(WriteFile(File.Get(), Buffer, ToWrite, &BytesWritten, nullptr)); },
+             MsgCannotWrite, File.Name);
   return BytesWritten;
 }
 
-void RetryCloseHandle(const std::string& FileName, TFileHandle& Handle) {
-  const HANDLE File = Handle.Detach();
-  TRetryCall Call(QuietCall, L"");
-  Call.Until([&] { return ByLastError(CloseHandle(File)); }, MsgCannotClose, FileName);
+void RetryCloseHandle(TOpenFile& File) {
+  const HANDLE Open = File.Handle.Detach();
+  TRetryCall(QuietCall).Until([&] { return ByLastError(CloseHandle(Open)); }, MsgCannotClose, File.Name);
 }
 
-DWORD RetryGetFileSize(const std::string& FileName, HANDLE Handle, DWORD SizeBefore) {
+DWORD RetryGetFileSize(const TOpenFile& File) {
+  constexpr DWORD SizeBefore = 0;  // the line has room for what the caller took the size to be, which none does
   DWORD Size = SizeBefore;
-  TRetryCall Call(Standard, LogText("RetryGetFileSize", FileName, SizeBefore));
-  Call.Until([&] { return ByLastError((Size = GetFileSize(Handle, nullptr)) != INVALID_FILE_SIZE); },
-             MsgCannotGetFileSize, FileName);
-  Call.End(LogText("RetryGetFileSize", Size));
+  TRetryCall Call(Standard, "RetryGetFileSize", File.Name, SizeBefore);
+  Call.Until([&] { return ByLastError((Size = GetFileSize(File.Get(), nullptr)) != INVALID_FILE_SIZE); },
+             MsgCannotGetFileSize, File.Name);
+  Call.End(Size);
   return Size;
 }
 
-void RetryReadAndAppendFile(const std::string& SourceName, const std::string& DestName, HANDLE SourceHandle,
-                            HANDLE DestHandle) {
+void RetryReadAndAppendFile(const TOpenFile& Source, const TOpenFile& Dest) {
   constexpr DWORD BlockSize = 32768;
-  TRetryCall Call(Standard, LogText("RetryReadAndAppendFile", SourceName, DestName));
+  TRetryCall Call(Standard, "RetryReadAndAppendFile", Source.Name, Dest.Name);
   std::vector<char> Buffer(BlockSize);
   DWORD BytesRead = 0;
   do {
-    BytesRead = RetryReadFile(SourceName, SourceHandle, Buffer.data(), false, BlockSize);
-    if (BytesRead > 0) RetryWriteFile(DestName, DestHandle, Buffer.data(), false, BytesRead);
+    BytesRead = RetryReadFile(Source, Buffer.data(), false, BlockSize);
+    if (BytesRead > 0) RetryWriteFile(Dest, Buffer.data(), false, BytesRead);
   } while (BytesRead == BlockSize);
-  Call.End(L"RetryReadAndAppendFile");
+  Call.End();
 }
 
-void RetrySetFilePointer(const std::string& FileName, HANDLE Handle, LONG Distance, DWORD Method, LONG* DistanceHigh) {
-  TRetryCall Call(Standard, LogText("RetrySetFilePointer", FileName, Distance, Method));
-  Call.Until(
-      [&] { return ByLastError(SetFilePointer(Handle, Distance, DistanceHigh, Method) != INVALID_SET_FILE_POINTER); },
-      MsgCannotSetPointer, FileName);
-  Call.End(L"RetrySetFilePointer");
+void RetrySetFilePointer(const TOpenFile& File, LONG Distance, DWORD Method) {
+  TRetryCall(Standard, "RetrySetFilePointer", File.Name, Distance, Method)
+      .Run(
+          [&] {
+            return ByLastError(SetFilePointer(File.Get(), Distance, nullptr, Method) != INVALID_SET_FILE_POINTER);
+          },
+          MsgCannotSetPointer, File.Name);
 }
 
 void RetryDeleteFile(const std::string& FileName) {
   constexpr DWORD GoneCheckMilliseconds = 1;
   bool Deleted = false;
-  TRetryCall Call(Patient, LogText("RetryDeleteFile", FileName));
+  TRetryCall Call(Patient, "RetryDeleteFile", FileName);
   Call.Until(
       [&] {
         if (!FileExistsByFind(FileName)) return TOutcome{true};
@@ -192,25 +174,23 @@ void RetryDeleteFile(const std::string& FileName) {
     Call.Line(L"RetryDeleteWait", L"RetryDeleteWait");
     Sleep(GoneCheckMilliseconds);
   }
-  Call.End(L"RetryDeleteFile");
+  Call.End();
 }
 
 void RetryMoveFile(const std::string& OldName, const std::string& NewName) {
-  TRetryCall Call(Patient, LogText("RetryMoveFile", OldName, NewName));
-  Call.Until([&] { return ByLastError(MoveFileA(OldName.c_str(), NewName.c_str())); }, MsgCannotMove, OldName, NewName);
-  Call.End(L"RetryMoveFile");
+  TRetryCall(Patient, "RetryMoveFile", OldName, NewName)
+      .Run([&] { return ByLastError(MoveFileA(OldName.c_str(), NewName.c_str())); }, MsgCannotMove, OldName, NewName);
 }
 
-void RetrySetEndOfFile(const std::string& FileName, HANDLE Handle) {
-  TRetryCall Call(Standard, LogText("RetrySetEndOfFile", FileName));
-  Call.Until([&] { return ByLastError(SetEndOfFile(Handle)); }, MsgCannotTruncate, FileName);
-  Call.End(L"RetrySetEndOfFile");
+void RetrySetEndOfFile(const TOpenFile& File) {
+  TRetryCall(Standard, "RetrySetEndOfFile", File.Name)
+      .Run([&] { return ByLastError(SetEndOfFile(File.Get())); }, MsgCannotTruncate, File.Name);
 }
 
 bool FileExistsByFind(const std::string& FileName) {
   WIN32_FIND_DATAA Entry;
   NextCallId();
-  TFindHandle Search(FindFirstFileA(FileName.c_str(), &Entry));
+  TSearch Search{FileName, TFindHandle(FindFirstFileA(FileName.c_str(), &Entry))};
   if (!Search) {
     if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
     // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
@@ -218,11 +198,6 @@ bool FileExistsByFind(const std::string& FileName) {
     const DWORD Attributes = GetFileAttributesA(FileName.c_str());
     return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);
   }
-  RetryFindClose(FileName, Search);
+  RetryFindClose(Search);
   return true;
-}
-
-int64_t PlainFileSize(HANDLE Handle) {
-  LARGE_INTEGER Size;
-  return GetFileSizeEx(Handle, &Size) ? Size.QuadPart : -1;
 }

@@ -1,95 +1,77 @@
 #include "retry/module_wrappers.h"
 
+#include "base/file_content.h"
+#include "base/text.h"
 #include "formats/type_library_bounds.h"
-#include "retry/file_wrappers.h"
+#include "retry/engine.h"
 #include "retry/guarded_call.h"
 
 namespace {
 
-/// The whole content of a file; empty when it cannot be read, or is larger than any type library.
-std::string ContentOf(const std::string& FileName) {
-  constexpr int64_t LargestLibrary = 64 << 20;
-  const TFileHandle File(CreateFileA(FileName.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  const int64_t Size = File ? PlainFileSize(File.Get()) : 0;
-  std::string Content(static_cast<size_t>(Size > 0 && Size <= LargestLibrary ? Size : 0), '\0');
-  DWORD BytesRead = 0;
-  if (!Content.empty() &&
-      !ReadFile(File.Get(), Content.data(), static_cast<DWORD>(Content.size()), &BytesRead, nullptr))
-    BytesRead = 0;
-  Content.resize(BytesRead);
-  return Content;
-}
-
 /// A file that is cut off is not shown to the platform's reader, which may end the thread over it or fall over it and
 /// keep it open; either way it is a library that cannot be loaded.
-HRESULT LoadTypeLibGuarded(const std::string& FileName, const std::wstring& WideFileName, ITypeLib** Library) {
+HRESULT LoadTypeLibGuarded(const std::string& FileName, ITypeLib** Library) {
+  constexpr int64_t LargestLibrary = 64 << 20;
+  const std::wstring Path = ToWide(FileName);
+  const auto Content = ReadWholeFile(FileName, LargestLibrary, FILE_SHARE_READ | FILE_SHARE_WRITE);
   HRESULT Result = TYPE_E_CANTLOADLIBRARY;
-  if (!IsCutOffTypeLibrary(ContentOf(FileName)))
-    RunGuarded([&] { Result = LoadTypeLib(WideFileName.c_str(), Library); });
+  if (!Content || !IsCutOffTypeLibrary(*Content)) RunGuarded([&] { Result = LoadTypeLib(Path.c_str(), Library); });
   return Result;
 }
 
 }  // namespace
 
-TModuleHandle RetryLoadLibrary(const std::string& FileName) {
-  TModuleHandle Module;
-  TRetryCall Call(Standard, LogText("RetryLoadLibrary", FileName));
-  Call.Until(
-      [&] {
-        Module.Reset(LoadLibraryA(FileName.c_str()));
-        return ByLastError(static_cast<bool>(Module));
-      },
-      MsgCannotLoadLibrary, FileName);
-  Call.End(L"RetryLoadLibrary");
+TLoadedModule RetryLoadLibrary(const std::string& FileName) {
+  TLoadedModule Module{FileName};
+  TRetryCall(Standard, "RetryLoadLibrary", FileName)
+      .Run(
+          [&] {
+            Module.Handle.Reset(LoadLibraryA(FileName.c_str()));
+            return ByLastError(static_cast<bool>(Module));
+          },
+          MsgCannotLoadLibrary, FileName);
   return Module;
 }
 
-void RetryFreeLibrary(const std::string& FileName, TModuleHandle& Module) {
-  TRetryCall Call(Standard, LogText("RetryFreeLibrary", FileName));
+void RetryFreeLibrary(TLoadedModule& Module) {
+  TRetryCall Call(Standard, "RetryFreeLibrary", Module.Name);
   // Not before: when the Begin line cannot be written, the module goes with its owner.
-  const HMODULE Loaded = Module.Detach();
-  Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, FileName);
-  Call.End(L"RetryFreeLibrary");
+  const HMODULE Loaded = Module.Handle.Detach();
+  Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, Module.Name);
+  Call.End();
 }
 
 FARPROC RetryGetProcAddress(const std::string& FileName, HMODULE Module, const std::string& ProcName) {
   FARPROC Proc = nullptr;
-  TRetryCall Call(Standard, LogText("RetryGetProcAddress", FileName, ProcName));
-  Call.Until([&] { return ByLastError((Proc = GetProcAddress(Module, ProcName.c_str())) != nullptr); },
-             MsgCannotGetProcAddress, ProcName, FileName);
-  Call.End(L"RetryGetProcAddress");
+  TRetryCall(Standard, "RetryGetProcAddress", FileName, ProcName)
+      .Run([&] { return ByLastError((Proc = GetProcAddress(Module, ProcName.c_str())) != nullptr); },
+           MsgCannotGetProcAddress, ProcName, FileName);
   return Proc;
 }
 
 HMODULE RetryGetModuleHandle(const std::string& FileName) {
   HMODULE Module = nullptr;
-  TRetryCall Call(Standard, LogText("RetryGetModuleHandle", FileName));
-  Call.Until([&] { return ByLastError((Module = GetModuleHandleA(FileName.c_str())) != nullptr); },
-             MsgCannotGetModuleHandle, FileName);
-  Call.End(L"RetryGetModuleHandle");
+  TRetryCall(Standard, "RetryGetModuleHandle", FileName)
+      .Run([&] { return ByLastError((Module = GetModuleHandleA(FileName.c_str())) != nullptr); },
+           MsgCannotGetModuleHandle, FileName);
   return Module;
 }
 
-TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, std::wstring_view WideFileName) {
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName) {
   TComRef<ITypeLib> Library;
-  const std::wstring Path(WideFileName);
-  TRetryCall Call(Standard, LogText("RetryLoadTypeLib", FileName));
-  Call.Until([&] { return ByHResult(LoadTypeLibGuarded(FileName, Path, Library.Out())); }, MsgCannotLoadTypeLibrary,
-             FileName);
-  Call.End(L"RetryLoadTypeLib");
+  TRetryCall(Standard, "RetryLoadTypeLib", FileName)
+      .Run([&] { return ByHResult(LoadTypeLibGuarded(FileName, Library.Out())); }, MsgCannotLoadTypeLibrary, FileName);
   return Library;
 }
 
 TTaskMemory RetryCoTaskMemAlloc(DWORD Size) {
   TTaskMemory Memory;
-  TRetryCall Call(Standard, LogText("RetryCoTaskMemAlloc", Size));
-  Call.Until(
-      [&] {
-        Memory.Reset(CoTaskMemAlloc(Size));
-        return ByMemory(Memory.Get());
-      },
-      MsgOutOfMemory);
-  Call.End(L"RetryCoTaskMemAlloc");
+  TRetryCall(Standard, "RetryCoTaskMemAlloc", Size)
+      .Run(
+          [&] {
+            Memory.Reset(CoTaskMemAlloc(Size));
+            return ByMemory(Memory.Get());
+          },
+          MsgOutOfMemory);
   return Memory;
 }

@@ -1,178 +1,158 @@
 #include "retry/registry_wrappers.h"
 
+#include "base/text.h"
+#include "retry/engine.h"
+
 #include <shlwapi.h>
+
+#include <vector>
 
 namespace {
 
-/// A predefined root is a handle already; its value is sign-extended on 64-bit systems.
-HKEY RootHandle(DWORD RootKey) { return reinterpret_cast<HKEY>(static_cast<LONG_PTR>(static_cast<LONG>(RootKey))); }
+LSTATUS Open(const TKeyPlace& Place, DWORD Access, TRegistryKey& Key) {
+  return RegOpenKeyExA(Place.RootHandle(), Place.Name.c_str(), 0, Access, Key.Out());
+}
 
+/// A handle as lines show it.
 unsigned long NumberOf(HKEY Handle) { return static_cast<unsigned long>(reinterpret_cast<ULONG_PTR>(Handle)); }
 
-struct TRootName {
-  DWORD RootKey;
-  const char* Name;
-};
-constexpr TRootName RootNames[] = {
-    {0x80000000, "HKEY_CLASSES_ROOT"}, {0x80000001, "HKEY_CURRENT_USER"},   {0x80000002, "HKEY_LOCAL_MACHINE"},
-    {0x80000003, "HKEY_USERS"},        {0x80000005, "HKEY_CURRENT_CONFIG"},
-};
-
-/// Room for a name of `Longest` characters in any code page, and its terminator.
-std::vector<char> NameBuffer(DWORD Longest) { return std::vector<char>(2 * static_cast<size_t>(Longest) + 1); }
+/// `Enumerate` is RegEnumValueA or RegEnumKeyExA, whose calls have the same form here.
+template <class TEnumerate>
+std::string NameAt(TRetryCall& Call, const TOpenKey& Key, DWORD Index, DWORD Longest, TMessage Message,
+                   TEnumerate Enumerate) {
+  // Room for the name in any code page, and its terminator.
+  std::vector<char> Name(2 * static_cast<size_t>(Longest) + 1);
+  Call.Until(
+      [&] {
+        DWORD Size = static_cast<DWORD>(Name.size());
+        return ByStatus(Enumerate(Key.Get(), Index, Name.data(), &Size, nullptr, nullptr, nullptr, nullptr));
+      },
+      Message, Key.Name);
+  Call.End();
+  return Name.data();
+}
 
 }  // namespace
 
-std::string KeyText(DWORD RootKey, const std::string& KeyName) {
-  for (const TRootName& Root : RootNames)
-    if (Root.RootKey == RootKey) return std::string(Root.Name) + "\\" + KeyName;
-  return "\\" + KeyName;
-}
-
-bool RetryRegKeyExists(DWORD RootKey, const std::string& KeyName) {
-  TRetryCall Call(Standard, LogText("RetryRegKeyExists", RootKey, KeyName));
+bool RetryRegKeyExists(const TKeyPlace& Place) {
+  TRetryCall Call(Standard, "RetryRegKeyExists", Place.Root, Place.Name);
   TRegistryKey Key;
-  const bool Exists =
-      RegOpenKeyExA(RootHandle(RootKey), KeyName.c_str(), 0, KEY_ALL_ACCESS, Key.Out()) == ERROR_SUCCESS;
-  Call.End(LogText("RetryRegKeyExists", Exists));
+  const bool Exists = Open(Place, KEY_ALL_ACCESS, Key) == ERROR_SUCCESS;
+  Call.End(Exists);
   return Exists;
 }
 
-bool RetryRegKeyValueExists(DWORD RootKey, const std::string& KeyName, const std::string& ValueName) {
-  TRetryCall Call(Standard, LogText("RetryRegKeyValueExists", RootKey, KeyName, ValueName));
-  bool Exists = RetryRegKeyExists(RootKey, KeyName);
+bool RetryRegKeyValueExists(const TValuePlace& Place) {
+  constexpr char Name[] = "RetryRegKeyValueExists";
+  TRetryCall Call(Standard, Name, Place.Key.Root, Place.Key.Name, Place.Name);
+  bool Exists = RetryRegKeyExists(Place.Key);
   if (Exists) {
     TRegistryKey Key;
-    Exists = RegOpenKeyExA(RootHandle(RootKey), KeyName.c_str(), 0, KEY_ALL_ACCESS, Key.Out()) == ERROR_SUCCESS &&
-             RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+    Exists = Open(Place.Key, KEY_ALL_ACCESS, Key) == ERROR_SUCCESS &&
+             RegQueryValueExA(Key.Get(), Place.Name.c_str(), nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
   }
   // No blank before the digit: the log's form of this line, unlike that of the test above.
-  Call.End(Exists ? L"RetryRegKeyValueExists1" : L"RetryRegKeyValueExists0");
+  Call.Line(LoadWideMessage(MsgEnd), ToWide(std::string(Name) + (Exists ? "1" : "0")));
   return Exists;
 }
 
-TRegistryKey RetryRegCreateKeyEx(DWORD RootKey, const std::string& KeyName, DWORD Access) {
-  TRegistryKey Key;
-  TRetryCall Call(Standard, LogText("RetryRegCreateKeyEx", RootKey, KeyName, Access));
-  Call.Until(
-      [&] {
-        return ByStatus(RegCreateKeyExA(RootHandle(RootKey), KeyName.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                        Access, nullptr, Key.Out(), nullptr));
-      },
-      MsgCannotCreateKey, KeyText(RootKey, KeyName));
-  Call.End(L"RetryRegCreateKeyEx");
+TOpenKey RetryRegCreateKeyEx(const TKeyPlace& Place, DWORD Access) {
+  TOpenKey Key{Place.Text()};
+  TRetryCall(Standard, "RetryRegCreateKeyEx", Place.Root, Place.Name, Access)
+      .Run(
+          [&] {
+            return ByStatus(RegCreateKeyExA(Place.RootHandle(), Place.Name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                            Access, nullptr, Key.Handle.Out(), nullptr));
+          },
+          MsgCannotCreateKey, Key.Name);
   return Key;
 }
 
-TRegistryKey RetryRegOpenKeyEx(DWORD RootKey, const std::string& KeyName, DWORD Access) {
-  TRegistryKey Key;
-  TRetryCall Call(Standard, LogText("RetryRegOpenKeyEx", RootKey, KeyName, Access));
-  Call.Until([&] { return ByStatus(RegOpenKeyExA(RootHandle(RootKey), KeyName.c_str(), 0, Access, Key.Out())); },
-             MsgCannotOpenKey, KeyText(RootKey, KeyName));
-  Call.End(L"RetryRegOpenKeyEx");
+TOpenKey RetryRegOpenKeyEx(const TKeyPlace& Place, DWORD Access) {
+  TOpenKey Key{Place.Text()};
+  TRetryCall(Standard, "RetryRegOpenKeyEx", Place.Root, Place.Name, Access)
+      .Run([&] { return ByStatus(Open(Place, Access, Key.Handle)); }, MsgCannotOpenKey, Key.Name);
   return Key;
 }
 
-TKeyInfo RetryGetKeyInfo(const std::string& Key, HKEY Handle) {
+TKeyInfo RetryGetKeyInfo(const TOpenKey& Key) {
   TKeyInfo Info;
-  TRetryCall Call(Standard, LogText("RetryGetKeyInfo", Key, NumberOf(Handle)));
-  Call.Until(
-      [&] {
-        return ByStatus(RegQueryInfoKeyA(Handle, nullptr, nullptr, nullptr, &Info.SubkeyCount, &Info.LongestSubkeyName,
-                                         nullptr, &Info.ValueCount, &Info.LongestValueName, &Info.LongestValueData,
-                                         nullptr, &Info.LastWrite));
-      },
-      MsgCannotGetKeyInfo, Key);
-  Call.End(L"RetryGetKeyInfo");
+  TRetryCall(Standard, "RetryGetKeyInfo", Key.Name, NumberOf(Key.Get()))
+      .Run(
+          [&] {
+            return ByStatus(RegQueryInfoKeyA(Key.Get(), nullptr, nullptr, nullptr, &Info.SubkeyCount,
+                                             &Info.LongestSubkeyName, nullptr, &Info.ValueCount, &Info.LongestValueName,
+                                             &Info.LongestValueData, nullptr, &Info.LastWrite));
+          },
+          MsgCannotGetKeyInfo, Key.Name);
   return Info;
 }
 
-void RetryGetDataSizeAndType(const std::string& Key, HKEY Handle, const std::string& ValueName, DWORD& Type,
-                             DWORD& Size) {
-  TRetryCall Call(Standard, LogText("RetryGetDataSizeAndType", Key, NumberOf(Handle), ValueName));
-  Call.Until([&] { return ByStatus(RegQueryValueExA(Handle, ValueName.c_str(), nullptr, &Type, nullptr, &Size)); },
-             MsgCannotGetValueInfo, Key);
-  Call.End(L"RetryGetDataSizeAndType");
+void RetryGetDataSizeAndType(const TOpenKey& Key, const std::string& ValueName, DWORD& Type, DWORD& Size) {
+  TRetryCall(Standard, "RetryGetDataSizeAndType", Key.Name, NumberOf(Key.Get()), ValueName)
+      .Run([&] { return ByStatus(RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, nullptr, &Size)); },
+           MsgCannotGetValueInfo, Key.Name);
 }
 
-void RetryGetData(const std::string& Key, HKEY Handle, const std::string& ValueName, void* Buffer, DWORD& Size,
-                  DWORD& Type) {
+void RetryGetData(const TOpenKey& Key, const std::string& ValueName, void* Buffer, DWORD& Size, DWORD& Type) {
   const DWORD Room = Size;
-  TRetryCall Call(Standard, LogText("RetryGetData", Key, NumberOf(Handle), ValueName, Size));
-  Call.Until(
-      [&] {
-        Size = Room;  // a failed attempt may have changed it
-        return ByStatus(RegQueryValueExA(Handle, ValueName.c_str(), nullptr, &Type, static_cast<BYTE*>(Buffer), &Size));
-      },
-      MsgCannotGetValues, ValueName, Key);
-  Call.End(L"RetryGetData");
+  TRetryCall(Standard, "RetryGetData", Key.Name, NumberOf(Key.Get()), ValueName, Size)
+      .Run(
+          [&] {
+            Size = Room;  // a failed attempt may have changed it
+            return ByStatus(
+                RegQueryValueExA(Key.Get(), ValueName.c_str(), nullptr, &Type, static_cast<BYTE*>(Buffer), &Size));
+          },
+          MsgCannotGetValues, ValueName, Key.Name);
 }
 
-void RetryRegSetValueEx(const std::string& Key, HKEY Handle, const std::string& ValueName, const void* Data, DWORD Size,
-                        DWORD Type) {
-  TRetryCall Call(Standard, LogText("RetryRegSetValueEx", Key, NumberOf(Handle), ValueName, Size, Type));
-  Call.Until(
-      [&] {
-        return ByStatus(RegSetValueExA(Handle, ValueName.c_str(), 0, Type, static_cast<const BYTE*>(Data), Size));
-      },
-      MsgCannotDetectValues, ValueName, Key);
-  Call.End(L"RetryRegSetValueEx");
+void RetryRegSetValueEx(const TOpenKey& Key, const std::string& ValueName, const void* Data, DWORD Size, DWORD Type) {
+  TRetryCall(Standard, "RetryRegSetValueEx", Key.Name, NumberOf(Key.Get()), ValueName, Size, Type)
+      .Run(
+          [&] {
+            return ByStatus(
+                RegSetValueExA(Key.Get(), ValueName.c_str(), 0, Type, static_cast<const BYTE*>(Data), Size));
+          },
+          MsgCannotDetectValues, ValueName, Key.Name);
 }
 
-std::string RetryRegEnumValue(const std::string& Key, HKEY Handle, DWORD Index, DWORD Longest) {
-  std::vector<char> Name = NameBuffer(Longest);
-  TRetryCall Call(Standard, LogText("RetryRegEnumValue", Key, NumberOf(Handle), Index));
-  Call.Until(
-      [&] {
-        DWORD Size = static_cast<DWORD>(Name.size());
-        return ByStatus(RegEnumValueA(Handle, Index, Name.data(), &Size, nullptr, nullptr, nullptr, nullptr));
-      },
-      MsgCannotGetValueName, Key);
-  Call.End(L"RetryRegEnumValue");
-  return Name.data();
+std::string RetryRegEnumValue(const TOpenKey& Key, DWORD Index, DWORD Longest) {
+  TRetryCall Call(Standard, "RetryRegEnumValue", Key.Name, NumberOf(Key.Get()), Index);
+  return NameAt(Call, Key, Index, Longest, MsgCannotGetValueName, RegEnumValueA);
 }
 
-std::string RetryRegEnumKeyEx(const std::string& Key, HKEY Handle, DWORD Index, DWORD Longest) {
-  std::vector<char> Name = NameBuffer(Longest);
-  TRetryCall Call(Standard, LogText("RetryRegEnumKeyEx", Key, NumberOf(Handle), Index));
-  Call.Until(
-      [&] {
-        DWORD Size = static_cast<DWORD>(Name.size());
-        return ByStatus(RegEnumKeyExA(Handle, Index, Name.data(), &Size, nullptr, nullptr, nullptr, nullptr));
-      },
-      MsgCannotFindKeyName, Key);
-  Call.End(L"RetryRegEnumKeyEx");
-  return Name.data();
+std::string RetryRegEnumKeyEx(const TOpenKey& Key, DWORD Index, DWORD Longest) {
+  TRetryCall Call(Standard, "RetryRegEnumKeyEx", Key.Name, NumberOf(Key.Get()), Index);
+  return NameAt(Call, Key, Index, Longest, MsgCannotFindKeyName, RegEnumKeyExA);
 }
 
-void RetryRegCloseKey(const std::string& Key, TRegistryKey& Handle) {
-  const HKEY Open = Handle.Detach();
-  TRetryCall Call(Standard, LogText("RetryRegCloseKey", Key, NumberOf(Open)));
-  Call.Until([&] { return ByStatus(RegCloseKey(Open)); }, MsgCannotCloseKey, Key);
-  Call.End(L"RetryRegCloseKey");
+void RetryRegCloseKey(TOpenKey& Key) {
+  const HKEY Open = Key.Handle.Detach();
+  TRetryCall(Standard, "RetryRegCloseKey", Key.Name, NumberOf(Open))
+      .Run([&] { return ByStatus(RegCloseKey(Open)); }, MsgCannotCloseKey, Key.Name);
 }
 
-void RetryRegDeleteValue(DWORD RootKey, const std::string& KeyName, const std::string& ValueName) {
-  TRetryCall Call(Standard, LogText("RetryRegDeleteValue", RootKey, KeyName, ValueName));
-  if (RetryRegKeyExists(RootKey, KeyName) && RetryRegKeyValueExists(RootKey, KeyName, ValueName)) {
+void RetryRegDeleteValue(const TValuePlace& Place) {
+  TRetryCall Call(Standard, "RetryRegDeleteValue", Place.Key.Root, Place.Key.Name, Place.Name);
+  if (RetryRegKeyExists(Place.Key) && RetryRegKeyValueExists(Place)) {
     Call.Until(
         [&] {
           TRegistryKey Key;
-          LSTATUS Status = RegOpenKeyExA(RootHandle(RootKey), KeyName.c_str(), 0, KEY_ALL_ACCESS, Key.Out());
-          if (Status == ERROR_SUCCESS) Status = RegDeleteValueA(Key.Get(), ValueName.c_str());
+          LSTATUS Status = Open(Place.Key, KEY_ALL_ACCESS, Key);
+          if (Status == ERROR_SUCCESS) Status = RegDeleteValueA(Key.Get(), Place.Name.c_str());
           return ByStatus(Status);
         },
-        MsgCannotDeleteValue, ValueName, KeyText(RootKey, KeyName));
+        MsgCannotDeleteValue, Place.Name, Place.Key.Text());
   }
-  Call.End(L"RetryRegDeleteValue");
+  Call.End();
 }
 
-void RetrySHDeleteKey(DWORD RootKey, const std::string& KeyName) {
-  TRetryCall Call(Standard, LogText("RetrySHDeleteKey", RootKey, KeyName));
-  if (RetryRegKeyExists(RootKey, KeyName)) {
+void RetrySHDeleteKey(const TKeyPlace& Place) {
+  TRetryCall Call(Standard, "RetrySHDeleteKey", Place.Root, Place.Name);
+  if (RetryRegKeyExists(Place)) {
     // The message names the key without its root: the text that support staff know for this failure.
-    Call.Until([&] { return ByStatus(static_cast<LSTATUS>(SHDeleteKeyA(RootHandle(RootKey), KeyName.c_str()))); },
-               MsgCannotDeleteKey, KeyName);
+    Call.Until([&] { return ByStatus(static_cast<LSTATUS>(SHDeleteKeyA(Place.RootHandle(), Place.Name.c_str()))); },
+               MsgCannotDeleteKey, Place.Name);
   }
-  Call.End(L"RetrySHDeleteKey");
+  Call.End();
 }

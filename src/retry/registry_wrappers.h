@@ -1,26 +1,25 @@
 #pragma once
 
-#include "retry/engine.h"
+#include "base/handles.h"
+#include "base/registry_place.h"
+#include "base/windows_api.h"
 
 #include <string>
-#include <vector>
 
 /// The retry layer's wrappers for the registry, in the engine's status-code form: the error is what the registry
-/// function returned. None repeats silently. Names are ANSI. A key text is the display path of an open key, for
-/// messages and log lines only.
+/// function returned. None repeats silently. Names are ANSI.
 
-/// The full path of a key as messages show it. A root that has no name there (HKEY_PERFORMANCE_DATA) is left out, so
-/// that the path begins with the backslash.
-std::string KeyText(DWORD RootKey, const std::string& KeyName);
+/// An open key, with its whole path as messages and lines show it.
+using TOpenKey = TNamed<TRegistryKey>;
 
 /// Never fail and show nothing. They open the key with all access, so a key that this user may not change counts as
 /// absent.
-bool RetryRegKeyExists(DWORD RootKey, const std::string& KeyName);
-bool RetryRegKeyValueExists(DWORD RootKey, const std::string& KeyName, const std::string& ValueName);
+bool RetryRegKeyExists(const TKeyPlace& Place);
+bool RetryRegKeyValueExists(const TValuePlace& Place);
 
 /// Creates every missing part of the path.
-TRegistryKey RetryRegCreateKeyEx(DWORD RootKey, const std::string& KeyName, DWORD Access);
-TRegistryKey RetryRegOpenKeyEx(DWORD RootKey, const std::string& KeyName, DWORD Access);
+TOpenKey RetryRegCreateKeyEx(const TKeyPlace& Place, DWORD Access);
+TOpenKey RetryRegOpenKeyEx(const TKeyPlace& Place, DWORD Access);
 
 /// Lengths are in characters without terminator, the data size in bytes.
 struct TKeyInfo {
@@ -28,22 +27,20 @@ struct TKeyInfo {
   DWORD ValueCount = 0, LongestValueName = 0, LongestValueData = 0;
   FILETIME LastWrite{};
 };
-TKeyInfo RetryGetKeyInfo(const std::string& Key, HKEY Handle);
-void RetryGetDataSizeAndType(const std::string& Key, HKEY Handle, const std::string& ValueName, DWORD& Type,
-                             DWORD& Size);
-void RetryGetData(const std::string& Key, HKEY Handle, const std::string& ValueName, void* Buffer, DWORD& Size,
-                  DWORD& Type);
-void RetryRegSetValueEx(const std::string& Key, HKEY Handle, const std::string& ValueName, const void* Data, DWORD Size,
-                        DWORD Type);
+TKeyInfo RetryGetKeyInfo(const TOpenKey& Key);
+void RetryGetDataSizeAndType(const TOpenKey& Key, const std::string& ValueName, DWORD& Type, DWORD& Size);
+/// `Size` is the room in the buffer, and then the size of the data.
+void RetryGetData(const TOpenKey& Key, const std::string& ValueName, void* Buffer, DWORD& Size, DWORD& Type);
+void RetryRegSetValueEx(const TOpenKey& Key, const std::string& ValueName, const void* Data, DWORD Size, DWORD Type);
 /// The name at an index; `Longest` is the longest name's length from RetryGetKeyInfo.
-std::string RetryRegEnumValue(const std::string& Key, HKEY Handle, DWORD Index, DWORD Longest);
-std::string RetryRegEnumKeyEx(const std::string& Key, HKEY Handle, DWORD Index, DWORD Longest);
-/// Leaves `Handle` empty.
-void RetryRegCloseKey(const std::string& Key, TRegistryKey& Handle);
+std::string RetryRegEnumValue(const TOpenKey& Key, DWORD Index, DWORD Longest);
+std::string RetryRegEnumKeyEx(const TOpenKey& Key, DWORD Index, DWORD Longest);
+/// Leaves the key empty.
+void RetryRegCloseKey(TOpenKey& Key);
 /// Does nothing, like its counterpart for files.
-inline void RetryRegFlushKey(const std::string&) {}
+inline void RetryRegFlushKey(const TOpenKey&) {}
 
 /// A missing key or value is deleted already.
-void RetryRegDeleteValue(DWORD RootKey, const std::string& KeyName, const std::string& ValueName);
+void RetryRegDeleteValue(const TValuePlace& Place);
 /// Deletes a key with all it holds; a missing key is deleted already.
-void RetrySHDeleteKey(DWORD RootKey, const std::string& KeyName);
+void RetrySHDeleteKey(const TKeyPlace& Place);

@@ -1,8 +1,13 @@
 #pragma once
 
-#include "rollback/backup_store.h"
-#include "server/automation.h"
+#include "base/registry_place.h"
+#include "formats/backup_items.h"
+#include "rollback/logged_change.h"
+#include "server/logged_object.h"
 
+#include <set>
+#include <string>
+#include <string_view>
 #include <vector>
 
 /// The backup object: saves pieces of machine state as items of the backup store and gives them back. A Logged
@@ -10,9 +15,9 @@
 ///
 /// An item of another kind, and one whose counts or lengths do not fit its file, is shown to the user ("Internal error
 /// #n.") and fails with 0x800403FF; nothing is restored from it.
-class TUBackup final : public TAutoObject<IUBackup> {
+class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog> {
  public:
-  using TAutoObject::TAutoObject;
+  using TLoggedObject::TLoggedObject;
   void Initialize() override;
 
   /// Codes: 2 registry value, 3 registry key, 4 files; any other is ignored.
@@ -54,33 +59,34 @@ class TUBackup final : public TAutoObject<IUBackup> {
     VARIANT_BOOL RecurseSubDir, DirNames, UpperDirName;
   };
 
-  GUID SaveString(std::wstring_view Str);
-  std::wstring LoadString(const GUID& DataID);
+  // The same on converted arguments, with the methods' lines: save makes an item, load brings its state back.
+  GUID SaveString(std::wstring_view Str) const;
+  std::wstring LoadString(const GUID& DataID) const;
 
-  GUID SaveFiles(const std::string& Mask, const TFileSetFlags& Flags);
-  void SaveSubfolders(const std::string& Mask, const TFileSetFlags& Flags, TFileSetItem& Set);
-  GUID SaveFile(const std::string& Path);
-  void LoadFiles(const GUID& DataID, std::vector<GUID>& Ancestors);
-  void LoadFile(const GUID& DataID);
+  GUID SaveFiles(const std::string& Mask, const TFileSetFlags& Flags) const;
+  void SaveSubfolders(const std::string& Mask, const TFileSetFlags& Flags, TFileSetItem& Set) const;
+  GUID SaveFile(const std::string& Path) const;
+  /// `Ancestors` are the sets that are being loaded around this one: a damaged set that contains itself would never
+  /// end.
+  void LoadFiles(const GUID& DataID, std::vector<GUID> Ancestors = {}) const;
+  void LoadFile(const GUID& DataID) const;
 
-  GUID SaveValue(DWORD RootKey, const std::string& KeyName, const std::string& ValueName);
-  void LoadValue(const GUID& DataID);
-  GUID SaveKey(DWORD RootKey, const std::string& KeyName, VARIANT_BOOL RecurseSubKey);
+  GUID SaveValue(const TValuePlace& Place) const;
+  void LoadValue(const GUID& DataID) const;
+  GUID SaveKey(const TKeyPlace& Place, VARIANT_BOOL RecurseSubKey) const;
   /// `Checked` says that the items of the key's parts have been read and found good.
-  void LoadKey(const GUID& DataID, bool Checked);
+  void LoadKey(const GUID& DataID, bool Checked = false) const;
+  /// Reads every part of a key before anything of it is written, so that damage leaves the registry as it is. A tree
+  /// holds each key once; one that is met again contains itself, and would never end.
+  void CheckKey(const GUID& DataID, std::set<TGuidBytes>& Seen) const;
 
-  /// The Logged pattern: the entry is recorded when the item is complete.
-  void Record(long Code, const GUID& DataID);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUDialog> Dialog;
-  TComRef<IUTransactionLog> TransactionLog;
+  /// Saves, records, and gives the item: nothing is changed by this object itself.
+  template <class TSave>
+  GUID SaveLogged(long Code, TSave Save) const {
+    return MakeLoggedChange(Use<IUTransactionLog>(), CLSID_UBackup, Code, Save, [] {});
+  }
 };
 
 namespace BackupCode {
 constexpr long RegistryValue = 2, RegistryKey = 3, Files = 4;
 }
-/// A caller's Boolean as -1 or 0, which is how this object's lines write it.
-inline VARIANT_BOOL Normal(VARIANT_BOOL Flag) { return Flag ? VARIANT_TRUE : VARIANT_FALSE; }
-/// The Name field of the backup object's debug-log lines.
-inline constexpr wchar_t BackupLogName[] = L"UBackup";

@@ -1,7 +1,11 @@
 #include "rollback/backup_store.h"
 
-#include "server/environment.h"
+#include "base/data_folders.h"
+#include "base/failure.h"
+#include "base/file_content.h"
+#include "base/guid.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -17,35 +21,26 @@ std::string ItemPath(const GUID& DataID) { return GetServiceDir() + "\\Backup\\"
 
 }  // namespace
 
-TNewItem::TNewItem()
-    : DataID(NewDataId()),
-      Path(ItemPath(DataID)),
-      Handle(RetryCreateFile(Path, GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL)) {}
+TNewItem::TNewItem() : DataID(NewDataId()), File(RetryCreateFile(ItemPath(DataID), GENERIC_WRITE, 0, CREATE_NEW)) {}
 
-void TNewItem::Write(const void* Bytes, size_t Size) {
-  if (Size > 0) RetryWriteFile(Path, Handle.Get(), Bytes, true, static_cast<DWORD>(Size));
-}
-
-void TNewItem::AppendFile(const std::string& SourceName, HANDLE Source) {
-  RetryReadAndAppendFile(SourceName, Path, Source, Handle.Get());
+void TNewItem::Append(const void* Bytes, size_t Size) {
+  if (Size > 0) RetryWriteFile(File, Bytes, true, static_cast<DWORD>(Size));
 }
 
 GUID TNewItem::Finish() {
-  RetryFlushFileBuffers(Path, Handle.Get());
-  RetryCloseHandle(Path, Handle);
+  RetryFlushFileBuffers(File);
+  RetryCloseHandle(File);
   return DataID;
 }
 
 TStoredItem::TStoredItem(const GUID& DataID, bool Quiet)
-    : Path(ItemPath(DataID)),
-      Quiet(Quiet),
-      Handle(RetryCreateFile(Path, GENERIC_READ, 0, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL)),
-      Left(static_cast<uint64_t>(std::max<int64_t>(0, PlainFileSize(Handle.Get())))) {}
+    : Quiet(Quiet),
+      File(RetryCreateFile(ItemPath(DataID), GENERIC_READ, 0, OPEN_EXISTING)),
+      Left(static_cast<uint64_t>(std::max<int64_t>(0, PlainFileSize(File.Get())))) {}
 
 void TStoredItem::ReadFromFile(void* Buffer, size_t Size) {
   // Nobody shares the open file, so what was counted is there.
-  const DWORD BytesRead = RetryReadFile(Path, Handle.Get(), Buffer, !Quiet, static_cast<DWORD>(Size));
-  if (BytesRead != Size) FailureStep(ERROR_HANDLE_EOF, SystemErrorText(ERROR_HANDLE_EOF));
+  if (RetryReadFile(File, Buffer, !Quiet, static_cast<DWORD>(Size)) != Size) FailureStep(ERROR_HANDLE_EOF);
 }
 
 void TStoredItem::Read(void* Buffer, uint32_t Size) {
@@ -78,15 +73,14 @@ bool TStoredItem::HasKind(TItemKind Kind) {
 }
 
 uint32_t TStoredItem::SizeAfterTag() {
-  RetryGetFileSize(Path, Handle.Get());
-  if (Left > std::numeric_limits<int32_t>::max())
-    FailureStep(ERROR_FILE_TOO_LARGE, SystemErrorText(ERROR_FILE_TOO_LARGE));
+  RetryGetFileSize(File);
+  if (Left > std::numeric_limits<int32_t>::max()) FailureStep(ERROR_FILE_TOO_LARGE);
   return static_cast<uint32_t>(Left);
 }
 
-void TStoredItem::CopyRest(const std::string& DestName, HANDLE Dest) {
+void TStoredItem::CopyRest(const TOpenFile& Dest) {
   const size_t Untaken = Ahead.size() - AheadTaken;
-  if (Untaken > 0) RetrySetFilePointer(Path, Handle.Get(), -static_cast<LONG>(Untaken), FILE_CURRENT);
-  RetryReadAndAppendFile(Path, DestName, Handle.Get(), Dest);
+  if (Untaken > 0) RetrySetFilePointer(File, -static_cast<LONG>(Untaken), FILE_CURRENT);
+  RetryReadAndAppendFile(File, Dest);
   Left = 0;
 }

@@ -1,10 +1,13 @@
 #pragma once
 
-#include "base/guid.h"
 #include "formats/backup_items.h"
+#include "retry/engine.h"
 #include "retry/file_wrappers.h"
+#include "server/interfaces.h"
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 /// The store's folder in the service folder holds one file an item, named by the registry form of the item's DataID.
 /// Items are written once, front to back, and never changed or deleted by the system; a DataID is handed out only when
@@ -13,20 +16,30 @@
 /// An item that is being written. A failure leaves a partial file whose DataID nobody gets.
 class TNewItem {
  public:
-  /// Creates the file under a new DataID.
-  TNewItem();
-  void Write(const void* Bytes, size_t Size);
-  void Write(const std::string& Bytes) { Write(Bytes.data(), Bytes.size()); }
-  /// Copies an open file from its current position to its end.
-  void AppendFile(const std::string& SourceName, HANDLE Source);
+  /// Creates the file under a new DataID and writes the tag and the fields.
+  template <class TFields>
+  explicit TNewItem(const TFields& Fields) : TNewItem() {
+    const std::string Bytes = EncodeItem(Fields);
+    Append(Bytes.data(), Bytes.size());
+  }
+  void Append(const void* Bytes, size_t Size);
+  /// Appends an open file from its current position to its end.
+  void Append(const TOpenFile& Source) { RetryReadAndAppendFile(Source, File); }
   /// Closes the item and gives its DataID.
   GUID Finish();
 
  private:
+  TNewItem();
+
   GUID DataID;
-  std::string Path;
-  TFileHandle Handle;
+  TOpenFile File;
 };
+
+/// Saves an item of which nothing follows the fields.
+template <class TFields>
+GUID SaveItem(const TFields& Fields) {
+  return TNewItem(Fields).Finish();
+}
 
 /// An item that is being read: its tag by itself, the fields in blocks, since every logged read costs two lines.
 class TStoredItem final : public TByteSource {
@@ -40,24 +53,35 @@ class TStoredItem final : public TByteSource {
   bool HasKind(TItemKind Kind);
   /// The size of what follows the tag, asked through the retry layer. Below 0 never; an item beyond 2 GiB fails.
   uint32_t SizeAfterTag();
-  /// Reads the fields of an item behind the tag. False when they do not fit the file.
-  template <class TItem>
-  bool ReadFields(TItem& Item) {
+  /// Reads tag and fields. False when they are of another kind, do not fit the file, or cannot have been saved.
+  template <class TFields>
+  bool ReadFields(TFields& Fields) {
+    if (!HasKind(TFields::Kind)) return false;
     TItemReader Reader(*this);
-    Item.Fields(Reader);
-    return Reader.Good();
+    Fields.Fields(Reader);
+    return Reader.Good() && Fields.Plausible();
   }
   /// Copies the rest of the item to an open file.
-  void CopyRest(const std::string& DestName, HANDLE Dest);
-  void Close() { RetryCloseHandle(Path, Handle); }
+  void CopyRest(const TOpenFile& Dest);
+  void Close() { RetryCloseHandle(File); }
 
  private:
   void ReadFromFile(void* Buffer, size_t Size);
 
-  std::string Path;
   const bool Quiet;
-  TFileHandle Handle;
+  TOpenFile File;
   uint64_t Left;            ///< of the item, what was read ahead included
   std::vector<char> Ahead;  ///< the block that was read last
   size_t AheadTaken = 0;    ///< of the block
 };
+
+/// Reads a whole item of which nothing follows the fields. One that cannot have been written by a save is shown to the
+/// user, as `Damage`, and fails.
+template <class TFields>
+TFields LoadItem(const GUID& DataID, IUDialog& Dialog, TMessage Damage, bool Quiet = false) {
+  TFields Fields;
+  TStoredItem Item(DataID, Quiet);
+  if (!Item.ReadFields(Fields) || Item.Remaining() != 0) FailWithBox(Dialog, Damage);
+  Item.Close();
+  return Fields;
+}

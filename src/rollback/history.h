@@ -1,15 +1,14 @@
 #pragma once
 
-#include "base/named_lock.h"
 #include "rollback/record_file.h"
-#include "server/automation.h"
+#include "server/logged_object.h"
 
 /// Named stacks of records that outlive an update: each group is a guarded record file in the "History" folder, named
 /// by the registry form of its identifier. A record whose marker is this class and whose code is 0 is a check point;
 /// the marker of an ordinary record is its group. Nothing is dispatched.
-class TUHistory final : public TAutoObject<IUHistory> {
+class TUHistory final : public TLoggedObject<IUHistory, IUDialog> {
  public:
-  using TAutoObject::TAutoObject;
+  using TLoggedObject::TLoggedObject;
   void Initialize() override;
 
   /// The group is as before or has exactly one more record, also when the process dies inside.
@@ -24,9 +23,6 @@ class TUHistory final : public TAutoObject<IUHistory> {
   STDMETHOD(ClearAll)(GUID GroupID) override;
 
  private:
-  void CheckBackupCopy(TGuardedRecordFile& File, TNamedLock::TOwner& Owner, const GUID& GroupID, bool MakeCopy);
-  void Append(const GUID& GroupID, long Code, bool CheckPoint, const GUID& DataID);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUDialog> Dialog;
+  TRecordFileChange Open(const GUID& GroupID, TRecordFileChange::TPurpose Purpose) const;
+  void Append(const GUID& GroupID, long Code, bool CheckPoint, const GUID& DataID) const;
 };

@@ -1,7 +1,8 @@
 #include "rollback/rollback_contract.h"
 
 #include "base/guid.h"
-#include "server/environment.h"
+#include "base/progress_window.h"
+#include "server/active_objects.h"
 
 namespace {
 
@@ -28,4 +29,4 @@ void DispatchRollback(const TLogRecord& Entry) {
   CheckCall(Target->Rollback(Entry.Code, GuidOf(Entry.DataID)));
 }
 
-TAutoObjectBase* CreateUCanRollback(TVersionedAutoObjectFactory& Factory) { return new TUCanRollback(Factory); }
+COCLASS(UCanRollback, TUCanRollback);

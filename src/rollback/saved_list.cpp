@@ -1,8 +1,9 @@
 #include "rollback/saved_list.h"
 
 #include "base/failure.h"
-#include "base/text.h"
 #include "formats/comma_text.h"
+
+#include <iterator>
 
 namespace {
 
@@ -20,48 +21,54 @@ std::string KeyOf(const std::string& Name) {
 
 }  // namespace
 
-const std::string* TSavedList::Find(const std::string& Name) const {
+const std::string* TNameList::Find(const std::string& Name) const {
   if (Entries.empty()) return nullptr;
   const std::string Key = KeyOf(Name);
   const auto Found = Index.lower_bound(Key);
   return Found != Index.end() && Found->first == Key ? &*Found->second : nullptr;
 }
 
-void TSavedList::Remove(const std::string& Name) {
+void TNameList::Remove(const std::string& Name) {
   if (Entries.empty()) return;
+  const std::lock_guard Guard(Changing);
   const auto [Begin, End] = Index.equal_range(KeyOf(Name));
   for (auto At = Begin; At != End; ++At) Entries.erase(At->second);
   Index.erase(Begin, End);
 }
 
-void TSavedList::Add(std::string Entry) {
+void TNameList::Add(const std::string& Entry) {
+  const std::lock_guard Guard(Changing);
+  Insert(Entry);
+}
+
+void TNameList::Assign(const std::vector<std::string>& New) {
+  const std::lock_guard Guard(Changing);
+  Index.clear();
+  Entries.clear();
+  for (const std::string& Entry : New) Insert(Entry);
+}
+
+void TNameList::Insert(const std::string& Entry) {
   std::string Key = KeyOf(NameOf(Entry));
-  Entries.push_back(std::move(Entry));
+  Entries.push_back(Entry);
   Index.emplace(std::move(Key), std::prev(Entries.end()));
 }
 
-void TSavedList::Clear() {
-  Index.clear();
-  Entries.clear();
+std::string TNameList::CommaText() const {
+  const std::lock_guard Guard(Changing);
+  return MakeCommaText({Entries.begin(), Entries.end()});
 }
 
-std::string TSavedList::CommaText() const { return MakeCommaText({Entries.begin(), Entries.end()}); }
-
-void TSavedList::Save(IUBackup& Backup, IUHistory& History) const {
+void TSavedList::Save(const TBackupClient& Store, IUHistory& History) const {
   constexpr long AnyCode = 0;
-  GUID DataID{};
-  CheckCall(Backup.BackupString(MakeBstr(ToWide(CommaText())).Get(), &DataID));
-  CheckCall(History.Put(GroupID, AnyCode, DataID));
+  CheckCall(History.Put(GroupID, AnyCode, Store.SaveString(CommaText())));
 }
 
-void TSavedList::Load(IUBackup& Backup, IUHistory& History) {
+std::optional<std::vector<std::string>> TSavedList::Load(const TBackupClient& Store, IUHistory& History) const {
   long Code = 0;
   GUID DataID{};
   VARIANT_BOOL NoMoreRecords = VARIANT_FALSE, ThisIsCheckPoint = VARIANT_FALSE;
   CheckCall(History.Get(GroupID, &Code, &DataID, &NoMoreRecords, &ThisIsCheckPoint));
-  if (NoMoreRecords) return;
-  TBstr Text;
-  CheckCall(Backup.RestoreString(DataID, Text.Out()));
-  Clear();
-  for (std::string& Entry : ParseCommaText(ToAnsi(ViewOf(Text.Get())))) Add(std::move(Entry));
+  if (NoMoreRecords) return std::nullopt;
+  return ParseCommaText(Store.LoadString(DataID));
 }

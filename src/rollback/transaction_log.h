@@ -1,15 +1,14 @@
 #pragma once
 
-#include "base/named_lock.h"
 #include "rollback/record_file.h"
-#include "server/automation.h"
+#include "server/logged_object.h"
 
 /// The transaction log: the undoable changes of an update, in "update.prt" in the service folder, shared by all
 /// processes. An entry whose id is this class and whose code is 0 is a check point; its DataID is the check point's
 /// identifier.
-class TUTransactionLog final : public TAutoObject<IUTransactionLog> {
+class TUTransactionLog final : public TLoggedObject<IUTransactionLog, IUDialog> {
  public:
-  using TAutoObject::TAutoObject;
+  using TLoggedObject::TLoggedObject;
   void Initialize() override;
 
   /// Appends one entry and returns when it is in the log. The log is as before or has exactly one more entry, also when
@@ -24,10 +23,6 @@ class TUTransactionLog final : public TAutoObject<IUTransactionLog> {
   STDMETHOD(Rollback)(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) override;
 
  private:
-  void Append(const GUID& Id, long Code, const GUID& DataID);
-  void CheckBackupCopy(TGuardedRecordFile& File, TNamedLock::TOwner* TakeLock);
-  bool RollbackLast(TGuardedRecordFile& File, bool OnlyToCheckPoint, GUID& CheckPointID);
-
-  TComRef<IUDebugLog> DebugLog;
-  TComRef<IUDialog> Dialog;
+  void Append(const GUID& Id, long Code, const GUID& DataID) const;
+  bool RollbackLast(const TRecordFileChange& Change, bool OnlyToCheckPoint, GUID& CheckPointID) const;
 };

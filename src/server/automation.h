@@ -1,12 +1,11 @@
 #pragma once
 
-#include "base/failure.h"
+#include "base/text.h"
 #include "server/class_factory.h"
 #include "server/connection_point.h"
 #include "server/interfaces.h"
 #include "server/safe_call.h"
 
-#include <string>
 #include <type_traits>
 
 /// What a class factory needs of a new automation object.
@@ -93,13 +92,20 @@ class TAutoObject : public TAutoObjectBase,
   HRESULT SafeCall(TBody&& Body) noexcept {
     return RunSafely(__uuidof(TInterface), Factory.WideProgId(), Body);
   }
-  /// What a method answers whose work this version of the module does not do yet.
-  HRESULT NotYet() noexcept {
-    return SafeCall([this] {
-      throw EFailure(E_NOTIMPL,
-                     std::wstring(Factory.WideProgId()) + L": this method is not available in this version.");
+  /// The same for a method that gives one result: refuses a null pointer for it, and stores what the body gives when
+  /// all else has succeeded; a text becomes a BSTR. After a failure the result is empty, or for a GUID what it was.
+  template <class TOut, class TBody>
+  HRESULT Give(TOut* Out, TBody&& Body) noexcept {
+    if (!Out) return E_POINTER;
+    if constexpr (!std::is_same_v<TOut, GUID>) *Out = {};
+    return SafeCall([&] {
+      if constexpr (std::is_same_v<TOut, BSTR>)
+        *Out = MakeBstr(Body()).Detach();
+      else
+        *Out = Body();
     });
   }
+  const TCoClass& Class() const { return Factory.Class(); }
 
  private:
   static constexpr bool CanRollback = std::is_base_of_v<IUCanRollback, TInterface>;

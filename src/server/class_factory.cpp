@@ -1,5 +1,6 @@
 #include "server/class_factory.h"
 
+#include "base/failure.h"
 #include "base/guid.h"
 #include "base/text.h"
 #include "server/automation.h"
@@ -9,10 +10,7 @@
 
 namespace {
 
-void RequireStatus(LSTATUS Status) {
-  if (Status != ERROR_SUCCESS)
-    throw EFailure(HRESULT_FROM_WIN32(static_cast<DWORD>(Status)), ToWide(SystemMessage(static_cast<DWORD>(Status))));
-}
+void RequireStatus(LSTATUS Status) { CheckSystemCall(HRESULT_FROM_WIN32(static_cast<DWORD>(Status))); }
 
 /// To write a key is to create it and to set its default value, or the named one.
 void WriteKey(const std::string& Name, const std::string& Value, const char* ValueName = nullptr) {
@@ -77,7 +75,7 @@ void TVersionedAutoObjectFactory::UpdateRegistry(bool Register) {
 
 void TVersionedAutoObjectFactory::RegisterClass() const {
   const std::string Class = ClassKey(), ProgId = GetProgID(), ClassId = GuidText(Row.ClassId);
-  const TComServer::TLibraryAttributes Library = Owner.LibraryAttributes();
+  const TLIBATTR Library = Owner.LibraryAttributes();
   WriteKey(Class, Description);
   WriteKey(Class + "\\" + Owner.ServerKey(), Owner.FileName());
   WriteKey(Class + "\\" + Owner.ServerKey(), "Apartment", "ThreadingModel");
@@ -90,13 +88,9 @@ void TVersionedAutoObjectFactory::RegisterClass() const {
 
 void TVersionedAutoObjectFactory::UnregisterClass() const {
   const std::string Class = ClassKey(), ProgId = GetProgID();
-  DeleteKey(Class + "\\ProgID");
   DeleteKey(ProgId + "\\Clsid");
   DeleteKey(ProgId);
-  DeleteKey(Class + "\\TypeLib");
-  DeleteKey(Class + "\\Version");
-  DeleteKey(Class + "\\" + Owner.ServerKey());
-  // With a newer version's VersionIndependentProgID, which has no meaning without the class.
+  // With all subkeys, a newer version's VersionIndependentProgID too, which has no meaning without the class.
   RegDeleteTreeA(HKEY_CLASSES_ROOT, Class.c_str());
 }
 
@@ -120,13 +114,6 @@ int TVersionedAutoObjectFactory::RegisteredVersion() const {
   const char* const End = Digits.data() + Digits.size();
   const auto Parsed = std::from_chars(Digits.data(), End, Number);
   return Parsed.ec == std::errc() && Parsed.ptr == End ? Number : Version;
-}
-
-HRESULT TVersionedAutoObjectFactory::QueryInterface(REFIID Iid, void** Result) {
-  if (!Result) return E_POINTER;
-  const bool Known = Iid == IID_IUnknown || Iid == IID_IClassFactory;
-  *Result = Known ? this : nullptr;
-  return Known ? S_OK : E_NOINTERFACE;
 }
 
 HRESULT TVersionedAutoObjectFactory::CreateInstance(IUnknown* Outer, REFIID Iid, void** Result) {

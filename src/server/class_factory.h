@@ -1,7 +1,9 @@
 #pragma once
 
+#include "base/handles.h"
 #include "server/coclass_table.h"
 #include "server/com_server.h"
+#include "server/connection_point.h"
 #include "server/dispatch.h"
 
 #include <memory>
@@ -31,7 +33,9 @@ class TVersionedAutoObjectFactory final : public IClassFactory {
   /// names this version. Raises the failure of a write; what is missing on removal is no failure.
   void UpdateRegistry(bool Register);
 
-  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override;
+  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
+    return AnswerQuery<IClassFactory>(this, Iid, Result);
+  }
   // Lives as long as the server object.
   STDMETHOD_(ULONG, AddRef)() override { return 2; }
   STDMETHOD_(ULONG, Release)() override { return 1; }

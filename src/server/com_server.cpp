@@ -5,6 +5,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "server/class_factory.h"
+#include "server/type_library.h"
 
 namespace {
 
@@ -15,10 +16,7 @@ constexpr DWORD LongPathSize = 260;
 using TGetLongPathName = DWORD(WINAPI*)(LPCSTR, LPSTR, DWORD);
 
 /// A function that may be absent, by name.
-template <class TFunction>
-TFunction FindFunction(HMODULE Module, const char* Name) {
-  return reinterpret_cast<TFunction>(reinterpret_cast<void*>(Module ? GetProcAddress(Module, Name) : nullptr));
-}
+FARPROC FindFunction(HMODULE Module, const char* Name) { return Module ? GetProcAddress(Module, Name) : nullptr; }
 
 /// Each component under the name that the disk stores, found one by one from the last to the drive part. A component
 /// that cannot be found ends the walk; what is before it stays as it is.
@@ -38,7 +36,8 @@ std::string LongPathByComponents(std::string Path) {
 }
 
 std::string LongPath(const std::string& Path) {
-  static const auto GetLongPathName = FindFunction<TGetLongPathName>(GetModuleHandleA("KERNEL32"), "GetLongPathNameA");
+  static const auto GetLongPathName = reinterpret_cast<TGetLongPathName>(
+      reinterpret_cast<void*>(FindFunction(GetModuleHandleA("KERNEL32"), "GetLongPathNameA")));
   if (!GetLongPathName) return LongPathByComponents(Path);
   char Long[LongPathSize];
   const DWORD Size = GetLongPathName(Path.c_str(), Long, sizeof Long);
@@ -89,7 +88,7 @@ ITypeLib& TComServer::TypeLibrary() {
   return *Library;
 }
 
-TComServer::TLibraryAttributes TComServer::LibraryAttributes() {
+TLIBATTR TComServer::LibraryAttributes() {
   TLIBATTR* Attributes = nullptr;
   CheckCall(TypeLibrary().GetLibAttr(&Attributes));
   const TLIBATTR Result = *Attributes;
@@ -122,10 +121,7 @@ void TComServer::RegisterTypeLibrary() {
 }
 
 void TComServer::UnregisterTypeLibrary() {
-  using TUnregister = HRESULT(WINAPI*)(REFGUID, WORD, WORD, LCID, SYSKIND);
-  const auto Unregister = FindFunction<TUnregister>(OleAutomation.Get(), "UnRegisterTypeLib");
-  if (!Unregister) return;
-  const TLIBATTR Attributes = LibraryAttributes();
+  const FARPROC Unregister = FindFunction(OleAutomation.Get(), UnregisterTypeLibName);
   // The result does not matter: what is not registered need not go.
-  Unregister(Attributes.guid, Attributes.wMajorVerNum, Attributes.wMinorVerNum, Attributes.lcid, Attributes.syskind);
+  if (Unregister) CallUnregisterTypeLib(Unregister, LibraryAttributes());
 }

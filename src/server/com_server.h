@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/handles.h"
+#include "base/windows_api.h"
 
 #include <memory>
 #include <string>
@@ -13,8 +14,6 @@ struct TCoClass;
 /// keeps the module in memory, and runs the registration.
 class TComServer {
  public:
-  using TLibraryAttributes = TLIBATTR;
-
   TComServer();
   ~TComServer();
   TComServer(const TComServer&) = delete;
@@ -33,7 +32,7 @@ class TComServer {
   const char* ServerKey() const { return "InprocServer32"; }
   /// Loaded from the module on first use. Raises the COM failure.
   ITypeLib& TypeLibrary();
-  TLibraryAttributes LibraryAttributes();
+  TLIBATTR LibraryAttributes();
 
   void CountObject(LONG Change) { InterlockedExchangeAdd(&Objects, Change); }
   void CountFactory(LONG Change) { InterlockedExchangeAdd(&Factories, Change); }

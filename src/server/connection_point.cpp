@@ -24,13 +24,7 @@ class TEnumOne final : public TInterface {
     if (Element) DropReference(*Element);
   }
 
-  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
-    if (!Result) return E_POINTER;
-    const bool Known = Iid == IID_IUnknown || Iid == __uuidof(TInterface);
-    *Result = Known ? this : nullptr;
-    if (Known) AddRef();
-    return Known ? S_OK : E_NOINTERFACE;
-  }
+  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override { return AnswerQuery<TInterface>(this, Iid, Result); }
   STDMETHOD_(ULONG, AddRef)() override { return static_cast<ULONG>(InterlockedIncrement(&References)); }
   STDMETHOD_(ULONG, Release)() override {
     const LONG Left = InterlockedDecrement(&References);
@@ -70,14 +64,6 @@ class TEnumOne final : public TInterface {
 };
 
 }  // namespace
-
-HRESULT TConnectionPoint::QueryInterface(REFIID Iid, void** Result) {
-  if (!Result) return E_POINTER;
-  const bool Known = Iid == IID_IUnknown || Iid == IID_IConnectionPoint;
-  *Result = Known ? this : nullptr;
-  if (Known) AddRef();
-  return Known ? S_OK : E_NOINTERFACE;
-}
 
 HRESULT TConnectionPoint::GetConnectionInterface(IID* Iid) {
   if (!Iid) return E_POINTER;

@@ -3,6 +3,16 @@
 #include "base/handles.h"
 #include "base/windows_api.h"
 
+/// The answer of an object with one interface beside IUnknown to QueryInterface.
+template <class TInterface>
+HRESULT AnswerQuery(TInterface* Object, REFIID Iid, void** Result) {
+  if (!Result) return E_POINTER;
+  const bool Known = Iid == IID_IUnknown || Iid == __uuidof(TInterface);
+  *Result = Known ? Object : nullptr;
+  if (Known) Object->AddRef();
+  return Known ? S_OK : E_NOINTERFACE;
+}
+
 /// The events connection point of one automation object, in single-sink mode: a second Advise fails with
 /// CONNECT_E_ADVISELIMIT. No events interface has a member, so nothing is ever fired; the point is there for clients
 /// that demand one. Part of its owner, whose reference count it shares.
@@ -13,10 +23,10 @@ class TConnectionPoint : public IConnectionPoint {
       : Container(Container), EventsIid(EventsIid) {}
 
   const IID& GetEventsIid() const { return EventsIid; }
-  /// The connected sink, as its events interface, or null.
-  IUnknown* Sink() const { return Connected.Get(); }
 
-  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override;
+  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
+    return AnswerQuery<IConnectionPoint>(this, Iid, Result);
+  }
   STDMETHOD_(ULONG, AddRef)() override { return Container.AddRef(); }
   STDMETHOD_(ULONG, Release)() override { return Container.Release(); }
   STDMETHOD(GetConnectionInterface)(IID* Iid) override;

@@ -103,10 +103,7 @@ HRESULT CallMethod(const TMethod& Method, IDispatch* Target, DISPPARAMS& Argumen
   TCall Call(Method);
   HRESULT Outcome = Call.Bind(Arguments);
   if (FAILED(Outcome)) return Outcome;
-  if (HasBuffer(Method))
-    throw EFailure(E_NOTIMPL, L"'" + Method.Name +
-                                  L"' takes a raw memory buffer, which cannot be passed late bound; call it through "
-                                  L"the interface's vtable.");
+  if (HasBuffer(Method)) throw EFailure(E_NOTIMPL, FormatWideMessage(MsgBufferLateBound, Method.Name));
   if (FAILED(Outcome = Call.Convert(Arguments, BadArgument))) return Outcome;
   SetErrorInfo(0, nullptr);
   if (FAILED(Outcome = Call.Run(Target))) {

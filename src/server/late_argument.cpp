@@ -56,13 +56,6 @@ HRESULT GuidFromText(const VARIANT& Text, GUID& Guid) {
   return S_OK;
 }
 
-/// A 32-bit number keeps its bits: scripts have no unsigned numbers, and write the root key 0x80000001 as a negative
-/// one.
-void SetUnsigned(VARIANT& Target, LONG Bits) {
-  Target.vt = VT_UI4;
-  Target.lVal = Bits;
-}
-
 /// Stores `Value` behind a VT_BYREF variant of the type that the caller chose, as far as it converts.
 HRESULT StoreThroughReference(VARIANT& Reference, VARIANT& Value) {
   const VARTYPE Type = static_cast<VARTYPE>(Reference.vt & ~VT_BYREF);
@@ -111,10 +104,9 @@ HRESULT TLateArgument::Convert() {
   const HRESULT Outcome = Argument.Dereference(*Given);
   if (FAILED(Outcome)) return Outcome;
   if (Argument.vt == VT_ERROR && Argument.scode == DISP_E_PARAMNOTFOUND) return DISP_E_PARAMNOTOPTIONAL;
-  if (Parameter.Type == VT_UI4 && Argument.vt == VT_I4) {
-    SetUnsigned(Value, Argument.lVal);
-    return S_OK;
-  }
+  // A 32-bit number keeps its bits: scripts have no unsigned numbers, and write the root key 0x80000001 as a negative
+  // one.
+  if (Parameter.Type == VT_UI4 && Argument.vt == VT_I4) Argument.vt = VT_UI4;
   if (Parameter.Type != VT_RECORD) return VariantChangeType(&Value, &Argument, VARIANT_ALPHABOOL, Parameter.Type);
   if (Argument.vt == VT_RECORD) return GuidFromRecord(Argument, Guid);
   return Argument.vt == VT_BSTR ? GuidFromText(Argument, Guid) : DISP_E_TYPEMISMATCH;

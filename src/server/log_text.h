@@ -1,35 +1,38 @@
 #pragma once
 
-#include "base/guid.h"
 #include "base/text.h"
+#include "base/windows_api.h"
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <variant>
 
 /// One word of a debug-log text, in the form in which the log writes its kind: texts as they are, GUIDs in registry
-/// form, numbers in decimal, a VARIANT_BOOL as a signed 16-bit number (-1 or 0), a C++ bool as 1 or 0.
+/// form, numbers in decimal, a VARIANT_BOOL as a signed 16-bit number (-1 or 0), a C++ bool as 1 or 0. A word only
+/// refers to its text, and nothing is allocated for it before it is written.
 class TLogWord {
  public:
-  TLogWord(std::string_view Ansi) : Text(ToWide(Ansi)) {}
-  TLogWord(const std::string& Ansi) : Text(ToWide(Ansi)) {}
-  TLogWord(const char* Ansi) : Text(ToWide(Ansi)) {}
-  TLogWord(std::wstring_view Wide) : Text(Wide) {}
-  TLogWord(BSTR Wide) : Text(ViewOf(Wide)) {}
-  TLogWord(const GUID& Guid) : Text(ToWide(GuidText(Guid))) {}
-  TLogWord(int Number) : Text(std::to_wstring(Number)) {}
-  TLogWord(long Number) : Text(std::to_wstring(Number)) {}
-  TLogWord(unsigned Number) : Text(std::to_wstring(Number)) {}
-  TLogWord(unsigned long Number) : Text(std::to_wstring(Number)) {}
-  TLogWord(VARIANT_BOOL Boolean) : Text(std::to_wstring(Boolean)) {}
-  TLogWord(bool Flag) : Text(Flag ? L"1" : L"0") {}
+  TLogWord(std::string_view Ansi) : Value(Ansi) {}
+  TLogWord(const std::string& Ansi) : Value(std::string_view(Ansi)) {}
+  TLogWord(const char* Ansi) : Value(std::string_view(Ansi)) {}
+  TLogWord(std::wstring_view Wide) : Value(Wide) {}
+  TLogWord(const std::wstring& Wide) : Value(std::wstring_view(Wide)) {}
+  TLogWord(BSTR Wide) : Value(ViewOf(Wide)) {}
+  TLogWord(const GUID& Guid) : Value(Guid) {}
+  TLogWord(int Number) : Value(int64_t{Number}) {}
+  TLogWord(long Number) : Value(int64_t{Number}) {}
+  TLogWord(unsigned Number) : Value(int64_t{Number}) {}
+  TLogWord(unsigned long Number) : Value(int64_t{Number}) {}
+  TLogWord(VARIANT_BOOL Boolean) : Value(int64_t{Boolean}) {}
+  TLogWord(bool Flag) : Value(int64_t{Flag}) {}
 
-  std::wstring Text;
+  std::wstring Text() const;
+
+ private:
+  std::variant<std::string_view, std::wstring_view, GUID, int64_t> Value;
 };
 
-/// Joins words with single blanks.
-template <class... TWords>
-std::wstring LogText(const TLogWord& First, const TWords&... Rest) {
-  std::wstring Result = First.Text;
-  ((Result += L' ', Result += TLogWord(Rest).Text), ...);
-  return Result;
-}
+/// A first word and others, joined with single blanks.
+std::wstring LogText(const TLogWord& First, std::initializer_list<TLogWord> Rest);

@@ -1,8 +1,9 @@
 // The module's entry: its start-up and shut-down, unit by unit in a fixed order, and its four exports.
 
+#include "base/data_folders.h"
+#include "base/guid.h"
 #include "base/module_instance.h"
 #include "server/class_factory.h"
-#include "server/environment.h"
 #include "server/safe_call.h"
 
 #include <utility>
@@ -13,31 +14,30 @@ namespace {
 HINSTANCE Instance;
 /// Freed by its unit, not by the language: at the end of a process the modules that it needs may be gone before it.
 TComServer* Server = nullptr;
-/// The units that have started, in order; shut-down takes them from the end.
-std::vector<void (*)()> StopUnits;
+/// The classes whose units have started, in order; shut-down takes them from the end.
+std::vector<const TCoClass*> Started;
 
-void StartFrame() { Server = new TComServer; }
-void StopFrame() { delete std::exchange(Server, nullptr); }
-
-void StartUnit(void (*Start)(), void (*Stop)()) {
-  if (Start) Start();
-  StopUnits.push_back(Stop);
+void StartUnit(const TCoClass& Class) {
+  Server->AddFactory(Class);
+  Started.push_back(&Class);
+  if (Class.Lock) Class.Lock->Create(GuidText(Class.ClassId));
+  if (Class.StartUnit) Class.StartUnit();
 }
 
-void StopModule() {
-  while (!StopUnits.empty()) {
-    if (StopUnits.back()) StopUnits.back()();
-    StopUnits.pop_back();
-  }
+void StopUnit(const TCoClass& Class) {
+  if (Class.StopUnit) Class.StopUnit();
+  if (Class.Lock) Class.Lock->Close();
 }
 
 void StartModule() {
-  StartUnit(StartFrame, StopFrame);
-  StartUnit(StartEnvironment, StopEnvironment);
-  for (const TCoClass& Row : CoClasses()) {
-    Server->AddFactory(Row);
-    StartUnit(Row.StartUnit, Row.StopUnit);
-  }
+  Server = new TComServer;
+  for (const TCoClass* Class : CoClasses()) StartUnit(*Class);
+}
+
+void StopModule() {
+  for (; !Started.empty(); Started.pop_back()) StopUnit(*Started.back());
+  ForgetDataFolders();
+  delete std::exchange(Server, nullptr);
 }
 
 HRESULT RunRegistration(bool Register) {
@@ -51,7 +51,6 @@ HINSTANCE ModuleInstance() { return Instance; }
 extern "C" BOOL WINAPI DllMain(HINSTANCE Module, DWORD Reason, LPVOID ProcessEnds) {
   if (Reason == DLL_PROCESS_ATTACH) {
     Instance = Module;
-    DisableThreadLibraryCalls(Module);
     if (SUCCEEDED(RunSafely(IID_IUnknown, L"Mendwork", StartModule))) return TRUE;
     StopModule();
     return FALSE;

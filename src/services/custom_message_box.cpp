@@ -1,9 +1,10 @@
 #include "services/custom_message_box.h"
 
+#include "base/failure.h"
+#include "base/handles.h"
 #include "base/module_instance.h"
 #include "base/text.h"
 #include "formats/message_box_layout.h"
-#include "server/environment.h"
 
 #include <cstddef>
 #include <cstring>
@@ -141,12 +142,7 @@ HWND MakeWindow(DWORD ExtendedStyle, const wchar_t* Class, const std::string& Te
                 const TBoxRectangle& At, HWND Parent, HFONT Font) {
   const HWND Window = CreateWindowExW(ExtendedStyle, Class, ToWide(Text).c_str(), Style, At.Left, At.Top, At.Width,
                                       At.Height, Parent, nullptr, ModuleInstance(), nullptr);
-  if (!Window) {
-    DWORD Code = 0;
-    std::string Reason;
-    GetLastErrorInfo(Code, Reason);
-    throw EFailure(MakeErrorHResult(static_cast<int32_t>(Code)), ToWide(Reason));
-  }
+  if (!Window) RaiseLastError();
   SendMessageA(Window, WM_SETFONT, reinterpret_cast<WPARAM>(Font), 0);
   return Window;
 }

@@ -1,11 +1,14 @@
 #include "services/debug_log.h"
 
-#include "base/guid.h"
-#include "base/messages.h"
+#include "base/data_folders.h"
+#include "base/failure.h"
+#include "base/handles.h"
 #include "base/named_lock.h"
+#include "base/system_error.h"
 #include "base/text.h"
 #include "formats/log_line.h"
-#include "server/environment.h"
+
+#include <string>
 
 namespace {
 
@@ -78,12 +81,9 @@ HRESULT TUDebugLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   });
 }
 
-TAutoObjectBase* CreateUDebugLog(TVersionedAutoObjectFactory& Factory) { return new TUDebugLog(Factory); }
-
-void StartDebugLog() { LogLock.Create(GuidText(CLSID_UDebugLog)); }
-
-void StopDebugLog() {
-  LogLock.Close();
+static void CloseDebugLog() {
   LogFile.Reset();
   LogFileName.clear();
 }
+
+COCLASS(UDebugLog, TUDebugLog, &LogLock, nullptr, CloseDebugLog);

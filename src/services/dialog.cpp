@@ -1,50 +1,50 @@
 #include "services/dialog.h"
 
+#include "base/progress_window.h"
 #include "base/text.h"
 #include "formats/comma_text.h"
-#include "server/environment.h"
-#include "server/log_scope.h"
 #include "services/custom_message_box.h"
 
-namespace {
-constexpr wchar_t LogName[] = L"UDialog";
-}
+#include <string>
 
-void TUDialog::Initialize() { DebugLog = ActiveOrNew<IUDebugLog>(CLSID_UDebugLog); }
+namespace {
+
+/// A word that names what it tells.
+std::wstring Labelled(const wchar_t* Label, std::wstring_view Text) { return std::wstring(Label).append(Text); }
+std::wstring Labelled(const wchar_t* Label, BSTR Text) { return Labelled(Label, ViewOf(Text)); }
+std::wstring Labelled(const wchar_t* Label, long Number) { return Label + std::to_wstring(Number); }
+
+std::string AnsiOf(BSTR Text) { return ToAnsi(ViewOf(Text)); }
+
+}  // namespace
 
 HRESULT TUDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long* Res) {
-  if (!Res) return E_POINTER;
-  *Res = 0;
-  return SafeCall([&] {
-    std::wstring Shown = L"ShowMsgBox Text=";
-    Shown.append(ViewOf(Text)).append(L" Caption=").append(ViewOf(Caption));
-    TLogScope Log(DebugLog.Get(), LogName, Shown + L" MsgType=" + std::to_wstring(MsgType));
-    const long Answer = MessageBoxA(FindProgressWindow(), ToAnsi(ViewOf(Text)).c_str(), ToAnsi(ViewOf(Caption)).c_str(),
-                                    static_cast<UINT>(MsgType));
-    Log.End(L"ShowMsgBox Result=" + std::to_wstring(Answer));
-    *Res = Answer;
+  long Answer = 0;
+  return Give(Res, [&] {
+    Routine("ShowMsgBox", {Labelled(L"Text=", Text), Labelled(L"Caption=", Caption), Labelled(L"MsgType=", MsgType)},
+            [&] {
+              Answer = MessageBoxA(FindProgressWindow(), AnsiOf(Text).c_str(), AnsiOf(Caption).c_str(),
+                                   static_cast<UINT>(MsgType));
+              return Labelled(L"Result=", Answer);
+            });
+    return Answer;
   });
 }
 
 HRESULT TUDialog::ShowCustomMsgBox(BSTR Text, BSTR Caption, long IcoType, BSTR Buttons, BSTR DefButton, BSTR* Res) {
-  if (!Res) return E_POINTER;
-  *Res = nullptr;
-  return SafeCall([&] {
-    std::wstring Shown = L"ShowCustomMsgBox Text=";
-    Shown.append(ViewOf(Text)).append(L" Caption=").append(ViewOf(Caption));
+  std::wstring Answer;
+  return Give(Res, [&] {
     // The icon goes under the label MsgType, as the style does in the other method's line.
-    Shown += L" MsgType=" + std::to_wstring(IcoType);
-    Shown.append(L" Buttons=").append(ViewOf(Buttons)).append(L" DefButton=").append(ViewOf(DefButton));
-    TLogScope Log(DebugLog.Get(), LogName, Shown);
-    const std::wstring Answer = ToWide(
-        ShowCustomBox({ToAnsi(ViewOf(Text)), ToAnsi(ViewOf(Caption)), IcoType, ParseCommaText(ToAnsi(ViewOf(Buttons))),
-                       ToAnsi(ViewOf(DefButton)), FindProgressWindow()}));
-    Log.End(L"ShowCustomMsgBox Result=" + Answer);
-    *Res = MakeBstr(Answer).Detach();
+    Routine("ShowCustomMsgBox",
+            {Labelled(L"Text=", Text), Labelled(L"Caption=", Caption), Labelled(L"MsgType=", IcoType),
+             Labelled(L"Buttons=", Buttons), Labelled(L"DefButton=", DefButton)},
+            [&] {
+              Answer = ToWide(ShowCustomBox({AnsiOf(Text), AnsiOf(Caption), IcoType, ParseCommaText(AnsiOf(Buttons)),
+                                             AnsiOf(DefButton), FindProgressWindow()}));
+              return Labelled(L"Result=", std::wstring_view(Answer));
+            });
+    return Answer;
   });
 }
 
-TAutoObjectBase* CreateUDialog(TVersionedAutoObjectFactory& Factory) { return new TUDialog(Factory); }
-
-void StartDialogs() { RegisterBoxClass(); }
-void StopDialogs() { UnregisterBoxClass(); }
+COCLASS(UDialog, TUDialog, nullptr, RegisterBoxClass, UnregisterBoxClass);

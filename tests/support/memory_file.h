@@ -39,9 +39,8 @@ class TMemoryFile final : public TCustomFile {
   void Flush() override { Pass(); }
 
  private:
-  [[noreturn]] void RaiseError(uint32_t Code) override { throw EFileError(Code, "File I/O error"); }
   void Pass() {
-    if (Left == 0) RaiseError(BrokenDisk);
+    if (Left == 0) throw EFileError{BrokenDisk};
     if (Left > 0) --Left;
   }
 

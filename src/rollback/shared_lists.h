@@ -1,0 +1,61 @@
+#pragma once
+
+#include "base/data_folders.h"
+#include "base/named_lock.h"
+#include "rollback/saved_list.h"
+#include "server/logged_object.h"
+
+#include <initializer_list>
+#include <vector>
+
+/// The saved lists that all objects of one class share, in the whole process, behind the class's named lock.
+class TSharedLists {
+ public:
+  /// The lists outlive this object.
+  TSharedLists(std::initializer_list<TSavedList*> Lists) : Lists(Lists) {}
+
+  TNamedLock Lock;
+
+  /// The class's unit stops: the lists are empty again.
+  void Forget();
+
+  /// Runs `Body` with the lock held and the lists loaded, which happens once per process; when it fails, the next call
+  /// does it. It comes before anything is saved: a list that was not read must not be written over.
+  template <class TBody>
+  void Use(const TBackupClient& Store, IUHistory& History, TBody Body) {
+    TNamedLock::TOwner Owner(Lock);
+    const TNamedLock::THold Hold(Owner);
+    LoadOnce(Store, History);
+    Body();
+  }
+
+ private:
+  void LoadOnce(const TBackupClient& Store, IUHistory& History);
+
+  const std::vector<TSavedList*> Lists;
+  bool Loaded = false;
+};
+
+/// A class whose objects share such lists. The first object of a process loads them.
+template <class TInterface>
+class TListObject : public TLoggedObject<TInterface, IUBackup, IUHistory> {
+ public:
+  using TLoggedObject<TInterface, IUBackup, IUHistory>::TLoggedObject;
+  void Initialize() override {
+    const bool FoldersKnown = PrepareDataFolders();
+    TLoggedObject<TInterface, IUBackup, IUHistory>::Initialize();
+    if (FoldersKnown) WithLists([] {});  // else the first call says so
+  }
+
+ protected:
+  virtual TSharedLists& Lists() const = 0;
+
+  template <class TBody>
+  void WithLists(TBody Body) const {
+    Lists().Use(Store(), this->template Use<IUHistory>(), Body);
+  }
+  void Save(const TSavedList& List) const { List.Save(Store(), this->template Use<IUHistory>()); }
+
+ private:
+  TBackupClient Store() const { return TBackupClient(this->template Use<IUBackup>()); }
+};
