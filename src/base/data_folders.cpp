@@ -1,5 +1,6 @@
 #include "base/data_folders.h"
 
+#include "base/error_code.h"
 #include "base/failure.h"
 #include "base/handles.h"
 #include "base/system_error.h"

@@ -1,5 +1,6 @@
 #include "base/failure.h"
 
+#include "base/error_code.h"
 #include "base/handles.h"
 #include "base/system_error.h"
 #include "base/text.h"

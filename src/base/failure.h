@@ -1,6 +1,5 @@
 #pragma once
 
-#include "base/error_code.h"
 #include "base/messages.h"
 #include "base/windows_api.h"
 

@@ -3,6 +3,9 @@
 #include "base/registry_place.h"
 #include "rollback/logged_change.h"
 
+#include <functional>
+#include <string>
+
 /// Deletes registry keys and values, and writes string, DWORD and binary values, plainly or logged. A logged form saves
 /// and records only what exists: a value or key that it creates is not removed by a rollback.
 ///

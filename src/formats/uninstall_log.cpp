@@ -10,7 +10,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <string_view>
 #include <type_traits>
 
 namespace {

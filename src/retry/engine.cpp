@@ -1,5 +1,6 @@
 #include "retry/engine.h"
 
+#include "base/error_code.h"
 #include "base/failure.h"
 #include "base/system_error.h"
 #include "base/text.h"

@@ -3,6 +3,7 @@
 #include "base/messages.h"
 #include "base/windows_api.h"
 #include "server/interfaces.h"
+#include "server/log_text.h"
 #include "server/routine.h"
 
 #include <initializer_list>

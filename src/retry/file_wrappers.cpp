@@ -1,5 +1,6 @@
 #include "retry/file_wrappers.h"
 
+#include "base/file_time.h"
 #include "base/paths.h"
 #include "retry/engine.h"
 

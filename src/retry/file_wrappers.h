@@ -1,6 +1,5 @@
 #pragma once
 
-#include "base/file_time.h"
 #include "base/handles.h"
 #include "base/windows_api.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/guid_text.h"
 #include "base/registry_place.h"
 #include "formats/backup_items.h"
 #include "rollback/logged_change.h"

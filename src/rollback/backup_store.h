@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/messages.h"
 #include "formats/backup_items.h"
 #include "retry/engine.h"
 #include "retry/file_wrappers.h"

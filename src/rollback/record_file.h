@@ -3,6 +3,7 @@
 #include "base/named_lock.h"
 #include "formats/log_record.h"
 #include "retry/file_wrappers.h"
+#include "server/log_text.h"
 #include "server/routine.h"
 
 #include <initializer_list>

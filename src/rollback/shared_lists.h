@@ -2,6 +2,7 @@
 
 #include "base/data_folders.h"
 #include "base/named_lock.h"
+#include "rollback/backup_client.h"
 #include "rollback/saved_list.h"
 #include "server/logged_object.h"
 

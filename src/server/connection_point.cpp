@@ -1,6 +1,5 @@
 #include "server/connection_point.h"
 
-#include <memory>
 #include <new>
 #include <optional>
 

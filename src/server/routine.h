@@ -6,7 +6,6 @@
 #include <initializer_list>
 #include <string>
 #include <type_traits>
-#include <utility>
 
 /// The next call id for the debug log; the first one of the process is 1.
 long NextCallId();

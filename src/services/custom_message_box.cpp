@@ -7,7 +7,6 @@
 #include "formats/message_box_layout.h"
 
 #include <cstddef>
-#include <cstring>
 #include <list>
 #include <mutex>
 

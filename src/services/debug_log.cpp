@@ -1,6 +1,7 @@
 #include "services/debug_log.h"
 
 #include "base/data_folders.h"
+#include "base/error_code.h"
 #include "base/failure.h"
 #include "base/handles.h"
 #include "base/named_lock.h"
