@@ -6,6 +6,7 @@
 #include "base/system_error.h"
 #include "base/text.h"
 
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -22,7 +23,8 @@ std::string ServiceDir;
 std::string Expanded(const std::string& Text) {
   std::string Result(ExpandEnvironmentStringsA(Text.c_str(), nullptr, 0), '\0');
   ExpandEnvironmentStringsA(Text.c_str(), Result.data(), static_cast<DWORD>(Result.size()));
-  return Result.c_str();
+  Result.resize(std::strlen(Result.c_str()));
+  return Result;
 }
 
 std::string ReadBaseFolder() {

@@ -6,7 +6,7 @@ template <class TText>
 TText Hexadecimal(uint32_t Number) {
   TText Digits;
   do {
-    Digits.insert(Digits.begin(), "0123456789ABCDEF"[Number % 16]);
+    Digits.insert(Digits.begin(), static_cast<typename TText::value_type>("0123456789ABCDEF"[Number % 16]));
     Number /= 16;
   } while (Number != 0);
   return Digits;

@@ -12,7 +12,7 @@ TBoxLayout LayOutMessageBox(const TBoxMeasures& Measures) {
   const int Width = ClientWidth + 2 * BoxMargin;
   const int Height = Measures.CaptionHeight + BoxMargin + ContentHeight + BoxMargin + ButtonHeight + BoxMargin;
 
-  TBoxLayout Layout;
+  TBoxLayout Layout{};
   Layout.Window = {Measures.ScreenWidth / 2 - Width / 2, Measures.ScreenHeight / 2 - Height / 2, Width, Height};
   Layout.Text = {Measures.IconWidth + 2 * BoxMargin, BoxMargin, TextWidth, Measures.WrappedTextHeight};
   Layout.FirstButton = {(Width - ButtonsWidth) / 2, ContentHeight + 2 * BoxMargin, ButtonWidth, ButtonHeight};

@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint64_t HeaderSize = 0x54, FlagsAt = 0x14, TypeCountAt = 0x20, HasHelpModule = 0x100;
 constexpr uint64_t TableCount = 15, TableEntrySize = 16, TypeSize = 0x64, TypeDataAt = 4, MemberCountsAt = 0x18;
-constexpr uint64_t MemberSize = 3 * 4;  // identifier, name and place of a member, behind all members' records
+constexpr uint64_t MemberSize = 3 * uint64_t{4};  // identifier, name and place of a member, behind all members' records
 constexpr uint32_t None = 0xFFFFFFFF;
 
 /// Reads numbers; from the first one that lies behind the end on, all are 0.

@@ -38,7 +38,7 @@ class TUInno final : public TListObject<IUInno> {
 
  private:
   TSharedLists& Lists() const override;
-  HRESULT Add(const char* Method, TInstallerList& To, BSTR FileName);
+  HRESULT Add(const char* Name, TInstallerList& To, BSTR FileName);
   HRESULT Get(const TInstallerList& From, BSTR* Text);
   void DeleteDuplicatesInLists(const TUninstallLog& Uninstall) const;
 };

@@ -23,7 +23,7 @@
 
 /// What one attempt came to.
 struct TOutcome {
-  bool Ok;
+  bool Ok = false;
   long Code = 0;  ///< error code, status or HRESULT of a failed attempt
   bool OutOfMemory = false;
 };

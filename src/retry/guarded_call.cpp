@@ -54,6 +54,7 @@ EXCEPTION_DISPOSITION __cdecl HandleException(EXCEPTION_RECORD* Exception, void*
 
 __attribute__((noinline)) DWORD RunGuarded(void (*Step)(void*), void* Data) {
   volatile TFrame Frame{};
+  // The header calls it stdcall, the system calls it as cdecl. NOLINTNEXTLINE(clang-diagnostic-cast-calling-convention)
   Frame.Link.Handler = reinterpret_cast<PEXCEPTION_ROUTINE>(HandleException);
   Frame.Link.Next = reinterpret_cast<EXCEPTION_REGISTRATION_RECORD*>(__readfsdword(0));
   if (__builtin_setjmp(const_cast<void**>(Frame.Resume)) == 0) {

@@ -23,7 +23,7 @@ std::string TBackupClient::LoadString(const GUID& DataID) const {
 }
 
 std::string TBackupClient::LoadFileName(const GUID& DataID) const {
-  const std::string Name = LoadString(DataID);
+  std::string Name = LoadString(DataID);
   if (Name.find('\0') != std::string::npos) Refuse(MsgNameWithNul, ToWide(Name.c_str()));
   return Name;
 }

@@ -19,7 +19,7 @@ namespace {
 std::vector<std::string> ListEntries(const std::string& Mask, bool Folders) {
   std::vector<std::string> Names;
   ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
-    if (IsFolder(Entry) == Folders) Names.push_back(Entry.cFileName);
+    if (IsFolder(Entry) == Folders) Names.emplace_back(Entry.cFileName);
   });
   return Names;
 }

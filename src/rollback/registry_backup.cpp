@@ -19,7 +19,7 @@ namespace {
 template <class TEnumerate>
 void RequireExactName(const TOpenKey& Key, DWORD Index, const std::string& Name, TEnumerate Enumerate) {
   constexpr size_t LongestName = 16383;  // of a value, in characters; those of keys are shorter
-  std::array<wchar_t, LongestName + 1> Stored;
+  std::array<wchar_t, LongestName + 1> Stored{};
   DWORD Length = static_cast<DWORD>(Stored.size());
   const LSTATUS Status = Enumerate(Key.Get(), Index, Stored.data(), &Length, nullptr, nullptr, nullptr, nullptr);
   if (Status != ERROR_SUCCESS || ToWide(Name) != std::wstring_view(Stored.data(), Length))

@@ -10,12 +10,12 @@ class TVersionedAutoObjectFactory;
 
 /// One automation class and its unit. Each class defines its own row, with COCLASS below, where it is implemented.
 struct TCoClass {
-  const char* Name;  ///< the coclass's name in the type library
+  const char* Name = nullptr;  ///< the coclass's name in the type library
   const CLSID& ClassId;
   const IID& InterfaceId;
   const IID& EventsIid;
   /// Makes an object with one reference, not yet initialized.
-  TAutoObjectBase* (*Create)(TVersionedAutoObjectFactory& Factory);
+  TAutoObjectBase* (*Create)(TVersionedAutoObjectFactory& Factory) = nullptr;
   /// The lock of what all processes share of the class, named by its ClassId from the module's start to its stop; null
   /// when there is nothing.
   TNamedLock* Lock = nullptr;

@@ -21,7 +21,7 @@ void TRoutine::Exception(std::initializer_list<TLogWord> Words) {
   Line(LoadWideMessage(MsgException), LogText(Name, Words));
 }
 
-void TRoutine::Line(const std::wstring& Action, const std::wstring& Text) {
+void TRoutine::Line(const std::wstring& Action, const std::wstring& Text) const {
   if (Source.DebugLog)
     PutLine(*Source.DebugLog, Id, ToWide(Source.Name), Action, Text);
   else

@@ -31,7 +31,7 @@ class TRoutine {
   /// An "Exception" line for what goes wrong without ending the routine: its name, and words behind it.
   void Exception(std::initializer_list<TLogWord> Words);
   /// A line with an action of the routine's own.
-  void Line(const std::wstring& Action, const std::wstring& Text);
+  void Line(const std::wstring& Action, const std::wstring& Text) const;
   /// Writes the End line. For the frame below.
   void End();
 
