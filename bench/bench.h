@@ -14,15 +14,12 @@ class TBench final : public TSandbox {
 
   /// A path of the case's own.
   std::string Work(const std::string& Name) const { return App(Name); }
-  using TSandbox::Base;
-  using TSandbox::Service;
   /// Empties the backup store and removes the transaction log.
   void ForgetChanges() const;
   /// A quick run is for trying the program out; its numbers are too few to say anything.
   const bool Quick;
 
  private:
-  void TestBody() override {}
   /// Keeps the module loaded, and with it the paths that it found: the registry names a child's folder later on.
   const TComRef<IUTransactionLog> KeepsModule = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };

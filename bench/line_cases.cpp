@@ -107,8 +107,7 @@ class TTracing {
         Timed<&SetFileTime>("SetFileTime"),
     };
     Trace = TTrace();
-    for (const TReplaced& Each : All)
-      Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Each.Name, Each.By));
+    for (const TReplaced& Each : All) Patches.push_back(std::make_unique<TImportPatch>(Each.Name, Each.By));
   }
 
  private:

@@ -3,63 +3,15 @@
 // rollback restores everything.
 
 #include "base/error_code.h"
-#include "roles.h"
-#include "support/fault.h"
+#include "support/module_calls.h"
+#include "torture.h"
 #include "update.h"
 
-#include <shlwapi.h>
-
 #include <algorithm>
-#include <memory>
+#include <map>
 #include <sstream>
 
 namespace {
-
-/// The replacement of a function that only counts.
-template <auto Function>
-struct TCounted;
-template <class TResult, class... TArgs, TResult(WINAPI* Function)(TArgs...)>
-struct TCounted<Function> {
-  inline static int Calls = 0;
-  static TResult WINAPI Call(TArgs... Args) {
-    ++Calls;
-    return Function(Args...);
-  }
-};
-
-struct TFailingCall {
-  const char* Name;
-  void* Failing;
-  void* Counting;
-  const int* Calls;
-  /// How often it fails, one call after the other, until the user is asked.
-  int Times;
-};
-
-template <auto Function>
-TFailingCall Row(const char* Name, void* Failing, int Times = 1) {
-  return {Name, Failing, reinterpret_cast<void*>(&TCounted<Function>::Call), &TCounted<Function>::Calls, Times};
-}
-#define FAILS(Function, ...) Row<&Function>(#Function, FailsWith<decltype(&Function), __VA_ARGS__>)
-#define FAILS_BY_CODE(Function) Row<&Function>(#Function, FailsWithCode<decltype(&Function)>)
-#define FAILS_BY_RESULT(Function) Row<&Function>(#Function, FailsWithResult<decltype(&Function)>)
-/// Patient wrappers repeat three times before they ask.
-#define FAILS_OFTEN(Function, ...) Row<&Function>(#Function, FailsWith<decltype(&Function), __VA_ARGS__>, 4)
-
-const TFailingCall FailingCalls[] = {
-    FAILS_OFTEN(CreateFileA, -1),     FAILS(ReadFile, FALSE),         FAILS(WriteFile, FALSE),
-    FAILS(CloseHandle, FALSE),        FAILS(SetEndOfFile, FALSE),     FAILS(SetFilePointer, -1),
-    FAILS(GetFileSize, -1),           FAILS(GetFileAttributesA, -1),  FAILS(SetFileAttributesA, FALSE),
-    FAILS(GetFileTime, FALSE),        FAILS(SetFileTime, FALSE),      FAILS_OFTEN(DeleteFileA, FALSE),
-    FAILS_OFTEN(MoveFileA, FALSE),    FAILS(CreateDirectoryA, FALSE), FAILS(RemoveDirectoryA, FALSE),
-    FAILS(FindFirstFileA, -1),        FAILS(FindNextFileA, FALSE),    FAILS(FindClose, FALSE),
-    FAILS_BY_CODE(RegCreateKeyExA),   FAILS_BY_CODE(RegOpenKeyExA),   FAILS_BY_CODE(RegQueryInfoKeyA),
-    FAILS_BY_CODE(RegQueryValueExA),  FAILS_BY_CODE(RegSetValueExA),  FAILS_BY_CODE(RegEnumValueA),
-    FAILS_BY_CODE(RegEnumKeyExA),     FAILS_BY_CODE(RegDeleteValueA), FAILS_BY_CODE(RegCloseKey),
-    FAILS_BY_CODE(SHDeleteKeyA),      FAILS(LoadLibraryA, 0),         FAILS(FreeLibrary, FALSE),
-    FAILS(GetModuleHandleA, 0),       FAILS(GetProcAddress, 0),       FAILS_BY_RESULT(LoadTypeLib),
-    FAILS_BY_RESULT(RegisterTypeLib),
-};
 
 constexpr DWORD OddCode = 0x2222;  // no system's text
 constexpr DWORD Codes[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_DISK_FULL, ERROR_PATH_NOT_FOUND,
@@ -74,7 +26,7 @@ struct TTold {
 };
 
 struct TFaultCase {
-  const TFailingCall* Call;
+  const TModuleCall* Call;
   int Nth;
   DWORD Code;
   bool Retry;
@@ -100,7 +52,6 @@ class TFaultMatrix {
 
  private:
   TTold Update(const TFaultCase& Case);
-  std::vector<int> CountCalls();
   std::vector<TFaultCase> Cases(bool Full);
   std::string JudgeUpdate(const TFaultCase& Case, const TTold& Told);
   std::string JudgeRollback(const TFaultCase& Case, const TTold& Told);
@@ -115,8 +66,8 @@ class TFaultMatrix {
 TTold TFaultMatrix::Update(const TFaultCase& Case) {
   Machine.LayOut();
   DeleteFileA(ToldFile.c_str());
-  const DWORD Status = TRole("fault", {Machine.Root(), Case.Call->Name, std::to_string(Case.Nth),
-                                       std::to_string(Case.Code), Case.Retry ? "retry" : "cancel", ToldFile})
+  const DWORD Status = TChild({"fault", Machine.Root(), Case.Call ? Case.Call->Name : "", std::to_string(Case.Nth),
+                               std::to_string(Case.Code), Case.Retry ? "retry" : "cancel", ToldFile})
                            .Wait();
   TTold Told;
   std::istringstream In(Read(ToldFile));
@@ -125,31 +76,23 @@ TTold TFaultMatrix::Update(const TFaultCase& Case) {
   std::getline(In, Told.Step);
   std::getline(In, Told.Message, '\0');
   if (Status != 0) Told.Result = -1;
+  Must(Case.Call || Told.Result == S_OK, "the undisturbed update failed in " + Told.Step);
   return Told;
 }
 
-/// How often an undisturbed update calls each function.
-std::vector<int> TFaultMatrix::CountCalls() {
-  Machine.LayOut();
-  if (const DWORD Status = TRole("count", {Machine.Root(), ToldFile}).Wait())
-    throw ETorture("the undisturbed update ended with " + std::to_string(Status));
-  std::vector<int> Counts;
-  std::istringstream In(Read(ToldFile));
-  for (int Count; In >> Count;) Counts.push_back(Count);
-  if (Counts.size() != std::size(FailingCalls)) throw ETorture("not every function was counted");
-  return Counts;
-}
-
-/// Every function's calls, or some of them spread evenly, with every code and both answers.
+/// Every function's calls in an undisturbed update, or some of them spread evenly, with every code and both answers.
 std::vector<TFaultCase> TFaultMatrix::Cases(bool Full) {
+  Update({nullptr, 0, 0, false});
+  std::map<std::string, int> Counts;
+  std::istringstream Names(Read(Machine.Root() + "\\calls.txt"));
+  for (std::string Name; Names >> Name;) ++Counts[Name];
   const int Most = Full ? 8 : 2;
-  const std::vector<int> Counts = CountCalls();
   std::vector<TFaultCase> All;
   int Number = 0;
-  for (size_t Row = 0; Row < Counts.size(); ++Row) {
-    const TFailingCall& Call = FailingCalls[Row];
-    const int Calls = Counts[Row], Count = std::min(Most, Calls);
-    if (Calls == 0) throw ETorture(std::string("the update never calls ") + Call.Name);
+  for (const TModuleCall& Call : ModuleCalls()) {
+    if (Call.Failures == 0) continue;
+    const int Calls = Counts[Call.Name], Count = std::min(Most, Calls);
+    Must(Calls > 0, std::string("the update never calls ") + Call.Name);
     for (int At = 0; At < Count; ++At, ++Number)
       for (const DWORD Code : Codes) {
         // A quick run takes one code in turn.
@@ -162,8 +105,7 @@ std::vector<TFaultCase> TFaultMatrix::Cases(bool Full) {
 
 /// Rolls back in a new process; gives what is wrong then, or "".
 std::string TFaultMatrix::JudgeRollback(const TFaultCase& Case, const TTold& Told) {
-  if (TRole("change", {"rollback", Machine.Root(), "nothing", "0", Machine.Root() + "\\calls.txt"}).Wait() != 0)
-    return "the rollback failed";
+  if (TChild({"change", "rollback", Machine.Root(), "nothing", "0"}).Wait() != 0) return "the rollback failed";
   const TCapture Now = Machine.Capture();
   std::string Files = Difference(Before.Files, Now.Files);
   std::string Keys = Difference(Before.Registry, Now.Registry) + Difference(Before.Classes, Now.Classes);
@@ -240,65 +182,45 @@ TResult TFaultMatrix::Run(const TPlan& Plan) {
   return Result;
 }
 
-/// A user who meets a failing call with one answer, and says Yes to everything else. One who retries gives up when it
-/// does not help.
-class TAnsweringUser final : public TDouble<IUDialog> {
- public:
-  explicit TAnsweringUser(bool Retry) : Retry(Retry) {}
-  STDMETHOD(ShowMsgBox)(BSTR, BSTR, long MsgType, long* Res) override {
-    constexpr long Kinds = 15;
-    const bool Failure = (MsgType & Kinds) == MB_RETRYCANCEL;
-    constexpr int MostRetries = 4;  // as often as a call fails
-    if (Failure && Boxes++ == 0) StepAsked = Step;
-    *Res = !Failure ? IDYES : Retry && Boxes <= MostRetries ? IDRETRY : IDCANCEL;
-    return S_OK;
-  }
-  STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
-  int Boxes = 0;
-  std::string Step;       ///< of the update, as it goes on
-  std::string StepAsked;  ///< in which the first box was shown
-
- private:
-  const bool Retry;
-};
-
-}  // namespace
-
-/// fault ROOT FUNCTION NTH CODE ANSWER TOLD-FILE: some of those who give up roll back in the same process.
-int PlayFault(const std::vector<std::string>& Words) {
+/// fault ROOT FUNCTION NTH CODE ANSWER TOLD-FILE: the user meets the failing call with one answer, and says Yes to
+/// everything else; one who retries gives up when it does not help. Some of those who give up roll back in the same
+/// process. Without a FUNCTION the calls are counted.
+const TRole Fault("fault", [](const TWords& Words, TScriptedDialog& User) {
+  constexpr int MostRetries = 4;  // as often as a call fails
+  constexpr long Kinds = 15;
   const bool Retry = Words.at(4) == "retry";
   const int Nth = std::stoi(Words.at(2));
-  const TComRef<TAnsweringUser> User(new TAnsweringUser(Retry));
-  RegisterActive(User.Get(), CLSID_UDialog);
+  int Boxes = 0;
+  std::string Step, StepAsked;
+  User.OnBox = [&] {
+    const bool Failure = (User.Boxes.back().MsgType & Kinds) == MB_RETRYCANCEL;
+    if (Failure && Boxes++ == 0) StepAsked = Step;
+    User.Answer({!Failure ? IDYES : Retry && Boxes <= MostRetries ? IDRETRY : IDCANCEL});
+  };
   TUpdater Updater(Words.at(0));
   const TNoPauses NoPauses;
-  const auto Call = std::find_if(std::begin(FailingCalls), std::end(FailingCalls),
-                                 [&](const TFailingCall& Row) { return Words.at(1) == Row.Name; });
-  HRESULT Result = S_OK;
   std::string Message;
-  {
-    TFault Fault(Call->Name, Call->Failing, {Nth - 1, Call->Times, static_cast<DWORD>(std::stoul(Words.at(3)))});
-    Result = RunUpdate(Updater, User->Step);
+  const auto Update = [&] {
+    const HRESULT Result = RunUpdate(Updater, Step);
     if (FAILED(Result)) Message = ErrorText();
+    return Result;
+  };
+  HRESULT Result = S_OK;
+  if (Words.at(1).empty()) {
+    PlanEvent("nothing", 0, AllCalls);
+    Result = Update();
+    WriteCalls(Words.at(0));
+  } else {
+    const auto Call = std::ranges::find(ModuleCalls(), Words.at(1), &TModuleCall::Name);
+    const TFault Planned(Call->Name, {Nth - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(3)))});
+    Result = Update();
   }
-  Write(Words.at(5), std::to_string(User->Boxes) + " " + std::to_string(Result) + "\n" +
-                         (User->Boxes > 0 ? User->StepAsked : User->Step) + "\n" + Message);
+  Write(Words.at(5),
+        std::to_string(Boxes) + " " + std::to_string(Result) + "\n" + (Boxes > 0 ? StepAsked : Step) + "\n" + Message);
   const bool RollsBack = FAILED(Result) && Nth % 2 == 1;
-  return RollsBack && FAILED(RollBackAll());
-}
+  return int{RollsBack && FAILED(RollBack())};
+});
 
-/// count ROOT TOLD-FILE
-int PlayCount(const std::vector<std::string>& Words) {
-  RegisterActive(new TAnsweringUser(false), CLSID_UDialog);
-  TUpdater Updater(Words.at(0));
-  std::vector<std::unique_ptr<TImportPatch>> Patches;
-  for (const TFailingCall& Row : FailingCalls)
-    Patches.push_back(std::make_unique<TImportPatch>(GetModuleHandleA("Mendwork.dll"), Row.Name, Row.Counting));
-  std::string Step, Counts;
-  const HRESULT Result = RunUpdate(Updater, Step);
-  for (const TFailingCall& Row : FailingCalls) Counts += std::to_string(*Row.Calls) + "\n";
-  Write(Words.at(1), Counts);
-  return FAILED(Result);
-}
+}  // namespace
 
 TResult FaultMatrix(const TPlan& Plan) { return TFaultMatrix().Run(Plan); }

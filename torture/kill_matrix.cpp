@@ -1,8 +1,8 @@
 // The kill matrix: the process that updates is ended at every changing system call, and so is the one that rolls back;
 // a new process then rolls back, and the application must be as it was.
 
-#include "support/changing_calls.h"
 #include "support/memory_file.h"
+#include "support/module_calls.h"
 #include "torture.h"
 #include "update.h"
 
@@ -28,7 +28,7 @@ class TKillMatrix {
 
  private:
   DWORD Change(const std::string& What, const std::string& Event = "nothing", int Point = 0) {
-    return TRole("change", {What, Machine.Root(), Event, std::to_string(Point), CallsFile}).Wait();
+    return TChild({"change", What, Machine.Root(), Event, std::to_string(Point)}).Wait();
   }
   TCalls CallsOf(const std::string& What);
   void Visit(const TDeath& Death, int Number);
@@ -37,7 +37,6 @@ class TKillMatrix {
   bool UninstallLogIsWhole() const;
 
   TMachine Machine;
-  const std::string CallsFile = Machine.Root() + "\\calls.txt";
   TCapture Before;
   TCalls Update, Rollback;  ///< of processes that nobody disturbs
   bool Full = false;
@@ -45,9 +44,9 @@ class TKillMatrix {
 };
 
 TCalls TKillMatrix::CallsOf(const std::string& What) {
-  if (const DWORD Status = Change(What))
-    throw ETorture("the undisturbed " + What + " ended with " + std::to_string(Status));
-  std::istringstream Names(Read(CallsFile));
+  const DWORD Status = Change(What);
+  Must(Status == 0, "the undisturbed " + What + " ended with " + std::to_string(Status));
+  std::istringstream Names(Read(Machine.Root() + "\\calls.txt"));
   TCalls Calls;
   for (std::string Name; Names >> Name;) Calls.push_back(Name);
   return Calls;
@@ -123,7 +122,7 @@ void TKillMatrix::Judge(const TDeath& Death, DWORD RolledBack) {
 
 void TKillMatrix::Visit(const TDeath& Death, int Number) {
   Machine.LayOut();
-  if (Death.Process == "rollback" && Change("update") != 0) throw ETorture("the undisturbed update failed");
+  Must(Death.Process != "rollback" || Change("update") == 0, "the undisturbed update failed");
   ++Result.Cases;
   const DWORD Status = Change(Death.Process, Death.Event, Death.Point);
   if (Status != DiedStatus) {
@@ -154,6 +153,29 @@ TResult TKillMatrix::Run(const TPlan& Plan) {
   Result.Notes["changing calls of the rollback"] = static_cast<int>(Rollback.size());
   return Result;
 }
+
+/// change WHAT ROOT EVENT POINT: makes the update, or rolls everything back and looks at what outlives it; see
+/// module_calls.h for the event at a point.
+const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
+  constexpr long Kinds = 15;
+  User.OnBox = [&] { User.Answer({(User.Boxes.back().MsgType & Kinds) == MB_YESNO ? IDYES : IDCANCEL}); };
+  TComRef<IClassFactory> Loaded;
+  CoGetClassObject(CLSID_UFile, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
+  PlanEvent(Words.at(2), std::stoi(Words.at(3)));
+  std::string Step = "rollback";
+  HRESULT Result = S_OK;
+  if (Words.at(0) == "update") {
+    TUpdater Updater(Words.at(1));
+    Result = RunUpdate(Updater, Step);
+    WriteCalls(Words.at(1));
+  } else {
+    Result = RollBack();
+    WriteCalls(Words.at(1));
+    if (SUCCEEDED(Result)) Step = "history, macros, garbage lists", Result = LookAtStores();
+  }
+  Must(SUCCEEDED(Result), Step + " failed with " + std::to_string(Result) + ": " + ErrorText());
+  return 0;
+});
 
 }  // namespace
 

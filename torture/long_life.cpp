@@ -1,7 +1,7 @@
 // Long life: many calls on one set of objects. Handles, windows' objects and memory at the end are as they were after
 // the first calls.
 
-#include "roles.h"
+#include "torture.h"
 #include "update.h"
 
 #include <psapi.h>
@@ -41,8 +41,9 @@ struct TUse {
 void ShowBox(IUDialog& Dialog) {
   TBstr Answer;
   PostQuitMessage(0);
-  if (FAILED(Dialog.ShowCustomMsgBox(Text("Text"), Text("Caption"), 32513, Text("Yes,No"), Text("No"), Answer.Out())))
-    throw ETorture("the box failed: " + ErrorText());
+  const HRESULT Shown =
+      Dialog.ShowCustomMsgBox(Text("Text"), Text("Caption"), 32513, Text("Yes,No"), Text("No"), Answer.Out());
+  Must(SUCCEEDED(Shown), "the box failed: " + ErrorText());
   MSG Message;
   while (PeekMessageA(&Message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&Message);
 }
@@ -68,7 +69,7 @@ void ShowBareBox() {
     Registration.lpszClassName = Class;
     return RegisterClassA(&Registration);
   }();
-  if (!Registered) throw ETorture("no window class");
+  Must(Registered, "no window class");
   const HFONT Font = CreateFontA(-11, 0, 0, 0, FW_NORMAL, 0, 0, 0, DEFAULT_CHARSET, 0, 0, 0, 0, "MS Sans Serif");
   const HWND Window = CreateWindowExA(WS_EX_CONTROLPARENT, Class, "Caption", WS_VISIBLE | WS_CAPTION, 0, 0, 300, 100,
                                       nullptr, nullptr, nullptr, nullptr);
@@ -194,7 +195,7 @@ TResult TLife::Run() {
     const TNoPauses NoPauses;
     for (int Number = 0; Number < Calls; ++Number) {
       const HRESULT Called = Call(Updater, Number);
-      if (FAILED(Called)) throw ETorture("call " + std::to_string(Number) + " failed: " + ErrorText());
+      Must(SUCCEEDED(Called), "call " + std::to_string(Number) + " failed");
       if (Number + 1 == FirstCalls) First = TUse::Now();
       // Items are never deleted by the system; the disk is not what is measured here.
       if (Number % ForgetEvery == 0) {

@@ -1,11 +1,9 @@
 #include "machine.h"
 
 #include "base/text.h"
-#include "support/program.h"
+#include "support/module_calls.h"
 #include "support/raw_uninstall_log.h"
 #include "support/type_library.h"
-
-#include <stdexcept>
 
 namespace {
 
@@ -70,15 +68,12 @@ std::wstring OwnKey(const std::wstring& Path) {
 std::string RegisteredServer() { return SystemFile("scrrun.dll"); }
 std::string UnregisteredServer() { return SystemFile("msscript.ocx"); }
 
-std::string BuiltFile(const std::string& Name) {
-  const std::string Module = BuiltModulePath();
-  return Module.substr(0, Module.rfind('\\') + 1) + Name;
-}
-
 TMachine::TMachine() : TSandbox(NoDoubles) {
-  if (FAILED(
-          CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())))
-    throw std::runtime_error("the library is not registered");
+  Must(SUCCEEDED(
+           CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())),
+       "the library is not registered");
+  const std::string Forgotten = ForgottenCalls();
+  Must(Forgotten.empty(), "the list in tests/support/module_calls.cpp lacks what the library imports: " + Forgotten);
   Window = CreateWindowExA(0, "Static", "", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
 }
 TMachine::~TMachine() {
@@ -129,7 +124,7 @@ void TMachine::FindClassKeys() {
   for (const auto& [Path, Entry] : With)
     if (const auto Found = Without.find(Path); Found == Without.end() || !(Found->second == Entry))
       ClassKeys.insert(OwnKey(Path));
-  if (ClassKeys.empty()) throw std::runtime_error("the platform's servers and the type library cannot be registered");
+  Must(!ClassKeys.empty(), "the platform's servers and the type library cannot be registered");
 }
 
 TRegistryTree TMachine::CaptureClasses() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/process.h"
 #include "support/registry_tree.h"
 #include "support/sandbox.h"
 
@@ -22,19 +23,13 @@ std::string Difference(const TCapture& Before, const TCapture& After);
 class TMachine final : public TSandbox {
  public:
   TMachine();
-  ~TMachine() override;
+  ~TMachine();
 
   /// The sample application and its package as they are before an update; the base folder is empty.
   void LayOut();
   TCapture Capture() const;
 
-  using TSandbox::App;
-  using TSandbox::Base;
-  using TSandbox::Root;
-  using TSandbox::Service;
-
  private:
-  void TestBody() override {}
   void LayOutFiles() const;
   void LayOutClasses();
   void FindClassKeys();
@@ -71,5 +66,3 @@ inline std::string UninstallLogOf(const std::string& Root) { return Root + "\\Ba
 
 /// The application's key below HKEY_CURRENT_USER.
 inline constexpr wchar_t AppKeyName[] = L"Software\\MendworkTorture";
-/// A file of the build, next to this program's folder.
-std::string BuiltFile(const std::string& Name);

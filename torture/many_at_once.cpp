@@ -2,7 +2,7 @@
 // caller was told had succeeded is there once, whole; nobody waits for the dead.
 
 #include "formats/log_record.h"
-#include "roles.h"
+#include "torture.h"
 #include "update.h"
 
 #include <cstdio>
@@ -88,7 +88,7 @@ class TCrowd {
 
  private:
   std::string Journal(int Number) const { return Machine.Root() + "\\journal" + std::to_string(Number) + ".txt"; }
-  std::unique_ptr<TRole> Start();
+  std::unique_ptr<TChild> Start();
   void LetThemWork();
   void ReadJournals();
   void ReadJournal(int Number);
@@ -112,10 +112,10 @@ class TCrowd {
   TResult Result;
 };
 
-std::unique_ptr<TRole> TCrowd::Start() {
+std::unique_ptr<TChild> TCrowd::Start() {
   const int Number = ++Started;
-  return std::make_unique<TRole>("worker", std::vector<std::string>{Machine.Root(), std::to_string(Number),
-                                                                    std::to_string(Until), Journal(Number)});
+  return std::make_unique<TChild>(
+      TWords{"worker", Machine.Root(), std::to_string(Number), std::to_string(Until), Journal(Number)});
 }
 
 void TCrowd::LetThemWork() {
@@ -123,7 +123,7 @@ void TCrowd::LetThemWork() {
   std::mt19937 Random(1);
   Until = GetTickCount64() + Milliseconds;
   struct TMember {
-    std::unique_ptr<TRole> Role;
+    std::unique_ptr<TChild> Role;
     int Number;
   };
   std::vector<TMember> Crowd;
@@ -278,8 +278,7 @@ TResult TCrowd::Run() {
   CompareMacros();
   CompareLines();
   CompareItems();
-  const std::string Calls = Machine.Root() + "\\calls.txt";
-  Expect(TRole("change", {"rollback", Machine.Root(), "nothing", "0", Calls}).Wait() == 0, "the rollback failed");
+  Expect(TChild({"change", "rollback", Machine.Root(), "nothing", "0"}).Wait() == 0, "the rollback failed");
   Expect(!Exists(Machine.Service("update.prt")), "the rollback left entries");
   const std::string Rest = Difference(Before, Machine.Capture());
   Expect(Rest.empty(), "after the rollback: " + Rest);
@@ -291,13 +290,12 @@ TResult TCrowd::Run() {
   return Result;
 }
 
-}  // namespace
-
 /// worker ROOT NUMBER UNTIL JOURNAL
-int PlayWorker(const std::vector<std::string>& Words) {
-  RegisterActive(new TScriptedDialog, CLSID_UDialog);
+const TRole Worker("worker", [](const TWords& Words, TScriptedDialog&) {
   return TWorker(Words.at(0), std::stoi(Words.at(1)), Words.at(3)).Run(std::stoull(Words.at(2)));
-}
+});
+
+}  // namespace
 
 TResult ManyAtOnce(const TPlan& Plan) {
   if (Plan.Shard != 0) return {.Skipped = true};

@@ -1,8 +1,8 @@
 // Torn files: a file of the system cut at every length, and with a flipped byte at every offset. The next operation
 // succeeds or fails with a message; it ends, and it destroys nothing that was whole.
 
-#include "roles.h"
 #include "support/memory_file.h"
+#include "torture.h"
 #include "update.h"
 
 #include <algorithm>
@@ -30,22 +30,20 @@ struct TState {
 HRESULT PutGarbage(TState& State);
 
 void TState::Make() {
-  const auto Must = [](HRESULT Result) {
-    if (FAILED(Result)) throw ETorture("the state to be torn cannot be made: " + ErrorText());
-  };
+  const auto Succeed = [](HRESULT Result) { Must(SUCCEEDED(Result), "the state to be torn cannot be made"); };
   TUpdater& U = Updater;
   const VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
   char Bytes[] = "some bytes";
-  Must(U.Backup->BackupString(Text("a text of some length"), &String));
-  Must(U.Backup->BackupData(Bytes, sizeof Bytes, &Data));
-  Must(U.Backup->BackupFilesLogged(Text(U.Places.App(SavedFile)), No, No, No, &Files));
-  Must(U.Backup->BackupRegKeyValueLogged(User, Text("Software\\MendworkTorture"), Text("Version"), &Value));
-  Must(U.Backup->BackupRegKeyLogged(User, Text("Software\\MendworkTorture\\Watched"), Yes, &Key));
-  Must(U.Log->PutCheckPoint(NumberedGuid(22)));
-  Must(U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App(CopiedFile)), 0));
-  for (int At = 0; At < 2; ++At) Must(U.History->Put(Group, At, NumberedGuid(At)));
-  Must(PutGarbage(*this));
-  Must(U.Inno->AddFile(Text("C:\\new")));
+  Succeed(U.Backup->BackupString(Text("a text of some length"), &String));
+  Succeed(U.Backup->BackupData(Bytes, sizeof Bytes, &Data));
+  Succeed(U.Backup->BackupFilesLogged(Text(U.Places.App(SavedFile)), No, No, No, &Files));
+  Succeed(U.Backup->BackupRegKeyValueLogged(User, Text("Software\\MendworkTorture"), Text("Version"), &Value));
+  Succeed(U.Backup->BackupRegKeyLogged(User, Text("Software\\MendworkTorture\\Watched"), Yes, &Key));
+  Succeed(U.Log->PutCheckPoint(NumberedGuid(22)));
+  Succeed(U.File->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Text(U.Places.App(CopiedFile)), 0));
+  for (int At = 0; At < 2; ++At) Succeed(U.History->Put(Group, At, NumberedGuid(At)));
+  Succeed(PutGarbage(*this));
+  Succeed(U.Inno->AddFile(Text("C:\\new")));
 }
 
 /// An operation that meets the file.
@@ -55,10 +53,6 @@ struct TOperation {
   bool Is(const std::string& Begin) const { return std::string(Name).starts_with(Begin); }
 };
 
-HRESULT RollBack(TState& State, VARIANT_BOOL OnlyToCheckPoint) {
-  GUID CheckPoint{};
-  return State.Updater.Log->Rollback(OnlyToCheckPoint, &CheckPoint);
-}
 HRESULT GetRecord(TState& State) {
   long Code = 0;
   GUID DataID{};
@@ -80,8 +74,8 @@ HRESULT RestoreData(TState& State) {
 const std::vector<TOperation> LogOperations = {
     {"Put", [](TState& State) { return State.Updater.Log->Put(CLSID_UCanRollback, 1, NumberedGuid(1)); }},
     {"PutCheckPoint", [](TState& State) { return State.Updater.Log->PutCheckPoint(NumberedGuid(1)); }},
-    {"Rollback", [](TState& State) { return RollBack(State, VARIANT_FALSE); }},
-    {"Rollback to the check point", [](TState& State) { return RollBack(State, VARIANT_TRUE); }}};
+    {"Rollback", [](TState&) { return RollBack(); }},
+    {"Rollback to the check point", [](TState&) { return RollBack(VARIANT_TRUE); }}};
 const std::vector<TOperation> HistoryOperations = {
     {"Get", GetRecord},
     {"Put", [](TState& State) { return State.Updater.History->Put(State.Group, 5, NumberedGuid(5)); }},
@@ -166,7 +160,7 @@ std::vector<std::string> TornContents(const std::string& Whole) {
 /// for one that hangs. Each is written to a file before it is tried, so that the one that ended the process is known.
 class TTearing {
  public:
-  explicit TTearing(const std::vector<std::string>& Words)
+  explicit TTearing(const TWords& Words)
       : Machine{Words.at(0)},
         Kind(Kinds.at(std::stoul(Words.at(1)))),
         Operation(Kind.Operations.at(std::stoul(Words.at(2)))),
@@ -252,7 +246,7 @@ std::string TTearing::Destroyed(const std::string& Own) const {
 int TTearing::Run(size_t First) {
   Name = Kind.File(State);
   const std::string Original = Machine.Service(Kind.IsCopy ? Name.substr(0, Name.size() - CopyExtension) : Name);
-  if (!Exists(Original)) throw ETorture("there is no " + Original);
+  Must(Exists(Original), "there is no " + Original);
   const std::string Whole = Read(Original);
   Service = TreeOf(Machine.Service());
   App = TreeOf(Machine.App());
@@ -281,8 +275,8 @@ void Tear(TMachine& Machine, size_t KindNumber, size_t OperationNumber, size_t S
     bool Ended = false, More = false;
     Machine.LayOut();
     DeleteFileA(ToldFile.c_str());
-    const DWORD Status = TRole("torn", {Machine.Root(), std::to_string(KindNumber), std::to_string(OperationNumber),
-                                        std::to_string(First), std::to_string(Stride), ToldFile})
+    const DWORD Status = TChild({"torn", Machine.Root(), std::to_string(KindNumber), std::to_string(OperationNumber),
+                                 std::to_string(First), std::to_string(Stride), ToldFile})
                              .Wait();
     const std::string Told = Exists(ToldFile) ? Read(ToldFile) : "";
     size_t Begin = 0, Tried = 0;
@@ -312,15 +306,14 @@ void Tear(TMachine& Machine, size_t KindNumber, size_t OperationNumber, size_t S
   }
 }
 
-}  // namespace
-
 /// torn ROOT KIND OPERATION FIRST STRIDE TOLD-FILE
-int PlayTorn(const std::vector<std::string>& Words) {
-  RegisterActive(new TScriptedDialog, CLSID_UDialog);
+const TRole Torn("torn", [](const TWords& Words, TScriptedDialog&) {
   TTearing Tearing(Words);
   const TNoPauses NoPauses;
   return Tearing.Run(std::stoul(Words.at(3)));
-}
+});
+
+}  // namespace
 
 TResult TornFiles(const TPlan& Plan) {
   TMachine Machine;

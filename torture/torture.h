@@ -1,19 +1,11 @@
 #pragma once
 
 #include "machine.h"
-#include "support/child.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <vector>
-
-/// What keeps a part from being carried out at all.
-struct ETorture : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
 
 /// How much is done, and which share of it by this process: several processes, each in a prefix of its own, divide a
 /// part's cases among themselves.
@@ -47,14 +39,6 @@ TResult TornFiles(const TPlan& Plan);
 TResult FaultMatrix(const TPlan& Plan);
 TResult ManyAtOnce(const TPlan& Plan);
 TResult LongLife(const TPlan& Plan);
-
-/// A process of this program in a role; see roles.cpp.
-class TRole final : public TChild {
- public:
-  TRole(const std::string& Role, std::vector<std::string> Arguments);
-};
-/// Runs the role that the words after --role name; gives the exit status.
-int PlayRole(const std::vector<std::string>& Words);
 
 /// Tells how far a part has come, now and then.
 void TellProgress(const char* Part, int Done, int Of);

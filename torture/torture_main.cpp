@@ -74,13 +74,13 @@ void WriteJson(std::FILE* File, const TPart& Part, const TResult& Result) {
 const TPart& PartNamed(const std::string& Name) {
   for (const TPart& Part : Parts)
     if (Name == Part.Name) return Part;
-  throw ETorture("there is no part " + Name + "; --list lists them");
+  throw std::runtime_error("there is no part " + Name + "; --list lists them");
 }
 
 /// Whether every case of every part was as it must be.
 bool RunParts(const TOptions& Options) {
   std::FILE* const File = std::fopen(Options.JsonName.c_str(), "wb");
-  if (!File) throw ETorture("cannot write " + Options.JsonName);
+  Must(File, "cannot write " + Options.JsonName);
   bool Good = true;
   std::fputs("[", File);
   const char* Separator = "\n  ";
@@ -99,13 +99,13 @@ bool RunParts(const TOptions& Options) {
     Good = Good && (Result.Cases > 0 || !Options.Plan.Match.empty()) && Result.Good == Result.Cases;
   }
   std::fputs("\n]\n", File);
-  if (std::fclose(File) != 0) throw ETorture("cannot write " + Options.JsonName);
+  Must(std::fclose(File) == 0, "cannot write " + Options.JsonName);
   return Good;
 }
 
 TPlan Sharded(TPlan Plan, const std::string& Word) {
-  if (std::sscanf(Word.c_str(), "%d/%d", &Plan.Shard, &Plan.Shards) != 2 || Plan.Shard < 0 || Plan.Shard >= Plan.Shards)
-    throw ETorture("--shard takes I/N with I below N");
+  const int Numbers = std::sscanf(Word.c_str(), "%d/%d", &Plan.Shard, &Plan.Shards);
+  Must(Numbers == 2 && Plan.Shard >= 0 && Plan.Shard < Plan.Shards, "--shard takes I/N with I below N");
   return Plan;
 }
 
@@ -113,7 +113,9 @@ int Run(const std::vector<std::string>& Words) {
   TOptions Options;
   for (size_t At = 0; At < Words.size(); ++At) {
     const std::string& Word = Words[At];
-    const auto Next = [&] { return At + 1 < Words.size() ? Words[++At] : throw ETorture(Word + " needs a value"); };
+    const auto Next = [&] {
+      return At + 1 < Words.size() ? Words[++At] : throw std::runtime_error(Word + " needs a value");
+    };
     if (Word == "--help") return std::fputs(Usage, stdout) < 0;
     if (Word == "--list") {
       for (const TPart& Part : Parts) std::printf("%-6s %s\n", Part.Name, Part.What);
@@ -130,7 +132,7 @@ int Run(const std::vector<std::string>& Words) {
     else if (Word == "--json")
       Options.JsonName = Next();
     else
-      throw ETorture("there is no option " + Word + "; --help lists them");
+      throw std::runtime_error("there is no option " + Word + "; --help lists them");
   }
   return RunParts(Options) ? 0 : 1;
 }
@@ -147,7 +149,7 @@ void TellProgress(const char* Part, int Done, int Of) {
 int main(int Count, char** Arguments) {
   const std::vector<std::string> Words(Arguments + 1, Arguments + Count);
   try {
-    if (!Words.empty() && Words[0] == "--role") return PlayRole({Words.begin() + 1, Words.end()});
+    if (const int Status = PlayRole(Count, Arguments); Status >= 0) return Status;
     return Run(Words);
   } catch (const std::exception& Failure) {
     std::printf("mendwork_torture: %s\n", Failure.what());

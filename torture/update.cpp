@@ -1,5 +1,7 @@
 #include "update.h"
 
+#include "support/module_calls.h"
+
 #include <algorithm>
 #include <sstream>
 
@@ -200,10 +202,10 @@ HRESULT RunUpdate(TUpdater& Updater, std::string& Current) {
   return S_OK;
 }
 
-HRESULT RollBackAll() {
-  GUID CheckPoint{};
-  // A rollback ends at a check point only when it is asked to.
-  return Make<IUTransactionLog>(CLSID_UTransactionLog)->Rollback(VARIANT_FALSE, &CheckPoint);
+void WriteCalls(const std::string& Root) {
+  std::string Names;
+  for (const char* Name : CallsMade()) Names += std::string(Name) + "\n";
+  Write(Root + "\\calls.txt", Names);
 }
 
 HRESULT LookAtStores() {

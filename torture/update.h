@@ -36,8 +36,8 @@ inline constexpr char UninstallLogStep[] = "uninstall log: write";
 /// Runs the steps until one fails. `Current` is the name of the step that runs, or has failed. The answers of the user,
 /// when a step asks whether to overwrite, are the caller's business: Yes.
 HRESULT RunUpdate(TUpdater& Updater, std::string& Current);
-/// Back to the beginning of the transaction log.
-HRESULT RollBackAll();
+/// The names of the calls that this process made since PlanEvent go to a file, calls.txt.
+void WriteCalls(const std::string& Root);
 /// Fails when the history, the macros or the garbage lists, which outlive a rollback, are not whole.
 HRESULT LookAtStores();
 

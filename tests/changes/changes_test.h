@@ -1,15 +1,16 @@
 #pragma once
 
-#include "support/fault.h"
-#include "support/registry_tree.h"
+#include "support/module_calls.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <cstring>
 
 /// Changes of one class, and its entries in the transaction log.
-class TChangesTest : public TRegistrySandbox {
+class TChangesTest : public TSandboxTest {
  protected:
   explicit TChangesTest(const CLSID& ClassId, TLogChoice Choice = LogInMemory)
-      : TRegistrySandbox(Choice), ClassId(ClassId) {}
+      : TSandboxTest(Choice), ClassId(ClassId) {}
 
  public:
   /// The codes of the entries in the transaction log, all of them the class's.
@@ -25,7 +26,7 @@ class TChangesTest : public TRegistrySandbox {
   }
   /// Undoes all that is in the transaction log.
   void RollbackToStart() {
-    ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
+    ASSERT_EQ(S_OK, RollBack()) << ErrorText();
     EXPECT_FALSE(Exists(Service("update.prt")));
   }
   /// The names of all that is in the application, joined with blanks.
@@ -33,12 +34,6 @@ class TChangesTest : public TRegistrySandbox {
     std::string Result;
     for (const auto& [Name, Entry] : TreeOf(App())) Result += (Result.empty() ? "" : " ") + Name;
     return Result;
-  }
-  /// A file that was built with this program.
-  static std::string Built(const std::string& Name) {
-    char Program[MAX_PATH] = "";
-    GetModuleFileNameA(nullptr, Program, sizeof Program);
-    return std::string(Program, std::string(Program).rfind('\\') + 1) + Name;
   }
 
  private:

@@ -40,14 +40,14 @@ const TModuleCase Cases[] = {
 
 /// How often the function of our own module was called.
 int Calls(const std::wstring& Function) {
-  const TRegistryEntry Count = TRegistrySandbox::Value(L"", Function);
+  const TRegistryEntry Count = TSandboxTest::Value(L"", Function);
   return Count.Type < 0 ? 0 : Count.Data[0];
 }
 
 class Module : public TComTest, public testing::WithParamInterface<TModuleCase> {
  protected:
   Module() {
-    const std::string Source = *Case.Source == 'C' ? Case.Source : Built(Case.Source);
+    const std::string Source = *Case.Source == 'C' ? Case.Source : BuiltFile(std::string("tests\\") + Case.Source);
     EXPECT_TRUE(CopyFileA(Source.c_str(), Path.c_str(), TRUE)) << Source << ": " << GetLastError();
   }
   std::string Ended(const std::string& Function) const {
@@ -102,7 +102,7 @@ TEST_P(Module, RollsBackWhateverBecameOfIt) {
   // The undoing of an unregistration is a registration, and stops the rollback as that fails.
   EXPECT_EQ(S_OK, Com->UnRegServerLogged(Text(Path)));
   EXPECT_EQ(std::vector{1}, Codes());
-  EXPECT_EQ(Case.Registered, RollbackAll());
+  EXPECT_EQ(Case.Registered, RollBack());
   EXPECT_EQ(2 * CallsExpected, Calls(L"DllRegisterServer"));
   EXPECT_EQ(Case.Registered == S_OK ? std::vector<int>() : std::vector{1}, Codes());
   ExpectUnloaded(Path);
@@ -114,7 +114,7 @@ class GoodModule : public TComTest {
  protected:
   GoodModule() {
     for (const std::string& Path : {Server, Library})
-      EXPECT_TRUE(CopyFileA(Built("server.dll").c_str(), Path.c_str(), TRUE)) << GetLastError();
+      EXPECT_TRUE(CopyFileA(BuiltFile("tests\\server.dll").c_str(), Path.c_str(), TRUE)) << GetLastError();
   }
   // Only the upper-case extension of the name's own part makes a type library.
   const std::string Server = App("returns-0.tlb"), Library = App("returns-0.x.TLB");
@@ -131,7 +131,7 @@ TEST_F(GoodModule, IsTakenAsATypeLibraryByItsUpperCaseExtensionOnly) {
 
 TEST_F(GoodModule, IsNotTouchedWhenItCannotBeRecorded) {
   {
-    TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {0, 1, ERROR_DISK_FULL});
+    TFault Fault("WriteFile", {0, 1, ERROR_DISK_FULL});
     EXPECT_EQ(static_cast<HRESULT>(0x80040270), Com->RegServerLogged(Text(Server)));
     EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
   }
@@ -166,7 +166,7 @@ TEST_F(GoodModule, OnceGoneIsUnregisteredInSilenceAndStopsWhatNeedsIt) {
   ASSERT_TRUE(MoveFileA(Path.c_str(), Server.c_str()));
   ASSERT_EQ(S_OK, Com->UnRegServerLogged(Text(Server)));
   ASSERT_TRUE(MoveFileA(Server.c_str(), Path.c_str()));
-  EXPECT_EQ(static_cast<HRESULT>(0x8004027E), RollbackAll()) << "126: there is no module to register again";
+  EXPECT_EQ(static_cast<HRESULT>(0x8004027E), RollBack()) << "126: there is no module to register again";
   EXPECT_EQ(SystemText(ERROR_MOD_NOT_FOUND), ErrorText());
   EXPECT_EQ(std::vector{1}, Codes());
   ASSERT_TRUE(MoveFileA(Path.c_str(), Server.c_str()));

@@ -3,7 +3,7 @@
 
 #include "base/text.h"
 #include "changes/changes_test.h"
-#include "support/program.h"
+#include "support/process.h"
 
 #include <algorithm>
 #include <set>

@@ -52,7 +52,7 @@ class CopyModes : public TFileTest, public testing::WithParamInterface<TModeCase
  protected:
   void Place(const std::string& Name, const TVersion& Version, uint64_t Time) {
     const std::string Content =
-        Version.File ? Read(Built(std::string("versioned\\") + Version.File)) : "text of " + Name;
+        Version.File ? Read(BuiltFile(std::string("tests\\versioned\\") + Version.File)) : "text of " + Name;
     EXPECT_NE("<no file>", Content);
     Write(App(Name), Content);
     SetTimes(App(Name), TreeOf(App())[Name].LastAccess, Time);

@@ -130,7 +130,7 @@ TEST_F(DeleteFilesOnce, WhatTheUserGivesUpIsSafeInTheLog) {
   }
   {
     // The transaction log's backup copy and c.log go; d.log, whose attributes are cleared by then, does not.
-    const TFault Fault("DeleteFileA", FailsWith<decltype(&DeleteFileA), FALSE>, {.Skip = 2, .Times = 4, .Code = 32});
+    const TFault Fault("DeleteFileA", {.Skip = 2, .Times = 4, .Code = 32});
     EXPECT_EQ(Locked, Delete(true, App("b.log\\*.log"), -1, -1, -1));
   }
   EXPECT_EQ("a.log b.log\\ b.log\\deep\\ b.log\\deep\\d.log hollow\\ mixed\\ mixed\\e.log mixed\\keep.txt", Names());

@@ -1,9 +1,8 @@
 #include "base/text.h"
 #include "changes/changes_test.h"
-#include "client/commands.h"
-#include "support/changing_calls.h"
-#include "support/child.h"
 #include "support/host_link.h"
+#include "support/module_calls.h"
+#include "support/process.h"
 
 #include <algorithm>
 
@@ -76,7 +75,7 @@ BOOL WINAPI WriteHalf(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, O
 TEST_F(Garbage, ThatCannotBeListedLeavesNothingBehind) {
   ASSERT_EQ(S_OK, Lists->PutDirectory(Text("C:\\Kept")));
   {
-    TImportPatch Patch(Module(), "WriteFile", reinterpret_cast<void*>(WriteHalf));
+    TImportPatch Patch("WriteFile", WriteHalf);
     EXPECT_EQ(static_cast<HRESULT>(0x80040270), Lists->PutDirectory(Text("C:\\Programs\\Old")));
     EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
   }
@@ -146,7 +145,7 @@ LSTATUS WINAPI NoteKey(HKEY Root, LPCSTR Name) {
 
 TEST_F(Garbage, LinesThatWouldReachAWholeRootOrNoRootArePassedOver) {
   // Should one of them not be passed over after all, this keeps the registry.
-  TImportPatch Patch(Module(), "SHDeleteKeyA", reinterpret_cast<void*>(NoteKey));
+  TImportPatch Patch("SHDeleteKeyA", NoteKey);
   Write(List("RKeys.grb"),
         "2147483649\r\n2147483649 \r\n2147483649 \\\r\n0 Software\r\n4 Software\r\n2147483654 x\r\n"
         "2147483649 a\r\n-2147483647 b\r\n4294967296 c\r\n6442450946 d\r\n");
@@ -262,6 +261,16 @@ TEST_F(Garbage, ADriveIsEmptiedAndStays) {
 }
 
 // ---- Several processes
+
+/// put-garbage PREFIX COUNT: writes the files PREFIX0, PREFIX1, ... and lists each.
+const TRole PutGarbage("put-garbage", [](const TWords& Words, TScriptedDialog&) {
+  const auto Garbage = Make<IUGarbage>(CLSID_UGarbage);
+  return RepeatWhenLetGo(std::stoi(Words.at(1)), [&](int At) {
+    const std::string Path = Words.at(0) + std::to_string(At);
+    Write(Path, "garbage");
+    return Garbage->PutFile(Text(Path));
+  });
+});
 
 /// Other processes work here; see NoDoubles.
 class SharedGarbage : public Garbage {

@@ -44,18 +44,16 @@ TEST_F(CopyFiles, OnlyTheLoggedFormCreatesFolders) {
 
 constexpr FILETIME Created = {0x12345678, 0x01C00000};
 FILETIME CreationGiven;
-decltype(&GetFileTime) RealGetFileTime;
-decltype(&SetFileTime) RealSetFileTime;
 
 BOOL WINAPI GetFileTimeCreated(HANDLE Handle, FILETIME* Creation, FILETIME* LastAccess, FILETIME* LastWrite) {
-  const BOOL Result = RealGetFileTime(Handle, Creation, LastAccess, LastWrite);
+  const BOOL Result = GetFileTime(Handle, Creation, LastAccess, LastWrite);
   *Creation = Created;
   return Result;
 }
 BOOL WINAPI NoteCreation(HANDLE Handle, const FILETIME* Creation, const FILETIME* LastAccess,
                          const FILETIME* LastWrite) {
   CreationGiven = *Creation;
-  return RealSetFileTime(Handle, Creation, LastAccess, LastWrite);
+  return SetFileTime(Handle, Creation, LastAccess, LastWrite);
 }
 
 TEST_F(CopyFiles, AttributesAndTheThreeTimesComeAlongAndTheRollbackBringsTheOldFileBack) {
@@ -64,10 +62,8 @@ TEST_F(CopyFiles, AttributesAndTheThreeTimesComeAlongAndTheRollbackBringsTheOldF
   TTree Before = TreeOf(App());
   {
     // Not every platform keeps the creation time, so it is watched on its way.
-    const TImportPatch Get(Module(), "GetFileTime", reinterpret_cast<void*>(GetFileTimeCreated));
-    const TImportPatch Set(Module(), "SetFileTime", reinterpret_cast<void*>(NoteCreation));
-    RealGetFileTime = Get.Original<decltype(&GetFileTime)>();
-    RealSetFileTime = Set.Original<decltype(&SetFileTime)>();
+    const TImportPatch Get("GetFileTime", GetFileTimeCreated);
+    const TImportPatch Set("SetFileTime", NoteCreation);
     ASSERT_EQ(S_OK, Copy(true, "source", "dest")) << ErrorText();
   }
   TTree Tree = TreeOf(App());
@@ -116,7 +112,7 @@ TEST_F(CopyFiles, ACopyThatFailsHalfwayLeavesNothingOpenAndRollsBack) {
   Write(App("source"), "new");
   const TTree Before = TreeOf(App());
   {
-    const TFault Fault("SetFileTime", FailsWith<decltype(&SetFileTime), FALSE>, {.Times = 1, .Code = 5});
+    const TFault Fault("SetFileTime", {.Times = 1, .Code = 5});
     EXPECT_EQ(Denied, Copy(true, "source", "dest"));
   }
   EXPECT_TRUE(HoldAlone(App("source")));

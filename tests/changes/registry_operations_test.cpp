@@ -24,7 +24,7 @@ class RegistryOperations : public TChangesTest {
 // ---- Every operation, plain and logged, on what exists and on what does not
 
 char NewBytes[] = "new";
-constexpr unsigned long User = TRegistrySandbox::User;
+constexpr unsigned long User = TSandboxTest::User;
 
 struct TOperation {
   const char* Name;
@@ -97,7 +97,7 @@ TEST_P(EveryOperation, LoggedWithoutATargetSavesNothingAndStillRuns) {
 TEST_P(EveryOperation, NothingIsChangedWhenItCannotBeRecorded) {
   // The item's first write goes through; the log's entry cannot be written.
   const int ItemWrites = Operation.Code == 0 ? 6 : 1;
-  TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {ItemWrites, 1, ERROR_DISK_FULL});
+  TFault Fault("WriteFile", {ItemWrites, 1, ERROR_DISK_FULL});
   EXPECT_EQ(static_cast<HRESULT>(0x80040270), Run(true, "Key"));
   ASSERT_EQ(1u, Dialog().Boxes.size());
   EXPECT_EQ(0u, Dialog().Boxes[0].Text.find("Cannot write data to '" + Service("update.prt") + "'."));
@@ -122,7 +122,7 @@ TEST_F(RegistryOperations, RollbackIgnoresCodesOfNobody) {
 
 TEST_F(RegistryOperations, AChangeThatFailsKeepsItsEntryAndRollsBack) {
   {
-    TFault Fault("RegSetValueExA", FailsWith<decltype(&RegSetValueExA), 5>, {0, 1, ERROR_SUCCESS});
+    TFault Fault("RegSetValueExA", {0, 1, 5});
     EXPECT_EQ(static_cast<HRESULT>(0x80040205),
               Registry->SetStringValueLogged(User, Text(Key("Key")), Text("Text"), Text("new")));
   }

@@ -1,11 +1,11 @@
 #include "base/text.h"
-#include "client/commands.h"
-#include "support/changing_calls.h"
-#include "support/child.h"
-#include "support/fault.h"
 #include "support/memory_file.h"
+#include "support/module_calls.h"
+#include "support/process.h"
 #include "support/raw_uninstall_log.h"
-#include "support/sandbox.h"
+#include "support/sandbox_test.h"
+
+#include <sstream>
 
 namespace {
 
@@ -44,9 +44,9 @@ TRawLog After(TRawLog Raw, uint32_t Added, const std::string& Stream) {
   return Raw;
 }
 
-class InstallerLogs : public TSandbox {
+class InstallerLogs : public TSandboxTest {
  protected:
-  explicit InstallerLogs(TLogChoice Choice = LogInMemory) : TSandbox(Choice) {}
+  explicit InstallerLogs(TLogChoice Choice = LogInMemory) : TSandboxTest(Choice) {}
 
   HRESULT AddFile(const std::string& Name) { return Object->AddFile(Text(Name)); }
   HRESULT AddCOM(const std::string& Name) { return Object->AddCOM(Text(Name)); }
@@ -202,8 +202,7 @@ TEST_F(InstallerLog, ALogThatIsHeldOpenIsNotChanged) {
   EXPECT_TRUE(Old.Bytes() == Read(LogName()));
   // Held only while the first phase looks: the second one reads for itself what it must keep.
   {
-    const TFault Fault("CreateFileA", FailsWith<decltype(&CreateFileA), -1>,
-                       {.Times = 1, .Code = ERROR_SHARING_VIOLATION});
+    const TFault Fault("CreateFileA", {.Times = 1, .Code = ERROR_SHARING_VIOLATION});
     EXPECT_EQ((TLines{"Exception Inno unins000 1_2" + Trimmed(ERROR_SHARING_VIOLATION)}), Process());
   }
   EXPECT_TRUE(After(Old, 1, FileRecord("new", Plain)).Bytes() == Read(LogName()));
@@ -213,18 +212,15 @@ TEST_F(InstallerLog, AFailedWriteLeavesTheOldRecords) {
   TRawLog Old = LogOf(1, FileRecord("old", Plain));
   Plant(Old);
   AddFile("new");
-  for (const auto& [Function, Replacement, Skip] :
-       {std::tuple{"WriteFile", FailsWith<decltype(&WriteFile), 0>, 0},
-        std::tuple{"WriteFile", FailsWith<decltype(&WriteFile), 0>, 1},
-        std::tuple{"SetEndOfFile", FailsWith<decltype(&SetEndOfFile), 0>, 0},
-        std::tuple{"FlushFileBuffers", FailsWith<decltype(&FlushFileBuffers), 0>, 0}}) {
-    const TFault Fault(Function, Replacement, {Skip, 1, ERROR_DISK_FULL});
+  for (const auto& [Function, Skip] :
+       {std::pair{"WriteFile", 0}, {"WriteFile", 1}, {"SetEndOfFile", 0}, {"FlushFileBuffers", 0}}) {
+    const TFault Fault(Function, {Skip, 1, ERROR_DISK_FULL});
     EXPECT_EQ((TLines{"Exception Inno unins000 2_2" + Trimmed(ERROR_DISK_FULL)}), Process()) << Function;
     EXPECT_TRUE(Old.Bytes() == Read(LogName()).substr(0, Old.Bytes().size())) << Function;
   }
   {
     // A code without a text.
-    const TFault Fault("ReadFile", FailsWith<decltype(&ReadFile), 0>, {0, 2, 0x2FFFFFFF});
+    const TFault Fault("ReadFile", {0, 2, 0x2FFFFFFF});
     EXPECT_EQ(InBothPhases("File I/O error 805306367"), Process());
   }
   EXPECT_EQ(TLines(), Process());
@@ -234,7 +230,7 @@ TEST_F(InstallerLog, AFailedWriteLeavesTheOldRecords) {
 TEST_F(InstallerLog, AFailedSaveIsRaisedAndMadeUpForByTheNextCall) {
   ASSERT_EQ(S_OK, AddFile("a"));
   {
-    const TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {0, 1, ERROR_DISK_FULL});
+    const TFault Fault("WriteFile", {0, 1, ERROR_DISK_FULL});
     EXPECT_EQ(DiskFull, AddFile("b"));
     EXPECT_EQ(SystemText(ERROR_DISK_FULL), ErrorText());
   }
@@ -277,13 +273,58 @@ class SharedInstallerLog : public InstallerLogs {
   SharedInstallerLog() : InstallerLogs(NoDoubles) { Object = Make<IUInno>(CLSID_UInno); }
 };
 
+/// match-lists LISTS: whether the lists of a new process are these.
+const TRole MatchLists("match-lists", [](const TWords& Words, TScriptedDialog&) {
+  const auto Inno = Make<IUInno>(CLSID_UInno);
+  TBstr Files, Servers;
+  if (FAILED(Inno->GetFileList(Files.Out())) || FAILED(Inno->GetCOMList(Servers.Out()))) return 1;
+  return Words.at(0) == Take(Files) + " | " + Take(Servers) ? 0 : 1;
+});
+
+/// process-inno EVENT N: calls ProcessInno; the event happens at the N-th call of the module inside.
+const TRole ProcessInno("process-inno", [](const TWords& Words, TScriptedDialog&) {
+  const auto Inno = Make<IUInno>(CLSID_UInno);
+  PlanEvent(Words.at(0), std::stoi(Words.at(1)), AllCalls);
+  const HRESULT Result = Inno->ProcessInno();
+  PlanEvent("nothing", 0);
+  return FAILED(Result) ? 1 : 0;
+});
+
+/// bring-to-log FOLDER: makes FOLDER the base folder, adds what its names.txt lists (one "file:NAME" or "server:NAME" a
+/// line), calls ProcessInno, and writes what the log holds then to records.txt: type, ExtraValue and the data in
+/// hexadecimal, a record a line.
+const TRole BringToLog("bring-to-log", [](const TWords& Words, TScriptedDialog&) {
+  const std::string& Folder = Words.at(0);
+  RegSetKeyValueA(HKEY_CURRENT_USER, "Software\\Orvane\\Core", nullptr, REG_SZ, Folder.c_str(),
+                  static_cast<DWORD>(Folder.size() + 1));
+  const auto Inno = Make<IUInno>(CLSID_UInno);
+  std::istringstream Names(Read(Folder + "\\names.txt"));
+  for (std::string Line; std::getline(Names, Line);) {
+    const size_t Colon = Line.find(':');
+    const Text Name(Line.substr(Colon + 1));
+    if (FAILED(Line.substr(0, Colon) == "server" ? Inno->AddCOM(Name) : Inno->AddFile(Name))) return 1;
+  }
+  if (FAILED(Inno->ProcessInno())) return 1;
+  TUninstallLog Log;
+  LoadFrom(Read(Folder + "\\Uninstall\\unins000.dat"), Log);
+  std::string Dump;
+  for (const TUninstallRecord* Rec = Log.First(); Rec; Rec = Rec->Next) {
+    Dump += std::to_string(Rec->RecordType) + " " + std::to_string(Rec->ExtraValue) + " ";
+    for (const auto Byte : Rec->Data())
+      for (const int Half : {Byte >> 4 & 15, Byte & 15}) Dump += "0123456789abcdef"[Half];
+    Dump += "\n";
+  }
+  Write(Folder + "\\records.txt", Dump);
+  return 0;
+});
+
 TEST_F(SharedInstallerLog, ANewProcessFindsTheLists) {
   AddFile("C:\\Program Files\\\xE4.dll");
   AddFile("b.dll");
   AddCOM("c, \"d\"");
   const std::string Files = "\"C:\\Program Files\\\xE4.dll\",b.dll", Servers = "\"c, \"\"d\"\"\"";
   EXPECT_EQ(Files + " | " + Servers, Lists());
-  EXPECT_EQ(0u, TChild({"match-lists", HexText(Files), HexText(Servers)}).Wait());
+  EXPECT_EQ(0u, TChild({"match-lists", Files + " | " + Servers}).Wait());
 }
 
 TEST_F(SharedInstallerLog, AProcessThatDiesLeavesTheOldRecordsOrAll) {

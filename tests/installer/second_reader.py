@@ -1,6 +1,6 @@
 """Holds what ProcessInno writes against a reader that shares nothing with the system's own: tools/uninstall_log.py.
 
-usage: second_reader.py FOLDER COMMAND...    COMMAND runs the tests' client program
+usage: second_reader.py FOLDER COMMAND...    COMMAND runs the tests' program in a role
 """
 
 import shutil

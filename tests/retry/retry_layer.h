@@ -1,13 +1,13 @@
 #pragma once
 
-#include "support/fault.h"
-#include "support/program.h"
-#include "support/registry_tree.h"
+#include "support/module_calls.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 #include "support/type_library.h"
 
 /// Public calls on a small application, through which every wrapper can be reached: old.txt and the later src.txt with
 /// three bytes each, an empty folder, a registry key with two values and a subkey, one entry in the transaction log.
-class TRetryLayer : public TRegistrySandbox {
+class TRetryLayer : public TSandboxTest {
  protected:
   TRetryLayer() {
     Write(App("old.txt"), "old", FILE_ATTRIBUTE_ARCHIVE);

@@ -3,8 +3,6 @@
 
 #include "retry/retry_layer.h"
 
-#include <shlwapi.h>
-
 namespace {
 
 /// In messages, {App} is the application's folder, {Log} the transaction log's file, {Key} the name of the registry
@@ -12,9 +10,7 @@ namespace {
 struct TWrapperCase {
   const char* Name;
   const char* Import;
-  void* Replacement;
-  DWORD Code;       ///< what the user is told
-  DWORD LastError;  ///< the thread's, which has no meaning where the call's own result tells the code
+  DWORD Code;  ///< what the user is told
   int Skip;
   HRESULT (*Run)(TRetryLayer&);
   const char* Message;
@@ -23,12 +19,8 @@ struct TWrapperCase {
 
 std::ostream& operator<<(std::ostream& Out, const TWrapperCase& Case) { return Out << Case.Name; }
 
-#define FAILS(Function, Failed, Code) #Function, FailsWith < decltype(&Function), Failed>, Code, Code
-#define RETURNS(Function, Status) #Function, FailsWith < decltype(&Function), Status>, Status, ERROR_DISK_FULL
-
 // Codes with and without a system text, with letters among their hexadecimal digits, and with the sign bit.
 constexpr DWORD SharingViolation = 32, DiskFull = 112, UserMappedFile = 1224, NoText = 0xA000FFFF, NoStatus = 0xABCD;
-constexpr int Handle = -1;  // what a failed search or open gives
 
 HRESULT Copy(TRetryLayer& Test) { return Test.Copy(); }
 HRESULT CopyIfLater(TRetryLayer& Test) { return Test.Copy("old.txt", 3); }
@@ -46,67 +38,61 @@ HRESULT DeleteValue(TRetryLayer& Test) { return Test.DeleteValue(); }
 HRESULT DeleteKey(TRetryLayer& Test) { return Test.DeleteKey(); }
 
 const TWrapperCase Files[] = {
-    {"GetFileAttributes", FAILS(GetFileAttributesA, -1, 5), 0, Copy, "Cannot get attributes of '{App}\\src.txt'."},
-    {"SetFileAttributes", FAILS(SetFileAttributesA, 0, NoText), 0, Delete,
-     "Cannot set attributes of '{App}\\src.txt'."},
-    {"GetFileTime", FAILS(GetFileTime, 0, 6), 0, Copy, "Cannot get date and time of '{App}\\src.txt'."},
-    {"SetFileTime", FAILS(SetFileTime, 0, 5), 0, Copy, "Cannot set date and time of '{App}\\dest.txt'."},
+    {"GetFileAttributes", "GetFileAttributesA", 5, 0, Copy, "Cannot get attributes of '{App}\\src.txt'."},
+    {"SetFileAttributes", "SetFileAttributesA", NoText, 0, Delete, "Cannot set attributes of '{App}\\src.txt'."},
+    {"GetFileTime", "GetFileTime", 6, 0, Copy, "Cannot get date and time of '{App}\\src.txt'."},
+    {"SetFileTime", "SetFileTime", 5, 0, Copy, "Cannot set date and time of '{App}\\dest.txt'."},
     // C:\mendwork-tests, the sandbox and the application are there already.
-    {"CreateDirectory", FAILS(CreateDirectoryA, 0, DiskFull), 3, CopyToNewFolder, "Cannot create folder '{App}\\new'."},
-    {"DeleteDirectory", FAILS(RemoveDirectoryA, 0, 145), 0, DeleteFolder, "Cannot delete folder '{App}\\empty'."},
-    {"FindFirstFile", FAILS(FindFirstFileA, Handle, 5), 0, Delete,
-     "Cannot start searching for files with '{App}\\src.*' mask."},
-    {"FindNextFile", FAILS(FindNextFileA, 0, 1167), 0, Delete,
-     "Cannot continue searching for files with '{App}\\src.*' mask."},
+    {"CreateDirectory", "CreateDirectoryA", DiskFull, 3, CopyToNewFolder, "Cannot create folder '{App}\\new'."},
+    {"DeleteDirectory", "RemoveDirectoryA", 145, 0, DeleteFolder, "Cannot delete folder '{App}\\empty'."},
+    {"FindFirstFile", "FindFirstFileA", 5, 0, Delete, "Cannot start searching for files with '{App}\\src.*' mask."},
+    {"FindNextFile", "FindNextFileA", 1167, 0, Delete, "Cannot continue searching for files with '{App}\\src.*' mask."},
     // The search for the file to be deleted is closed first.
-    {"FindClose", FAILS(FindClose, 0, 6), 1, Delete, "Cannot finish searching for files with '{App}\\src.*' masks."},
-    {"CreateFile_OpenExisting", FAILS(CreateFileA, Handle, SharingViolation), 0, Copy, "Cannot open '{App}\\src.txt'.",
-     3},
-    {"CreateFile_CreateNew", FAILS(CreateFileA, Handle, 80), 1, Copy, "Cannot create '{App}\\dest.txt'.", 3},
+    {"FindClose", "FindClose", 6, 1, Delete, "Cannot finish searching for files with '{App}\\src.*' masks."},
+    {"CreateFile_OpenExisting", "CreateFileA", SharingViolation, 0, Copy, "Cannot open '{App}\\src.txt'.", 3},
+    {"CreateFile_CreateNew", "CreateFileA", 80, 1, Copy, "Cannot create '{App}\\dest.txt'.", 3},
     // Before it, the log's copy is read and written.
-    {"CreateFile_OpenAlways", FAILS(CreateFileA, Handle, NoText), 2, Put, "Cannot open or create '{Log}'.", 3},
-    {"ReadFile", FAILS(ReadFile, 0, 30), 1, Rollback, "Cannot read data from '{Log}' file."},
-    {"ReadFile_Quiet", FAILS(ReadFile, 0, 1117), 0, Copy, "Cannot read data from '{App}\\src.txt' file."},
-    {"WriteFile", FAILS(WriteFile, 0, DiskFull), 0, Copy, "Cannot write data to '{App}\\dest.txt'."},
-    {"CloseHandle", FAILS(CloseHandle, 0, 6), 0, Copy, "Cannot close '{App}\\src.txt'."},
-    {"GetFileSize", FAILS(GetFileSize, -1, 1), 0, CopyIfLater, "Cannot get the file size for '{App}\\src.txt' ."},
-    {"SetFilePointer", FAILS(SetFilePointer, -1, 131), 0, Rollback, "Cannot set pointer in '{Log}' ."},
-    {"DeleteFile", FAILS(DeleteFileA, 0, SharingViolation), 0, Delete, "Cannot delete '{App}\\src.txt'.", 3},
-    {"MoveFile", FAILS(MoveFileA, 0, 183), 0, Put, "Cannot move file '{Log}' to '{Log}.bkp'.", 3},
-    {"SetEndOfFile", FAILS(SetEndOfFile, 0, UserMappedFile), 0, Rollback, "Cannot truncate '{Log}'."},
-    {"LoadLibrary", FAILS(LoadLibraryA, 0, 14), 0, RegServer, "Cannot load library '{App}\\returns-0.dll'."},
-    {"FreeLibrary", FAILS(FreeLibrary, 0, 6), 0, RegServer, "Cannot unload library '{App}\\returns-0.dll'."},
-    {"GetProcAddress", FAILS(GetProcAddress, 0, 127), 0, RegServer,
+    {"CreateFile_OpenAlways", "CreateFileA", NoText, 2, Put, "Cannot open or create '{Log}'.", 3},
+    {"ReadFile", "ReadFile", 30, 1, Rollback, "Cannot read data from '{Log}' file."},
+    {"ReadFile_Quiet", "ReadFile", 1117, 0, Copy, "Cannot read data from '{App}\\src.txt' file."},
+    {"WriteFile", "WriteFile", DiskFull, 0, Copy, "Cannot write data to '{App}\\dest.txt'."},
+    {"CloseHandle", "CloseHandle", 6, 0, Copy, "Cannot close '{App}\\src.txt'."},
+    {"GetFileSize", "GetFileSize", 1, 0, CopyIfLater, "Cannot get the file size for '{App}\\src.txt' ."},
+    {"SetFilePointer", "SetFilePointer", 131, 0, Rollback, "Cannot set pointer in '{Log}' ."},
+    {"DeleteFile", "DeleteFileA", SharingViolation, 0, Delete, "Cannot delete '{App}\\src.txt'.", 3},
+    {"MoveFile", "MoveFileA", 183, 0, Put, "Cannot move file '{Log}' to '{Log}.bkp'.", 3},
+    {"SetEndOfFile", "SetEndOfFile", UserMappedFile, 0, Rollback, "Cannot truncate '{Log}'."},
+    {"LoadLibrary", "LoadLibraryA", 14, 0, RegServer, "Cannot load library '{App}\\returns-0.dll'."},
+    {"FreeLibrary", "FreeLibrary", 6, 0, RegServer, "Cannot unload library '{App}\\returns-0.dll'."},
+    {"GetProcAddress", "GetProcAddress", 127, 0, RegServer,
      "Cannot get the address of 'DllRegisterServer' function in library '{App}\\returns-0.dll'."},
-    {"GetModuleHandle", FAILS(GetModuleHandleA, 0, 126), 0, RegLibrary, "Cannot get 'OLEAUT32.DLL' module handle."},
+    {"GetModuleHandle", "GetModuleHandleA", 126, 0, RegLibrary, "Cannot get 'OLEAUT32.DLL' module handle."},
     // It reports by its result, which must be negative.
-    {"LoadTypeLib", FAILS(LoadTypeLib, static_cast<int>(NoText), NoText), 0, RegLibrary,
-     "Cannot load '{App}\\Sample.TLB' type library."},
+    {"LoadTypeLib", "LoadTypeLib", NoText, 0, RegLibrary, "Cannot load '{App}\\Sample.TLB' type library."},
 };
 
 const TWrapperCase Keys[] = {
-    {"RegCreateKeyEx", RETURNS(RegCreateKeyExA, 5), 0, SetValue,
-     "Cannot create registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"RegOpenKeyEx", RETURNS(RegOpenKeyExA, 2), 0, SaveValue, "Cannot open registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"GetKeyInfo", RETURNS(RegQueryInfoKeyA, 1018), 0, SaveKey,
+    {"RegCreateKeyEx", "RegCreateKeyExA", 5, 0, SetValue, "Cannot create registry key 'HKEY_CURRENT_USER\\{Key}'."},
+    {"RegOpenKeyEx", "RegOpenKeyExA", 2, 0, SaveValue, "Cannot open registry key 'HKEY_CURRENT_USER\\{Key}'."},
+    {"GetKeyInfo", "RegQueryInfoKeyA", 1018, 0, SaveKey,
      "Cannot get information about registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"GetDataSizeAndType", RETURNS(RegQueryValueExA, NoStatus), 0, SaveValue,
+    {"GetDataSizeAndType", "RegQueryValueExA", NoStatus, 0, SaveValue,
      "Cannot get information about the type and data size of value in registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"GetData", RETURNS(RegQueryValueExA, 1450), 1, SaveValue,
+    {"GetData", "RegQueryValueExA", 1450, 1, SaveValue,
      "Cannot get values of 'Name' in registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"RegSetValueEx", RETURNS(RegSetValueExA, 14), 0, SetValue,
+    {"RegSetValueEx", "RegSetValueExA", 14, 0, SetValue,
      "Cannot detect 'New' values of 'HKEY_CURRENT_USER\\{Key}' registry key."},
-    {"RegEnumValue", RETURNS(RegEnumValueA, 259), 0, SaveKey,
+    {"RegEnumValue", "RegEnumValueA", 259, 0, SaveKey,
      "Cannot get the value name of 'HKEY_CURRENT_USER\\{Key}' registry key."},
-    {"RegEnumKeyEx", RETURNS(RegEnumKeyExA, 234), 0, SaveKey,
+    {"RegEnumKeyEx", "RegEnumKeyExA", 234, 0, SaveKey,
      "Cannot find the name of key in registry key 'HKEY_CURRENT_USER\\{Key}'."},
-    {"RegCloseKey", RETURNS(RegCloseKey, 6), 0, SaveValue, "Cannot close 'HKEY_CURRENT_USER\\{Key}' registry key."},
-    {"RegDeleteValue", RETURNS(RegDeleteValueA, 5), 0, DeleteValue,
+    {"RegCloseKey", "RegCloseKey", 6, 0, SaveValue, "Cannot close 'HKEY_CURRENT_USER\\{Key}' registry key."},
+    {"RegDeleteValue", "RegDeleteValueA", 5, 0, DeleteValue,
      "Cannot delete 'Name' from 'HKEY_CURRENT_USER\\{Key}' registry key."},
     // Three tests open the key before.
-    {"RegDeleteValue_Open", RETURNS(RegOpenKeyExA, 1018), 3, DeleteValue,
+    {"RegDeleteValue_Open", "RegOpenKeyExA", 1018, 3, DeleteValue,
      "Cannot delete 'Name' from 'HKEY_CURRENT_USER\\{Key}' registry key."},
-    {"SHDeleteKey", RETURNS(SHDeleteKeyA, 32), 0, DeleteKey, "Cannot delete registry key '{Key}'."},
+    {"SHDeleteKey", "SHDeleteKeyA", 32, 0, DeleteKey, "Cannot delete registry key '{Key}'."},
 };
 
 class WrapperFailures : public TRetryLayer, public testing::WithParamInterface<TWrapperCase> {
@@ -132,7 +118,7 @@ class WrapperFailures : public TRetryLayer, public testing::WithParamInterface<T
 
 TEST_P(WrapperFailures, RetryRepeatsUntilTheCallSucceeds) {
   Dialog().Answer({IDRETRY, IDRETRY});
-  TFault Fault(Case.Import, Case.Replacement, {Case.Skip, Case.Pauses + 2, Case.LastError});
+  TFault Fault(Case.Import, {Case.Skip, Case.Pauses + 2, Case.Code});
   ASSERT_EQ(S_OK, Case.Run(*this)) << ErrorText();
   // The silent repeats are not restored by a Retry.
   EXPECT_EQ(Case.Pauses, TNoPauses::Count());
@@ -145,7 +131,7 @@ TEST_P(WrapperFailures, CancelRaisesTheFailureWithTheSystemsText) {
   const auto Untouched = [] { return RegistryTreeOf(Wide(L"Key")); };
   const TRegistryTree Before = Untouched();
   {
-    TFault Fault(Case.Import, Case.Replacement, {Case.Skip, Case.Pauses + 1, Case.LastError});
+    TFault Fault(Case.Import, {Case.Skip, Case.Pauses + 1, Case.Code});
     EXPECT_EQ(static_cast<HRESULT>(0x80040000 + ((Case.Code + 0x200) & 0xFFFF)), Case.Run(*this));
   }
   EXPECT_EQ(Reason(), ErrorText());

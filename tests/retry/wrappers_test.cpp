@@ -33,21 +33,20 @@ TEST_F(FileWrappers, AFileIsAppendedInBlocksOf32768BytesUntilAShortRead) {
     if (Row.Size) Content.front() = 'a', Content.back() = 'z';
     Write(App("src.txt"), Content);
     {
-      const TFault Count("ReadFile", FailsWith<decltype(&ReadFile), FALSE>, {});
+      const TFault Count("ReadFile", {});
       ASSERT_EQ(S_OK, Copy());
-      EXPECT_EQ(Row.Reads, TFault::Calls()) << Row.Size;
+      EXPECT_EQ(Row.Reads, Count.Calls()) << Row.Size;
     }
-    const TFault Count("WriteFile", FailsWith<decltype(&WriteFile), FALSE>, {});
+    const TFault Count("WriteFile", {});
     ASSERT_EQ(S_OK, Copy());
-    EXPECT_EQ(Row.Writes, TFault::Calls()) << Row.Size;
+    EXPECT_EQ(Row.Writes, Count.Calls()) << Row.Size;
     EXPECT_TRUE(Content == Read(App("dest.txt"))) << Row.Size;
   }
 }
 
 TEST_F(FileWrappers, AFileThatVanishedMeanwhileCountsAsDeleted) {
   // The search for the mask finds the file; the test before its deletion does not.
-  const TFault Fault("FindFirstFileA", FailsWith<decltype(&FindFirstFileA), -1>,
-                     {.Skip = 1, .Times = 1, .Code = ERROR_FILE_NOT_FOUND});
+  const TFault Fault("FindFirstFileA", {.Skip = 1, .Times = 1, .Code = ERROR_FILE_NOT_FOUND});
   ASSERT_EQ(S_OK, Delete("src.*"));
   EXPECT_EQ("new", Read(App("src.txt")));
   EXPECT_TRUE(Dialog().Boxes.empty());
@@ -55,20 +54,20 @@ TEST_F(FileWrappers, AFileThatVanishedMeanwhileCountsAsDeleted) {
 
 TEST_F(FileWrappers, AFileThatAProgramHoldsIsDeletedWhenTheUserHasClosedIt) {
   const TNoPauses NoPauses;
-  const TFault Count("DeleteFileA", FailsWith<decltype(&DeleteFileA), FALSE>, {});
+  const TFault Count("DeleteFileA", {});
   Held = Hold(App("src.txt"), FILE_SHARE_READ);
   Dialog().OnBox = [] { Held.Reset(); };
   Dialog().Answer({IDRETRY});
   ASSERT_EQ(S_OK, Delete("src.*"));
   EXPECT_EQ(1u, Dialog().Boxes.size());
-  EXPECT_EQ(5, TFault::Calls());
+  EXPECT_EQ(5, Count.Calls());
   EXPECT_EQ(3, TNoPauses::Count());
   EXPECT_FALSE(Exists(App("src.txt")));
 }
 
 TEST_F(FileWrappers, ADeletedFileThatSomebodyStillHasOpenIsWaitedFor) {
   Held = Hold(App("src.txt"), FILE_SHARE_READ | FILE_SHARE_DELETE);
-  const TImportPatch Patch(Module(), "Sleep", reinterpret_cast<void*>(LetGoAtTheThirdWait));
+  const TImportPatch Patch("Sleep", LetGoAtTheThirdWait);
   ASSERT_EQ(S_OK, Delete("src.*"));
   EXPECT_EQ(3, Waits);
   EXPECT_FALSE(Exists(App("src.txt")));
@@ -79,7 +78,7 @@ TEST_F(FileWrappers, WithoutMemoryTheUserIsAskedToClosePrograms) {
   GUID DataID{};
   ASSERT_EQ(S_OK, Backup->BackupData(Data, 3, &DataID));
   Dialog().Answer({IDRETRY, IDCANCEL});
-  const TFault Fault("CoTaskMemAlloc", FailsWith<decltype(&CoTaskMemAlloc), 0>, {.Times = 2});
+  const TFault Fault("CoTaskMemAlloc", {.Times = 2});
   void* Buffer = Data;
   long Size = 0;
   EXPECT_EQ(static_cast<HRESULT>(0x800401FD), Backup->RestoreData(DataID, &Buffer, &Size));
@@ -105,13 +104,13 @@ TEST_F(FileWrappers, AFailingDebugLogOrDialogPassesItsOwnResult) {
   Log().Lines.clear();
   {
     Dialog().Result = OwnFailure;
-    const TFault Fault("GetFileAttributesA", FailsWith<decltype(&GetFileAttributesA), -1>, {.Times = 1, .Code = 5});
+    const TFault Fault("GetFileAttributesA", {.Times = 1, .Code = 5});
     EXPECT_EQ(OwnFailure, Copy());
     EXPECT_EQ(std::vector<std::string>(), Exceptions());
     Dialog().Result = S_OK;
   }
   Dialog().OnBox = [] { FailingLog->Result = OwnFailure; };  // at the line that tells of the failure
-  const TFault Fault("GetFileAttributesA", FailsWith<decltype(&GetFileAttributesA), -1>, {.Times = 1, .Code = 5});
+  const TFault Fault("GetFileAttributesA", {.Times = 1, .Code = 5});
   EXPECT_EQ(OwnFailure, Copy());
 }
 
@@ -124,7 +123,7 @@ TEST_F(RegistryWrappers, MessagesNameTheRootOfAKey) {
                                                          {0x80000003, "HKEY_USERS"},
                                                          {0x80000004, ""},
                                                          {0x80000005, "HKEY_CURRENT_CONFIG"}};
-  TFault Fault("RegOpenKeyExA", FailsWith<decltype(&RegOpenKeyExA), 2>, {0, 6, ERROR_SUCCESS});
+  TFault Fault("RegOpenKeyExA", {0, 6, 2});
   for (const auto& [Root, Name] : Roots) {
     EXPECT_EQ(static_cast<HRESULT>(0x80040202), SaveValue(Root, "Software\\X"));
     EXPECT_EQ(0u, Dialog().Boxes.back().Text.find("Cannot open registry key '" + Name + "\\Software\\X'.\r\n"));
@@ -133,20 +132,20 @@ TEST_F(RegistryWrappers, MessagesNameTheRootOfAKey) {
 
 TEST_F(RegistryWrappers, WhatIsMissingIsDeletedWithoutACall) {
   {
-    TFault Fault("RegDeleteValueA", FailsWith<decltype(&RegDeleteValueA), 5>, {});
+    TFault Fault("RegDeleteValueA", {});
     EXPECT_EQ(S_OK, DeleteValue("Key", "Other"));
     EXPECT_EQ(S_OK, DeleteValue("Other", "Name"));
-    EXPECT_EQ(0, TFault::Calls());
+    EXPECT_EQ(0, Fault.Calls());
   }
-  TFault Fault("SHDeleteKeyA", FailsWith<decltype(&SHDeleteKeyA), 5>, {});
+  TFault Fault("SHDeleteKeyA", {});
   EXPECT_EQ(S_OK, DeleteKey("Other"));
-  EXPECT_EQ(0, TFault::Calls());
+  EXPECT_EQ(0, Fault.Calls());
 }
 
 TEST_F(RegistryWrappers, AKeyThatCannotBeOpenedForAllAccessCountsAsAbsent) {
   const TRegistryTree Before = Tree();
   const std::string Entries = Read(Service("update.prt"));
-  TFault Fault("RegOpenKeyExA", FailsWith<decltype(&RegOpenKeyExA), 5>, {0, 100, 5});
+  TFault Fault("RegOpenKeyExA", {0, 100, 5});
   EXPECT_EQ(S_OK, DeleteValue());
   EXPECT_EQ(S_OK, DeleteKey());
   EXPECT_EQ(S_OK, Registry->DeleteRegKeyLogged(User, Text(Key("Key"))));

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "formats/backup_items.h"
-#include "support/registry_tree.h"
+#include "support/sandbox_test.h"
 
 /// A sandbox with the backup object, and the items of its store.
-class TBackupSandbox : public TRegistrySandbox {
+class TBackupSandbox : public TSandboxTest {
  protected:
   std::string ItemPath(const GUID& DataID) const { return Service("Backup\\" + GuidText(DataID)); }
   std::string Item(const GUID& DataID) const { return Read(ItemPath(DataID)); }

@@ -1,15 +1,31 @@
 #include "rollback/records.h"
-#include "support/child.h"
-#include "support/sandbox.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <set>
 
 namespace {
 
+/// put-entries FIRST COUNT: entries with the codes FIRST, FIRST + 1, ... for the do-nothing class.
+const TRole PutEntries("put-entries", [](const TWords& Words, TScriptedDialog&) {
+  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
+  return RepeatWhenLetGo(std::stoi(Words.at(1)), [&, First = std::stoi(Words.at(0))](int At) {
+    return Log->Put(CLSID_UCanRollback, First + At, NumberedGuid(First + At));
+  });
+});
+/// put-records GROUP FIRST COUNT: records with the codes FIRST, FIRST + 1, ...
+const TRole PutRecords("put-records", [](const TWords& Words, TScriptedDialog&) {
+  const auto History = Make<IUHistory>(CLSID_UHistory);
+  const GUID Group = Guid(Words.at(0).c_str());
+  return RepeatWhenLetGo(std::stoi(Words.at(2)), [&, First = std::stoi(Words.at(1))](int At) {
+    return History->Put(Group, First + At, NumberedGuid(First + At));
+  });
+});
+
 /// Others are at work here, which a test's own doubles would keep waiting.
-class ConcurrentPut : public TSandbox {
+class ConcurrentPut : public TSandboxTest {
  protected:
-  ConcurrentPut() : TSandbox(NoDoubles) {}
+  ConcurrentPut() : TSandboxTest(NoDoubles) {}
 
   /// Two processes run a command with a first number and a count behind it. What each was told had succeeded is in the
   /// file once.

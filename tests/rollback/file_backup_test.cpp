@@ -107,7 +107,7 @@ TEST_F(FileBackup, TheLoggedFormIsUndoneByTheTransactionLog) {
   EXPECT_EQ(RecordOf(CLSID_UBackup, FilesCode, DataID), Read(Service("update.prt")));
   Write(App("changed.txt"), "new");
   RemoveTree(App("sub"));
-  EXPECT_EQ(S_OK, RollbackAll());
+  EXPECT_EQ(S_OK, RollBack());
   EXPECT_EQ("", Difference(Before, TreeOf(App())));
 }
 
@@ -125,8 +125,8 @@ BOOL WINAPI TakeTimes(HANDLE File, const FILETIME* Creation, const FILETIME* Acc
 
 TEST_F(FileBackup, AllThreeTimesAreGivenBack) {
   Write(App("app.dll"), "");
-  const TImportPatch Getting(Module(), "GetFileTime", reinterpret_cast<void*>(GiveTimes));
-  const TImportPatch Setting(Module(), "SetFileTime", reinterpret_cast<void*>(TakeTimes));
+  const TImportPatch Getting("GetFileTime", GiveTimes);
+  const TImportPatch Setting("SetFileTime", TakeTimes);
   EXPECT_EQ(S_OK, Backup->RestoreFiles(Save(App("app.dll"))));
   EXPECT_EQ(0x11111111u, HandedCreation.dwLowDateTime);
   EXPECT_EQ(0x01C00001u, HandedCreation.dwHighDateTime);

@@ -1,6 +1,6 @@
 #include "rollback/records.h"
-#include "support/fault.h"
-#include "support/sandbox.h"
+#include "support/module_calls.h"
+#include "support/sandbox_test.h"
 
 #include <functional>
 
@@ -18,7 +18,7 @@ std::ostream& operator<<(std::ostream& Out, const TNewest& Newest) {
 }
 const TNewest None{99, NumberedGuid(99), VARIANT_TRUE, 99};  // the others keep the caller's values
 
-class History : public TSandbox {
+class History : public TSandboxTest {
  protected:
   std::string FileOf(const GUID& GroupID) const { return Service("History\\" + GuidText(GroupID)); }
   TNewest Get(const GUID& GroupID) {
@@ -93,7 +93,7 @@ TEST_F(History, AFailedAppendLeavesTheGroupAsItWas) {
   ASSERT_EQ(S_OK, Object->Put(Group, 7, First));
   {
     // The first write makes the group's file anew from the copy.
-    TFault Fault("WriteFile", FailsWith<decltype(&WriteFile), 0>, {1, 1, ERROR_DISK_FULL});
+    TFault Fault("WriteFile", {1, 1, ERROR_DISK_FULL});
     EXPECT_EQ(static_cast<HRESULT>(0x80040270), Object->Put(Group, 8, Second));
   }
   EXPECT_EQ(Ordinary(7, First), Get(Group));

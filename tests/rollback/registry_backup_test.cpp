@@ -1,6 +1,6 @@
 #include "rollback/backup_sandbox.h"
 #include "rollback/records.h"
-#include "support/program.h"
+#include "support/process.h"
 
 namespace {
 
@@ -81,7 +81,7 @@ TEST_F(RegistryBackup, ARollbackWritesWhatALoggedBackupSaved) {
 
   StoreValue(Wide(L"Key"), L"Name", REG_SZ, WideBytes({L"changed\0", 8}));
   DeleteKeyTree(Wide(L"Key\\Sub"));
-  ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
+  ASSERT_EQ(S_OK, RollBack()) << ErrorText();
   EXPECT_EQ("", Difference(Before, Tree()));
 }
 
@@ -171,7 +171,7 @@ TEST_F(RegistryBackup, ADeletedTreeComesBackAsItWas) {
   ASSERT_EQ(S_OK, Make<IURegistry>(CLSID_URegistry)->DeleteRegKeyLogged(User, Text(Key("Tree")))) << ErrorText();
   ASSERT_EQ((TRegistryTree{{L"", {}}}), Tree());
   ASSERT_NE(HiveBefore, Exported());
-  ASSERT_EQ(S_OK, RollbackAll()) << ErrorText();
+  ASSERT_EQ(S_OK, RollBack()) << ErrorText();
   EXPECT_EQ("", Difference(Before, Tree()));
   EXPECT_LT(size_t{1} << 21, HiveBefore.size());
   EXPECT_TRUE(HiveBefore == Exported());

@@ -17,7 +17,7 @@ std::string Entries(const std::string& Digits) {
   return Result;
 }
 
-class TransactionLog : public TSandbox {
+class TransactionLog : public TSandboxTest {
  protected:
   HRESULT Put(int Code) { return Log_->Put(UndoClass, Code, NumberedGuid(Code)); }
   HRESULT Rollback(VARIANT_BOOL OnlyToCheckPoint = VARIANT_FALSE) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/sandbox.h"
+#include "support/sandbox_test.h"
 
 #include <functional>
 

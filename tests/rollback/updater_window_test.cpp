@@ -1,11 +1,18 @@
 #include "rollback/undo_target.h"
-#include "support/child.h"
+#include "support/process.h"
 
 namespace {
 
 constexpr int Code = -3;
 
-class UpdaterEntry : public TSandbox {
+constexpr UINT RollbackMessage = 0x7EB;
+std::vector<std::pair<WPARAM, LPARAM>> Messages;
+LRESULT CALLBACK NoteMessage(HWND Window, UINT Message, WPARAM WParam, LPARAM LParam) {
+  if (Message == RollbackMessage) Messages.emplace_back(WParam, LParam);
+  return DefWindowProcA(Window, Message, WParam, LParam);
+}
+
+class UpdaterEntry : public TSandboxTest {
  protected:
   UpdaterEntry() { EXPECT_EQ(S_OK, Log_->Put(UpdaterClass, Code, NumberedGuid(4))); }
   HRESULT Rollback() {
@@ -17,13 +24,18 @@ class UpdaterEntry : public TSandbox {
   TComRef<IUTransactionLog> Log_ = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };
 
-TEST_F(UpdaterEntry, GoesToTheProgressWindowOfAnotherProcessAndToNothingElse) {
+TEST_F(UpdaterEntry, GoesToTheProgressWindowAndToNothingElse) {
   const TUndoTarget Updater(UpdaterClass);
-  TChild Program({"progress-window", std::to_string(Code)});
-  ASSERT_TRUE(Program.WaitUntilReady());
+  WNDCLASSA Class{};
+  Class.lpfnWndProc = NoteMessage;
+  Class.lpszClassName = "TMainForm";
+  RegisterClassA(&Class);
+  const HWND Window =
+      CreateWindowA("TMainForm", "Orvane Updater - Update progress", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(S_OK, Rollback());
-  PostMessageA(FindWindowA("TMainForm", nullptr), WM_CLOSE, 0, 0);
-  EXPECT_EQ(0u, Program.Wait());
+  DestroyWindow(Window);
+  // A negative code arrives as the signed number that it is, whatever the width of a message parameter.
+  EXPECT_EQ((std::vector{std::pair{static_cast<WPARAM>(Code), LPARAM{0}}}), Messages);
   EXPECT_EQ("", Updater.Calls());
   EXPECT_FALSE(Exists(Service("update.prt")));
 }

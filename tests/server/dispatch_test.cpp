@@ -1,5 +1,5 @@
 #include "base/text.h"
-#include "support/sandbox.h"
+#include "support/sandbox_test.h"
 
 #include <algorithm>
 #include <cstring>
@@ -61,7 +61,7 @@ struct TValue : VARIANT {
   explicit TValue(int Type) : TValue() { vt = static_cast<VARTYPE>(Type); }
 };
 
-class LateBound : public TSandbox {
+class LateBound : public TSandboxTest {
  protected:
   struct TReport {
     TValue Result;

@@ -1,10 +1,10 @@
 #include "base/text.h"
 #include "server/coclasses.h"
-#include "support/registry_tree.h"
+#include "support/sandbox_test.h"
 
 namespace {
 
-class Environment : public TSandbox {
+class Environment : public TSandboxTest {
  protected:
   static void SetBaseFolder(DWORD Type, const std::string& Data) {
     StoreValue(L"Software\\Orvane\\Core", L"", Type, Data);

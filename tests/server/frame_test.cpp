@@ -1,12 +1,12 @@
 #include "server/coclasses.h"
-#include "support/program.h"
-#include "support/sandbox.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <set>
 
 namespace {
 
-class Frame : public TSandbox {
+class Frame : public TSandboxTest {
  protected:
   using TGetClassObject = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
   using TCanUnloadNow = HRESULT(WINAPI*)();

@@ -1,7 +1,7 @@
 #include "base/text.h"
 #include "server/coclasses.h"
-#include "support/program.h"
-#include "support/registry_tree.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 #include "server/coclasses.h"
-#include "support/program.h"
-#include "support/sandbox.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <algorithm>
 #include <map>
@@ -42,9 +42,9 @@ std::string FileText(const std::string& Name) {
   return Read(Path);
 }
 
-class Script : public TSandbox {
+class Script : public TSandboxTest {
  protected:
-  Script() : TSandbox(NoDoubles) { Write(App("file.txt"), "content"); }
+  Script() : TSandboxTest(NoDoubles) { Write(App("file.txt"), "content"); }
 
   /// Puts a script together: calls.js or calls.vbs, the twelve objects, and the calls of calls.txt, which are written
   /// out because the platform's VBScript cannot execute a text.

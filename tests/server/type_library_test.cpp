@@ -1,6 +1,6 @@
 #include "base/text.h"
-#include "support/program.h"
-#include "support/sandbox.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <map>
 

@@ -1,7 +1,7 @@
-#include "support/child.h"
 #include "support/client_thread.h"
-#include "support/fault.h"
-#include "support/sandbox.h"
+#include "support/module_calls.h"
+#include "support/process.h"
+#include "support/sandbox_test.h"
 
 #include <algorithm>
 #include <climits>
@@ -24,9 +24,9 @@ std::string LogStamp() {
   return Stamp;
 }
 
-class DebugLog : public TSandbox {
+class DebugLog : public TSandboxTest {
  protected:
-  DebugLog() : TSandbox(LogToFile) {}
+  DebugLog() : TSandboxTest(LogToFile) {}
 
   std::string LogFile() const { return Updates("Log\\update.log"); }
   static TComRef<IUDebugLog> MakeLog() { return Make<IUDebugLog>(CLSID_UDebugLog); }
@@ -103,7 +103,6 @@ int WINAPI RecordedBox(HWND Owner, LPCSTR Text, LPCSTR Caption, UINT Style) {
 
 struct TStepRow {
   const char* Function;
-  void* Replacement;
   const char *Message, *End;  ///< around the file's name
   DWORD Code;
   const char* CodeText;
@@ -117,8 +116,8 @@ TEST_P(DebugLogStep, IsRepeatedUntilItSucceedsOrTheUserGivesUp) {
   const TMessageBoxFacts Expected{"Error", Row.Message + LogFile() + Row.End + Why, {IDCANCEL, IDRETRY}, IDRETRY};
   {
     const auto Loaded = MakeLog();
-    const TImportPatch Box(Module(), "MessageBoxA", reinterpret_cast<void*>(RecordedBox));
-    const TFault Fault(Row.Function, Row.Replacement, {.Times = 3, .Code = Row.Code});
+    const TImportPatch Box("MessageBoxA", RecordedBox);
+    const TFault Fault(Row.Function, {.Times = 3, .Code = Row.Code});
     HRESULT GivenUp = S_OK, Written = S_OK;
     std::string Reason;
     TClientThread Client([&] {
@@ -146,14 +145,12 @@ TEST_P(DebugLogStep, IsRepeatedUntilItSucceedsOrTheUserGivesUp) {
   EXPECT_FALSE(Semaphore()) << "it goes with the module";
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, DebugLogStep,
-                         testing::Values(TStepRow{"CreateFileA", FailsWith<decltype(&CreateFileA), -1>,
-                                                  "Cannot open or create '", "'.", ERROR_ACCESS_DENIED, "5"},
-                                         TStepRow{"SetFilePointer", FailsWith<decltype(&SetFilePointer), -1>,
-                                                  "Cannot set pointer in '", "' .", ERROR_NEGATIVE_SEEK, "83"},
-                                         TStepRow{"WriteFile", FailsWith<decltype(&WriteFile), FALSE>,
-                                                  "Cannot write data to '", "'.", ERROR_IO_DEVICE, "45D"}),
-                         [](const auto& Info) { return std::string(Info.param.Function); });
+INSTANTIATE_TEST_SUITE_P(
+    Rows, DebugLogStep,
+    testing::Values(TStepRow{"CreateFileA", "Cannot open or create '", "'.", ERROR_ACCESS_DENIED, "5"},
+                    TStepRow{"SetFilePointer", "Cannot set pointer in '", "' .", ERROR_NEGATIVE_SEEK, "83"},
+                    TStepRow{"WriteFile", "Cannot write data to '", "'.", ERROR_IO_DEVICE, "45D"}),
+    [](const auto& Info) { return std::string(Info.param.Function); });
 
 // ---- Several threads and processes
 
@@ -176,6 +173,14 @@ TEST_F(DebugLog, KeepsTheLinesOfSeveralThreadsWhole) {
   }
   EXPECT_EQ((std::map<std::string, int>{{"A", Count}, {"B", Count}, {"C", Count}, {"D", Count}}), Next);
 }
+
+/// put-lines NAME COUNT: to the real debug log; repeats a line that the user gave up.
+const TRole PutLines("put-lines", [](const TWords& Words, TScriptedDialog&) {
+  const auto Log = Make<IUDebugLog>(CLSID_UDebugLog);
+  return RepeatWhenLetGo(std::stoi(Words.at(1)), [&](int At) {
+    return Log->Put(At + 1, Text(Words.at(0)), Text("Line"), Text(std::to_string(At + 1)));
+  });
+});
 
 TEST_F(DebugLog, BelongsToOneProcessUntilItLetsGo) {
   auto Log = MakeLog();

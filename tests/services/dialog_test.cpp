@@ -1,5 +1,5 @@
 #include "support/client_thread.h"
-#include "support/sandbox.h"
+#include "support/sandbox_test.h"
 
 #include <optional>
 
@@ -13,9 +13,9 @@ constexpr LPARAM EnterScan = 0x1C, SpaceScan = 0x39, EscapeScan = 0x01, EnterPre
 constexpr char CustomBoxClass[] = "MendworkCustomMsgBox";
 constexpr char ProgressTitle[] = "Orvane Updater - Update progress";
 
-class Dialogs : public TSandbox {
+class Dialogs : public TSandboxTest {
  protected:
-  Dialogs() : TSandbox(LogToFile) {}
+  Dialogs() : TSandboxTest(LogToFile) {}
 };
 
 /// For windows of the tests: asks their thread to quit.
@@ -76,7 +76,7 @@ int WINAPI AnswerYes(HWND, LPCSTR, LPCSTR, UINT) {
 TEST_F(Dialogs, FailingLogLineFailsTheCall) {
   const DWORD Entry = RegisterActive(&FailingLog, CLSID_UDebugLog);
   const auto Object = Make<IUDialog>(CLSID_UDialog);
-  const TImportPatch Box(Module(), "MessageBoxA", reinterpret_cast<void*>(AnswerYes));
+  const TImportPatch Box("MessageBoxA", AnswerYes);
   long Answer = -1;
   FailingLog.Result = E_ABORT;
   EXPECT_EQ(E_ABORT, Object->ShowMsgBox(Text("Text"), Text("Caption"), MB_YESNO, &Answer));
@@ -217,8 +217,8 @@ BOOL WINAPI RecordedDrawIcon(HDC, int, int, HICON Icon) {
 
 TEST_F(Dialogs, CustomBoxDrawsTheSixSystemIconsAndNoOther) {
   const auto Loaded = Make<IUDialog>(CLSID_UDialog);
-  const TImportPatch Load(Module(), "LoadIconA", reinterpret_cast<void*>(LentIcon));
-  const TImportPatch Draw(Module(), "DrawIcon", reinterpret_cast<void*>(RecordedDrawIcon));
+  const TImportPatch Load("LoadIconA", LentIcon);
+  const TImportPatch Draw("DrawIcon", RecordedDrawIcon);
   for (const long IcoType : {32512, 32513, 32514, 32515, 32516, 32517, 32511, 32518, 0, 0x10000 + 32513, -33023}) {
     Drawn = nullptr;
     TShownBox Box({"Text", "Caption", IcoType, "OK", "OK"});

@@ -1,9 +1,7 @@
 #include "support/doubles.h"
 
 #include "base/text.h"
-
-#include <cstdio>
-#include <cstdlib>
+#include "support/must.h"
 
 HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long* Res) {
   Boxes.push_back({ToAnsi(ViewOf(Text)), ToAnsi(ViewOf(Caption)), MsgType});
@@ -33,10 +31,7 @@ std::vector<std::string> TMemoryLog::Texts(const std::string& OnlyName) const {
 
 DWORD RegisterActive(IUnknown* Object, const CLSID& ClassId) {
   DWORD Entry = 0;
-  if (FAILED(RegisterActiveObject(Object, ClassId, ACTIVEOBJECT_STRONG, &Entry))) {
-    std::puts("RegisterActiveObject failed");
-    std::exit(1);
-  }
+  Must(SUCCEEDED(RegisterActiveObject(Object, ClassId, ACTIVEOBJECT_STRONG, &Entry)), "RegisterActiveObject failed");
   return Entry;
 }
 

@@ -4,6 +4,7 @@
 #include "server/interfaces.h"
 
 #include <deque>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -34,7 +35,8 @@ class TDouble : public TInterface {
   ULONG References = 1;
 };
 
-/// The user: records every box and answers from a script. Without a script it presses Cancel.
+/// The user: records every box and answers from a script. Without a script it presses Cancel. Whoever wants to decide
+/// box by box gives the one answer in OnBox.
 class TScriptedDialog final : public TDouble<IUDialog> {
  public:
   struct TBox {
@@ -52,7 +54,7 @@ class TScriptedDialog final : public TDouble<IUDialog> {
   void Answer(std::initializer_list<long> Buttons) { Answers.insert(Answers.end(), Buttons); }
   std::vector<TBox> Boxes;
   /// Called before each answer is given; may mend what made the box appear.
-  void (*OnBox)() = nullptr;
+  std::function<void()> OnBox;
   /// What ShowMsgBox returns.
   HRESULT Result = S_OK;
 

@@ -1,9 +1,10 @@
 #include "support/host_link.h"
 
-#include "base/handles.h"
 #include "base/text.h"
+#include "support/process.h"
 
-#include <gtest/gtest.h>
+#include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -18,24 +19,15 @@ std::string HostPath(const std::string& WindowsPath) {
   return Result;
 }
 
-/// Runs a program of the host. Its end cannot be waited for: the caller looks at what it does.
-void RunHostProgram(std::string CommandLine) {
-  STARTUPINFOA Startup{};
-  Startup.cb = sizeof Startup;
-  PROCESS_INFORMATION Info{};
-  EXPECT_TRUE(
-      CreateProcessA(nullptr, CommandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &Startup, &Info))
-      << CommandLine << ": " << GetLastError();
-  const TKernelHandle Process(Info.hProcess), Thread(Info.hThread);
-}
-
+/// The end of a program of the host cannot be waited for.
 void WaitForLink(const std::string& HostName, bool Expected) {
   std::string WindowsName = "Z:" + HostName;
   for (char& Character : WindowsName)
     if (Character == '/') Character = '\\';
   for (int Polls = 0; Polls < 500; ++Polls, Sleep(20))
     if ((GetFileAttributesA(WindowsName.c_str()) != INVALID_FILE_ATTRIBUTES) == Expected) return;
-  ADD_FAILURE() << HostName << (Expected ? " was not made" : " does not go");
+  std::printf("%s %s\n", HostName.c_str(), Expected ? "was not made" : "does not go");
+  std::exit(1);
 }
 
 }  // namespace
@@ -48,11 +40,11 @@ std::string THostLink::Drive(char Letter) {
 }
 
 THostLink::THostLink(const std::string& Link, const std::string& Target) : Link(Link) {
-  RunHostProgram("Z:\\bin\\ln -s \"" + HostPath(Target) + "\" \"" + Link + "\"");
+  StartProgram("Z:\\bin\\ln -s \"" + HostPath(Target) + "\" \"" + Link + "\"");
   WaitForLink(Link, true);
 }
 
 THostLink::~THostLink() {
-  RunHostProgram("Z:\\bin\\rm -f \"" + Link + "\"");
+  StartProgram("Z:\\bin\\rm -f \"" + Link + "\"");
   WaitForLink(Link, false);
 }

@@ -1,12 +1,19 @@
 #include "support/import_patch.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include "support/must.h"
 
 namespace {
 
-/// The place in the module's import address table that holds the function, or null.
-void** FindSlot(HMODULE Module, const std::string& FunctionName) {
+void SetSlot(void** Slot, void* Function) {
+  DWORD Protection = 0;
+  VirtualProtect(Slot, sizeof *Slot, PAGE_READWRITE, &Protection);
+  *Slot = Function;
+  VirtualProtect(Slot, sizeof *Slot, Protection, &Protection);
+}
+
+}  // namespace
+
+void ForEachImport(HMODULE Module, const std::function<void(std::string Library, const char* Name, void** Slot)>& See) {
   BYTE* const Image = reinterpret_cast<BYTE*>(Module);
   const auto* Dos = reinterpret_cast<IMAGE_DOS_HEADER*>(Image);
   const auto* Nt = reinterpret_cast<IMAGE_NT_HEADERS*>(Image + Dos->e_lfanew);
@@ -18,27 +25,19 @@ void** FindSlot(HMODULE Module, const std::string& FunctionName) {
     for (; Names->u1.AddressOfData; ++Names, ++Slots) {
       if (IMAGE_SNAP_BY_ORDINAL(Names->u1.Ordinal)) continue;
       const auto* ByName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(Image + Names->u1.AddressOfData);
-      if (FunctionName == reinterpret_cast<const char*>(ByName->Name)) return Slots;
+      See(reinterpret_cast<const char*>(Image + Import->Name), reinterpret_cast<const char*>(ByName->Name), Slots);
     }
   }
-  return nullptr;
 }
 
-void SetSlot(void** Slot, void* Function) {
-  DWORD Protection = 0;
-  VirtualProtect(Slot, sizeof *Slot, PAGE_READWRITE, &Protection);
-  *Slot = Function;
-  VirtualProtect(Slot, sizeof *Slot, Protection, &Protection);
-}
-
-}  // namespace
-
-TImportPatch::TImportPatch(HMODULE Module, const std::string& FunctionName, void* Replacement)
-    : Slot(Module ? FindSlot(Module, FunctionName) : nullptr), Before(Slot ? *Slot : nullptr) {
-  if (!Slot) {
-    std::printf("The module is not loaded, or does not import %s\n", FunctionName.c_str());
-    std::exit(1);
-  }
+TImportPatch::TImportPatch(const std::string& FunctionName, void* Replacement) {
+  const HMODULE Module = GetModuleHandleA("Mendwork.dll");
+  Must(Module, "the module is not loaded");
+  ForEachImport(Module, [&](const std::string&, const char* Name, void** Place) {
+    if (Name == FunctionName) Slot = Place;
+  });
+  Must(Slot, "the module does not import " + FunctionName);
+  Before = *Slot;
   SetSlot(Slot, Replacement);
 }
 

@@ -2,25 +2,26 @@
 
 #include "base/windows_api.h"
 
+#include <functional>
 #include <string>
 
-/// Replaces one function that a loaded module imports, for as long as this object lives: calls of that module, and of
-/// no other, go to the replacement. The way tests make a Win32 call fail or end the process.
+/// Calls `See` with every function that a loaded module imports by name: the library's name, its own, and the place
+/// that holds it.
+void ForEachImport(HMODULE Module, const std::function<void(std::string Library, const char* Name, void** Slot)>& See);
+
+/// Replaces one function that Mendwork.dll imports, for as long as this object lives: calls of that module, and of no
+/// other, go to the replacement. Needs the module loaded.
 class TImportPatch {
  public:
-  /// Ends the program with a message when the module does not import the function.
-  TImportPatch(HMODULE Module, const std::string& FunctionName, void* Replacement);
+  TImportPatch(const std::string& FunctionName, void* Replacement);
+  template <class TResult, class... TArgs>
+  TImportPatch(const std::string& FunctionName, TResult(WINAPI* Replacement)(TArgs...))
+      : TImportPatch(FunctionName, reinterpret_cast<void*>(Replacement)) {}
   ~TImportPatch();
   TImportPatch(const TImportPatch&) = delete;
   TImportPatch& operator=(const TImportPatch&) = delete;
 
-  /// The function that was replaced.
-  template <class TFunction>
-  TFunction Original() const {
-    return reinterpret_cast<TFunction>(Before);
-  }
-
  private:
-  void** Slot;
-  void* Before;
+  void** Slot = nullptr;
+  void* Before = nullptr;
 };

@@ -1,8 +1,8 @@
 #include "support/registry_tree.h"
 
+#include "base/handles.h"
 #include "base/text.h"
-
-#include <vector>
+#include "support/must.h"
 
 namespace {
 
@@ -30,7 +30,9 @@ void Collect(HKEY Parent, const std::wstring& KeyName, const std::wstring& Prefi
 }  // namespace
 
 std::ostream& operator<<(std::ostream& Out, const TRegistryEntry& Entry) {
-  return Out << "type " << Entry.Type << " " << testing::PrintToString(Entry.Data);
+  Out << "type " << Entry.Type << std::hex;
+  for (const char Byte : Entry.Data) Out << ' ' << (Byte & 0xFF);
+  return Out << std::dec;
 }
 
 TRegistryTree RegistryTreeOf(const std::wstring& KeyName, HKEY Root) {
@@ -39,19 +41,8 @@ TRegistryTree RegistryTreeOf(const std::wstring& KeyName, HKEY Root) {
   return Tree;
 }
 
-std::string Difference(const TRegistryTree& Before, const TRegistryTree& After) {
-  std::string Result;
-  for (const auto& [Name, Entry] : Before) {
-    const auto Found = After.find(Name);
-    if (Found == After.end())
-      Result += "missing: " + ToAnsi(Name) + "\n";
-    else if (!(Found->second == Entry))
-      Result += "differs: " + ToAnsi(Name) + (Found->second.Type != Entry.Type ? " type" : "") +
-                (Found->second.Data != Entry.Data ? " data" : "") + "\n";
-  }
-  for (const auto& [Name, Entry] : After)
-    if (!Before.count(Name)) Result += "new: " + ToAnsi(Name) + "\n";
-  return Result;
+std::string Differing(const TRegistryEntry& Before, const TRegistryEntry& After) {
+  return std::string(After.Type != Before.Type ? " type" : "") + (After.Data != Before.Data ? " data" : "");
 }
 
 void StoreValue(const std::wstring& KeyName, const std::wstring& Name, DWORD Type, const std::string& Data) {
@@ -61,7 +52,7 @@ void StoreValue(const std::wstring& KeyName, const std::wstring& Name, DWORD Typ
   const std::string Guarded = Data + '\xFF' + '\xFF';
   const LSTATUS Status = RegSetValueExW(Key.Get(), Name.c_str(), 0, Type, reinterpret_cast<const BYTE*>(Guarded.data()),
                                         static_cast<DWORD>(Data.size()));
-  EXPECT_EQ(ERROR_SUCCESS, Status) << ToAnsi(Name);
+  Must(Status == ERROR_SUCCESS, "cannot store the value " + ToAnsi(Name));
 }
 
 std::string WideBytes(std::wstring_view Text) {

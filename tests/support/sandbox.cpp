@@ -71,14 +71,19 @@ std::string TimeText(uint64_t Ticks) {
 
 GUID Guid(const char* Text) {
   const auto Bytes = ParseGuid(Text);
-  EXPECT_TRUE(Bytes) << Text;
-  return GuidOf(Bytes.value_or(TGuidBytes{}));
+  Must(Bytes.has_value(), Text);
+  return GuidOf(*Bytes);
 }
 
 GUID NumberedGuid(int Number) {
   GUID Result{};
   for (int Digit = 0; Digit < 4; ++Digit) Result.Data4[7 - Digit] = static_cast<BYTE>(Number >> 8 * Digit);
   return Result;
+}
+
+HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint, GUID* Reached) {
+  GUID Unused{};
+  return Make<IUTransactionLog>(CLSID_UTransactionLog)->Rollback(OnlyToCheckPoint, Reached ? Reached : &Unused);
 }
 
 namespace {
@@ -95,6 +100,6 @@ void WINAPI SleepUnlessPause(DWORD Milliseconds) {
 
 }  // namespace
 
-TNoPauses::TNoPauses() : Patch(GetModuleHandleA("Mendwork.dll"), "Sleep", reinterpret_cast<void*>(SleepUnlessPause)) {}
+TNoPauses::TNoPauses() : Patch("Sleep", SleepUnlessPause) {}
 
 int TNoPauses::Count() { return Pauses; }

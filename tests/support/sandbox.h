@@ -4,23 +4,23 @@
 #include "server/interfaces.h"
 #include "support/doubles.h"
 #include "support/import_patch.h"
+#include "support/must.h"
 #include "support/tree.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
 #include <string>
 #include <vector>
 
-/// Where one test lives: COM for its thread, a folder of its own with an application in it, the base folder's registry
-/// value pointing there, and doubles for the dialogs and (unless told otherwise) the debug log, both registered as the
-/// active objects that the module takes by its own rules. One test, one process, one sandbox.
-class TSandbox : public testing::Test {
- protected:
+/// Where one test, torture or benchmark lives: COM for its thread, a folder of its own with an application in it, the
+/// base folder's registry value pointing there, and doubles for the dialogs and (unless told otherwise) the debug log,
+/// both registered as the active objects that the module takes by its own rules. One test, one process, one sandbox.
+class TSandbox {
+ public:
   /// NoDoubles is for tests whose clients are other processes: those would wait for this one's thread.
   enum TLogChoice { LogInMemory, LogToFile, NoDoubles };
   explicit TSandbox(TLogChoice Choice = LogInMemory);
-  ~TSandbox() override;
+  ~TSandbox();
+  TSandbox(const TSandbox&) = delete;
+  TSandbox& operator=(const TSandbox&) = delete;
 
   /// The sandbox's folder, C:\mendwork-tests\<process id>; App and Base lie in it.
   const std::string& Root() const { return RootDir; }
@@ -48,15 +48,12 @@ class TSandbox : public testing::Test {
   DWORD DialogEntry = 0, LogEntry = 0;
 };
 
-/// A new object of one of the module's classes, through COM. Ends the test program when it cannot be made.
+/// A new object of one of the module's classes, through COM.
 template <class TInterface>
 TComRef<TInterface> Make(const CLSID& ClassId) {
   TComRef<TInterface> Object;
   const HRESULT Made = CoCreateInstance(ClassId, nullptr, CLSCTX_INPROC_SERVER, __uuidof(TInterface), Object.OutVoid());
-  if (FAILED(Made)) {
-    ADD_FAILURE() << "CoCreateInstance failed with 0x" << std::hex << Made;
-    std::exit(1);
-  }
+  Must(SUCCEEDED(Made), "CoCreateInstance failed with " + std::to_string(Made));
   return Object;
 }
 
@@ -86,8 +83,11 @@ std::string TimeText(uint64_t Ticks);
 /// A GUID from its registry form.
 GUID Guid(const char* Text);
 
-/// "1" "2" ... a different GUID each: {00000000-0000-0000-0000-00000000000N}.
+/// A different GUID for each number: {00000000-0000-0000-0000-00000000000N}.
 GUID NumberedGuid(int Number);
+
+/// Undoes what is in the transaction log, to its beginning or to the last check point.
+HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint = VARIANT_FALSE, GUID* Reached = nullptr);
 
 /// Makes the pauses of patient wrappers pass at once, and counts them.
 class TNoPauses {

@@ -1,6 +1,7 @@
 #include "support/tree.h"
 
 #include "base/handles.h"
+#include "base/text.h"
 
 namespace {
 
@@ -49,24 +50,14 @@ TTree TreeOf(const std::string& Folder) {
   return Tree;
 }
 
-std::string Difference(const TTree& Before, const TTree& After) {
-  std::string Result;
-  for (const auto& [Name, Entry] : Before) {
-    const auto Found = After.find(Name);
-    if (Found == After.end()) {
-      Result += "missing: " + Name + "\n";
-    } else if (!(Found->second == Entry)) {
-      const TTreeEntry& Now = Found->second;
-      Result += "differs: " + Name + (Now.Content != Entry.Content ? " content" : "") +
-                (Now.Attributes != Entry.Attributes ? " attributes" : "") +
-                (Now.LastAccess != Entry.LastAccess ? " access time" : "") +
-                (Now.LastWrite != Entry.LastWrite ? " write time" : "") + "\n";
-    }
-  }
-  for (const auto& [Name, Entry] : After)
-    if (!Before.count(Name)) Result += "new: " + Name + "\n";
-  return Result;
+std::string Differing(const TTreeEntry& Before, const TTreeEntry& After) {
+  return std::string(After.Content != Before.Content ? " content" : "") +
+         (After.Attributes != Before.Attributes ? " attributes" : "") +
+         (After.LastAccess != Before.LastAccess ? " access time" : "") +
+         (After.LastWrite != Before.LastWrite ? " write time" : "");
 }
+
+std::string Shown(const std::wstring& Name) { return ToAnsi(Name); }
 
 void Plant(const std::string& Folder, const TTree& Tree) {
   const TTree Now = TreeOf(Folder);

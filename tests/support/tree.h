@@ -18,8 +18,26 @@ struct TTreeEntry {
 using TTree = std::map<std::string, TTreeEntry>;
 
 TTree TreeOf(const std::string& Folder);
-/// One line for each entry that differs; "" when none does.
-std::string Difference(const TTree& Before, const TTree& After);
+
+/// What differs in two entries of one name; and a name as it is shown.
+std::string Differing(const TTreeEntry& Before, const TTreeEntry& After);
+inline const std::string& Shown(const std::string& Name) { return Name; }
+std::string Shown(const std::wstring& Name);
+/// One line for each entry that differs; "" when none does. For trees of files, and for those of the registry.
+template <class TName, class TEntry>
+std::string Difference(const std::map<TName, TEntry>& Before, const std::map<TName, TEntry>& After) {
+  std::string Result;
+  for (const auto& [Name, Entry] : Before) {
+    const auto Found = After.find(Name);
+    if (Found == After.end())
+      Result += "missing: " + Shown(Name) + "\n";
+    else if (!(Found->second == Entry))
+      Result += "differs: " + Shown(Name) + Differing(Entry, Found->second) + "\n";
+  }
+  for (const auto& [Name, Entry] : After)
+    if (!Before.count(Name)) Result += "new: " + Shown(Name) + "\n";
+  return Result;
+}
 
 /// Makes a folder hold exactly a tree; touches only what differs.
 void Plant(const std::string& Folder, const TTree& Tree);

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "support/import_patch.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A Win32 function that the module calls: how a call of it fails, and what the torture does with it. The list of them
+/// is the only one; tests, kill matrix and fault matrix take their functions from it.
+struct TModuleCall {
+  const char* Name;
+  void* Replacement;
+  /// How a failing call tells its code: by the thread's last error and `Failed`, or by what it gives.
+  enum TTelling { ByLastError, ByStatus, ByHResult } Telling;
+  intptr_t Failed;
+  bool Changes;  ///< a file, a folder or the registry: a death before it and after it is worth a visit
+  int Failures;  ///< in a row, until its wrapper asks the user; 0 when no wrapper runs it
+};
+const std::vector<TModuleCall>& ModuleCalls();
+/// What the module imports of the system's files, registry, modules and locks and is neither in the list nor named as
+/// harmless beside it; "" when nothing is.
+std::string ForgottenCalls();
+
+/// Sees the calls of some functions for as long as it lives; one at a time.
+class TCallWatch {
+ public:
+  virtual ~TCallWatch();
+  TCallWatch(const TCallWatch&) = delete;
+  TCallWatch& operator=(const TCallWatch&) = delete;
+
+  /// Before a call: whether it is made. One that is not fails with `Code`. `Opens`: it is an open of a file to read.
+  virtual bool Passes(const TModuleCall& Call, bool Opens) = 0;
+  /// After a call that was made.
+  virtual void Passed() {}
+  DWORD Code = ERROR_SUCCESS;
+
+ protected:
+  TCallWatch();
+  void Watch(const TModuleCall& Call);
+
+ private:
+  std::vector<std::unique_ptr<TImportPatch>> Patches;
+};
+
+/// What happens to the module's calls of one function: `Skip` go through, the next `Times` fail with `Code` and do
+/// nothing, all others go through.
+struct TFaultPlan {
+  int Skip = 0, Times = 0;
+  DWORD Code = ERROR_SUCCESS;
+};
+
+/// A planned failure of a function of the list, for as long as this object lives:
+///
+///   const TFault Fault("DeleteFileA", {.Times = 1, .Code = ERROR_ACCESS_DENIED});
+class TFault final : public TCallWatch {
+ public:
+  explicit TFault(const std::string& FunctionName, TFaultPlan Plan = {});
+  bool Passes(const TModuleCall& Call, bool Opens) override;
+  /// All calls so far, failed or not.
+  int Calls() const { return Made; }
+
+ private:
+  const std::string Name;
+  const TFaultPlan Plan;
+  int Made = 0;
+};
+
+/// How a process ends at its point.
+constexpr int DiedStatus = 77;
+
+/// Which calls are points: those that change something, or all of the list.
+enum TPoints { ChangingCalls, AllCalls };
+
+/// Lets an event happen at the `Point`-th call, counted from 1, in what is left of this process's life:
+///   nothing  the calls are only counted
+///   before   the process ends just before the call, with DiedStatus
+///   after    it ends just after the call
+///   torn     it ends when the call, a WriteFile, has written half of its bytes; only those calls are counted
+///   stop     it tells that it is ready (process.h) just before the call, and stays there
+void PlanEvent(const std::string& Event, int Point, TPoints Points = ChangingCalls);
+
+/// The names of the points that were passed since, in order.
+const std::vector<const char*>& CallsMade();

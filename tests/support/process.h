@@ -1,0 +1,70 @@
+#pragma once
+
+#include "support/doubles.h"
+
+#include <string>
+#include <vector>
+
+using TWords = std::vector<std::string>;
+
+/// A part that another process of this program plays, written beside what starts it:
+///
+///   const TRole Put("put", [](const TWords& Words, TScriptedDialog& User) { ...; return 0; });
+///   ... TChild({"put", "5"}).Wait() ...
+///
+/// It finds COM ready, a debug log in memory and `User`, who cancels everything unless told otherwise; it gives the
+/// exit status. The doubles of the starting process would be reached through a message queue on which nobody waits.
+class TRole {
+ public:
+  using TPlay = int (*)(const TWords& Words, TScriptedDialog& User);
+  TRole(const std::string& Name, TPlay Play);
+};
+/// For main(): plays the role that the command line names; gives -1 when it names none.
+int PlayRole(int Count, char** Words);
+
+/// Another process of this program, in a role.
+class TChild {
+ public:
+  /// The role's name and its words.
+  explicit TChild(const TWords& Words);
+  ~TChild() { Kill(); }
+  TChild(const TChild&) = delete;
+  TChild& operator=(const TChild&) = delete;
+  /// Waits for its end and gives the exit status; ends it and fails after a minute.
+  DWORD Wait();
+  /// Whether it has ended; does not wait.
+  bool HasEnded() const { return WaitForSingleObject(Process.Get(), 0) == WAIT_OBJECT_0; }
+  /// Ends it at once, wherever it is.
+  void Kill();
+  /// Waits until the child signals that it has got where its role says. False after a minute, or when it ended.
+  bool WaitUntilReady();
+  /// Lets a child go on that waits for this.
+  void Continue();
+
+ private:
+  TKernelHandle Process, Ready, Go;
+};
+
+/// For the child's side: signals that it is ready, and waits to be let go on.
+void TellReady();
+void WaitForContinue();
+/// For a role that works beside others: tells that it is ready, waits to be let go, and does something for 0, 1, ...,
+/// until it fails. Gives the exit status.
+int RepeatWhenLetGo(int Count, const std::function<HRESULT(int At)>& Do);
+
+/// Starts a program; `Output` takes its standard output and error, `Suspended` a thread to be let go.
+TKernelHandle StartProgram(std::string CommandLine, HANDLE Output = nullptr, TKernelHandle* Suspended = nullptr);
+
+struct TProgramResult {
+  DWORD Status;
+  std::string Output;  ///< standard output and error
+};
+
+/// Runs one of Windows' own programs, of this program's bitness, to its end: RunSystemProgram("regsvr32.exe", "/s
+/// ..."). `WhileItRuns` is called again and again meanwhile. Ends it and fails after two minutes.
+TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)() = nullptr);
+
+/// A file of the build, by its place in the build folder, in which this program has a folder of its own.
+std::string BuiltFile(const std::string& Name);
+/// Mendwork.dll as it was built with this program, registered or not.
+inline std::string BuiltModulePath() { return BuiltFile("Mendwork.dll"); }
