@@ -1,73 +1,31 @@
-#include "base/text.h"
-#include "server/coclasses.h"
-#include "support/process.h"
-#include "support/sandbox_test.h"
+#include "server/published.h"
+#include "support/expected.h"
+#include "support/registry_tree.h"
 
-#include <algorithm>
 #include <cstring>
-#include <iterator>
+#include <map>
 #include <set>
 
 namespace {
 
-/// What a part of the registry holds: "KEY\NAME=VALUE" for every value, "KEY\" for a key without a default value.
-using TEntries = std::set<std::string>;
+/// The texts below keys of HKEY_CLASSES_ROOT, and of the user, by key and name.
+using TEntries = std::map<std::string, std::string>;
 
 void Add(const std::wstring& KeyName, HKEY Root, const std::string& Prefix, TEntries& Entries) {
   for (const auto& [Path, Value] : RegistryTreeOf(KeyName, Root)) {
-    std::string Entry = Prefix + ToAnsi(Path);
+    std::string Name = Prefix + ToAnsi(Path);
     // The 32-bit branch, which a 32-bit program sees twice, and the platform's own writing of one key's name.
     for (const auto& [Written, Usual] : {std::pair{"Wow6432Node\\", ""}, {"Typelib\\", "TypeLib\\"}})
-      if (Entry.starts_with(Written)) Entry.replace(0, std::strlen(Written), Usual);
+      if (Name.starts_with(Written)) Name.replace(0, std::strlen(Written), Usual);
     const std::wstring Text(reinterpret_cast<const wchar_t*>(Value.Data.data()), Value.Data.size() / sizeof(wchar_t));
-    if (Value.Type == REG_SZ)
-      Entry += "=" + ToAnsi(Text.c_str());
-    else if (Value.Type >= 0)
-      Entry += "=type " + std::to_string(Value.Type) + " " + Value.Data;
-    Entries.insert(Entry);
+    Entries[Name] = Value.Type == REG_SZ ? ToAnsi(Text.c_str()) : std::to_string(Value.Type) + Value.Data;
   }
 }
 
-/// All of HKEY_CLASSES_ROOT, and the user's own settings.
 TEntries WholeRegistry() {
   TEntries Entries;
   Add(L"", HKEY_CLASSES_ROOT, "", Entries);
   Add(L"Software", HKEY_CURRENT_USER, "HKCU\\", Entries);
-  return Entries;
-}
-
-TEntries Without(const TEntries& All, const TEntries& Known) {
-  TEntries Rest;
-  std::set_difference(All.begin(), All.end(), Known.begin(), Known.end(), std::inserter(Rest, Rest.end()));
-  return Rest;
-}
-
-constexpr char LibraryId[] = "{D9F421A7-4AF7-47C5-9254-15A3A874CD14}";
-
-TEntries RegisteredEntries() {
-  constexpr char DualProxy[] = "{00020424-0000-0000-C000-000000000046}";
-  constexpr char DispatchProxy[] = "{00020420-0000-0000-C000-000000000046}";
-  char Long[MAX_PATH] = "";
-  GetLongPathNameA(BuiltModulePath().c_str(), Long, sizeof Long);
-  const std::string Path = Long, Folder = Path.substr(0, Path.rfind('\\')),
-                    Library = "TypeLib\\" + std::string(LibraryId) + "\\2.0\\";
-  TEntries Entries = {Library + "=Orvane Update Service Library", Library + "HELPDIR\\=" + Folder,
-                      Library + (sizeof(void*) == 4 ? "409\\win32\\=" : "409\\win64\\=") + Path};
-  for (const TPublishedClass& Class : PublishedClasses) {
-    const std::string Id = GuidText(Class.ClassId), Key = "CLSID\\" + Id + "\\", Base = "Mendwork." + Class.Name,
-                      ProgId = Base + ".6", Description = "\\=" + Class.Name + " Object";
-    Entries.insert({"CLSID\\" + Id + Description, Key + "InprocServer32\\=" + Path,
-                    Key + "InprocServer32\\ThreadingModel=Apartment", Key + "ProgID\\=" + ProgId,
-                    Key + "VersionIndependentProgID\\=" + Base, Key + "TypeLib\\=" + LibraryId, Key + "Version\\=2.0",
-                    ProgId + Description, ProgId + "\\Clsid\\=" + Id, Base + Description, Base + "\\Clsid\\=" + Id,
-                    Base + "\\CurVer\\=" + ProgId});
-    for (const bool Events : {false, true}) {
-      const std::string Interface = "Interface\\" + GuidText(Events ? Class.EventsId : Class.InterfaceId) + "\\";
-      Entries.insert({Interface + "=I" + Class.Name + (Events ? "Events" : ""),
-                      Interface + "ProxyStubClsid32\\=" + (Events ? DispatchProxy : DualProxy),
-                      Interface + "TypeLib\\=" + LibraryId, Interface + "TypeLib\\Version=2.0"});
-    }
-  }
   return Entries;
 }
 
@@ -84,8 +42,7 @@ class Registration : public testing::Test {
     EXPECT_EQ(S_OK, Export("DllRegisterServer"));
   }
   HRESULT Export(const char* Name) {
-    using TExport = HRESULT(WINAPI*)();
-    return reinterpret_cast<TExport>(reinterpret_cast<void*>(GetProcAddress(Module.Get(), Name)))();
+    return reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(Module.Get(), Name)))();
   }
   static DWORD RegSvr32(const std::string& Options) {
     return RunSystemProgram("regsvr32.exe", Options + " \"" + BuiltModulePath() + "\"").Status;
@@ -94,26 +51,57 @@ class Registration : public testing::Test {
   TModuleHandle Module{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
+/// The entries that hold one of these words, a line each, with the words' names in their places; they are taken out.
+std::set<std::string> TakeLines(TEntries& Entries, const std::vector<std::pair<std::string, std::string>>& Words) {
+  std::set<std::string> Lines;
+  std::erase_if(Entries, [&](const auto& Entry) {
+    std::string Line = Entry.first + "=" + Entry.second + "\n";
+    const std::string Before = Line;
+    for (const auto& [Word, Name] : Words)
+      for (size_t At; (At = Line.find(Word)) != std::string::npos;) Line.replace(At, Word.size(), Name);
+    if (Line != Before) Lines.insert(Line);
+    return Line != Before;
+  });
+  return Lines;
+}
+
+// registered.txt has what is written for each class, and for the library.
 TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
   ASSERT_EQ(0u, RegSvr32("/s /u"));
   const TEntries Before = WholeRegistry();
-  for (const std::string& Entry : Before) {
-    EXPECT_EQ(std::string::npos, Entry.find("Mendwork.U")) << Entry;
-    EXPECT_EQ(std::string::npos, Entry.find(LibraryId)) << Entry;
-  }
   ASSERT_EQ(0u, RegSvr32("/s"));
-  const TEntries After = WholeRegistry();
-  TEntries Added = Without(After, Before);
+  TEntries Added = WholeRegistry();
+  for (const auto& Entry : Before) {
+    EXPECT_EQ(1u, Added.count(Entry.first)) << Entry.first;
+    Added.erase(Entry.first);
+  }
   // Keys that only hold others, and what the platform writes beside that for a type library.
-  std::erase_if(Added, [](const std::string& Entry) {
-    return Entry.ends_with("\\") || Entry.find("\\ProxyStubClsid\\=") != std::string::npos ||
-           Entry.find("\\2.0\\FLAGS\\=") != std::string::npos;
+  std::erase_if(Added, [](const auto& Entry) {
+    return Entry.second == "-1" || Entry.first.ends_with("\\ProxyStubClsid\\") || Entry.first.ends_with("\\FLAGS\\");
   });
-  const TEntries Expected = RegisteredEntries();
-  EXPECT_EQ(TEntries(), Without(Expected, Added)) << "missing";
-  EXPECT_EQ(TEntries(), Without(Added, Expected)) << "unexpected";
-  EXPECT_EQ(TEntries(), Without(Before, After)) << "lost";
-
+  char Module[MAX_PATH] = "";
+  GetLongPathNameA(BuiltModulePath().c_str(), Module, sizeof Module);
+  for (auto& [Name, Text] : Added)
+    if (Text == Module) Text = "{module}";
+  std::set<std::string> OfOne;
+  for (const TPublishedClass& Class : PublishedClasses()) {
+    const auto Lines = TakeLines(Added, {{GuidText(Class.ClassId), "{class}"},
+                                         {GuidText(Class.InterfaceId), "{interface}"},
+                                         {GuidText(Class.EventsId), "{events}"},
+                                         {"Mendwork." + Class.Name, "Mendwork.{name}"},
+                                         {"=" + Class.Name, "={name}"},
+                                         {"=I" + Class.Name, "=I{name}"}});
+    if (OfOne.empty()) OfOne = Lines;
+    EXPECT_EQ(OfOne, Lines) << Class.Name;
+  }
+  const std::string Path = Module;
+  std::string Expected;
+  for (const auto& Lines : {OfOne, TakeLines(Added, {{Path.substr(0, Path.rfind('\\')), "{folder}"},
+                                                     {"win64", "win32"},
+                                                     {"TypeLib\\", "TypeLib: "}})})
+    for (const std::string& Line : Lines) Expected += Line;
+  ExpectText("server", "registered.txt", Expected);
+  EXPECT_EQ(TEntries(), Added);
   ASSERT_EQ(0u, RegSvr32("/s /u"));
   EXPECT_TRUE(Before == WholeRegistry());
 }
@@ -127,23 +115,23 @@ TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
     Add(ToWide("CLSID\\" + Id + "\\VersionIndependentProgID"), HKEY_CLASSES_ROOT, "Of the class", Result);
     return Result;
   };
-  const TEntries Own = {"=UFile Object", "Clsid\\=" + Id, "CurVer\\=Mendwork.UFile.6", "Of the class=Mendwork.UFile"};
-  struct TRow {
+  const TEntries Own = {{"", "UFile Object"}, {"Clsid\\", Id}, {"CurVer\\", ProgId + ".6"}, {"Of the class", ProgId}};
+  const struct {
     std::string CurVer;  ///< before registration; empty for no such entries at all
-    bool IsRewritten;    ///< registration takes the entries over
-    bool GoesOnUnregistering;
-  };
-  for (const TRow& Row : {TRow{"", true, true}, TRow{"Mendwork.UFile.5", true, true},
-                          TRow{"Mendwork.UFile.6", false, true}, TRow{"mendwork.ufile.6", false, false},
-                          TRow{"Mendwork.UFile.10", false, false}, TRow{"Mendwork.UFile.5.9", false, false},
-                          TRow{"Mendwork.UFile.5b", false, false}, TRow{"Mend", false, false}}) {
+    bool IsRewritten, GoesOnUnregistering;
+  } Rows[] = {{"", true, true},
+              {"Mendwork.UFile.5", true, true},
+              {"Mendwork.UFile.6", false, true},
+              {"mendwork.ufile.6", false, false},
+              {"Mendwork.UFile.10", false, false},
+              {"Mendwork.UFile.5.9", false, false},
+              {"Mendwork.UFile.5b", false, false},
+              {"Mend", false, false}};
+  for (const auto& Row : Rows) {
     SCOPED_TRACE(Row.CurVer);
     ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
-    if (!Row.CurVer.empty()) {
-      SetDefaultValue(ProgId, "Other");
-      SetDefaultValue(ProgId + "\\Clsid", "{11111111-2222-3333-4444-555555555555}");
-      SetDefaultValue(ProgId + "\\CurVer", Row.CurVer);
-    }
+    if (!Row.CurVer.empty()) SetDefaultValue(ProgId + "\\Clsid", "{11111111-2222-3333-4444-555555555555}");
+    if (!Row.CurVer.empty()) SetDefaultValue(ProgId + "\\CurVer", Row.CurVer);
     const auto Before = Entries();
     EXPECT_EQ(S_OK, Export("DllRegisterServer"));
     EXPECT_EQ(Row.IsRewritten ? Own : Before, Entries());
