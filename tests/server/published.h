@@ -44,11 +44,8 @@ inline std::vector<TPublishedClass> PublishedClasses() {
     Library->GetTypeInfo(At, Class.Out());
     if (AttributesOf(*Class).typekind != TKIND_COCLASS) continue;
     const auto Interface = ImplementedBy(*Class, 0);
-    Classes.push_back({NameOf(*Class),
-                       AttributesOf(*Class).guid,
-                       AttributesOf(*Interface).guid,
-                       AttributesOf(*ImplementedBy(*Class, 1)).guid,
-                       {}});
+    const IID EventsId = AttributesOf(*ImplementedBy(*Class, 1)).guid;
+    Classes.push_back({NameOf(*Class), AttributesOf(*Class).guid, AttributesOf(*Interface).guid, EventsId, {}});
     for (MEMBERID Id = 1; !NameOf(*Interface, Id).empty(); ++Id)
       Classes.back().Methods.push_back(NameOf(*Interface, Id));
   }

@@ -2,35 +2,18 @@
 #include "support/expected.h"
 #include "support/registry_tree.h"
 
-#include <cstring>
-#include <map>
 #include <set>
 
 namespace {
 
-/// The texts below keys of HKEY_CLASSES_ROOT, and of the user, by key and name.
-using TEntries = std::map<std::string, std::string>;
-
-void Add(const std::wstring& KeyName, HKEY Root, const std::string& Prefix, TEntries& Entries) {
-  for (const auto& [Path, Value] : RegistryTreeOf(KeyName, Root)) {
-    std::string Name = Prefix + ToAnsi(Path);
-    // The 32-bit branch, which a 32-bit program sees twice, and the platform's own writing of one key's name.
-    for (const auto& [Written, Usual] : {std::pair{"Wow6432Node\\", ""}, {"Typelib\\", "TypeLib\\"}})
-      if (Name.starts_with(Written)) Name.replace(0, std::strlen(Written), Usual);
+/// The texts below a key of HKEY_CLASSES_ROOT, a line each: key, name, "=" and text.
+std::string EntriesOf(const std::string& Key) {
+  std::string Lines;
+  for (const auto& [Path, Value] : RegistryTreeOf(ToWide(Key), HKEY_CLASSES_ROOT)) {
     const std::wstring Text(reinterpret_cast<const wchar_t*>(Value.Data.data()), Value.Data.size() / sizeof(wchar_t));
-    Entries[Name] = Value.Type == REG_SZ ? ToAnsi(Text.c_str()) : std::to_string(Value.Type) + Value.Data;
+    if (Value.Type >= 0) Lines += Key + "\\" + ToAnsi(Path) + "=" + ToAnsi(Text.c_str()) + "\n";
   }
-}
-
-TEntries WholeRegistry() {
-  TEntries Entries;
-  Add(L"", HKEY_CLASSES_ROOT, "", Entries);
-  Add(L"Software", HKEY_CURRENT_USER, "HKCU\\", Entries);
-  return Entries;
-}
-
-void SetDefaultValue(const std::string& Key, const std::string& Value) {
-  RegSetKeyValueA(HKEY_CLASSES_ROOT, Key.c_str(), nullptr, REG_SZ, Value.c_str(), static_cast<DWORD>(Value.size() + 1));
+  return Lines;
 }
 
 class Registration : public testing::Test {
@@ -51,71 +34,47 @@ class Registration : public testing::Test {
   TModuleHandle Module{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
-/// The entries that hold one of these words, a line each, with the words' names in their places; they are taken out.
-std::set<std::string> TakeLines(TEntries& Entries, const std::vector<std::pair<std::string, std::string>>& Words) {
-  std::set<std::string> Lines;
-  std::erase_if(Entries, [&](const auto& Entry) {
-    std::string Line = Entry.first + "=" + Entry.second + "\n";
-    const std::string Before = Line;
-    for (const auto& [Word, Name] : Words)
-      for (size_t At; (At = Line.find(Word)) != std::string::npos;) Line.replace(At, Word.size(), Name);
-    if (Line != Before) Lines.insert(Line);
-    return Line != Before;
-  });
-  return Lines;
-}
-
-// registered.txt has what is written for each class, and for the library.
+// registered.txt has what is written for the library and for each class.
 TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
-  ASSERT_EQ(0u, RegSvr32("/s /u"));
-  const TEntries Before = WholeRegistry();
-  ASSERT_EQ(0u, RegSvr32("/s"));
-  TEntries Added = WholeRegistry();
-  for (const auto& Entry : Before) {
-    EXPECT_EQ(1u, Added.count(Entry.first)) << Entry.first;
-    Added.erase(Entry.first);
+  char Path[MAX_PATH] = "";
+  GetLongPathNameA(BuiltModulePath().c_str(), Path, sizeof Path);
+  const std::string Module = Path, Folder = Module.substr(0, Module.rfind('\\'));
+  const auto Entries = [&](const TWords& Keys, const std::vector<std::pair<std::string, std::string>>& Words) {
+    std::string Lines;
+    for (const std::string& Key : Keys) Lines += EntriesOf(Key);
+    for (const auto& [Word, Name] : Words)
+      for (size_t At; (At = Lines.find(Word)) != std::string::npos;) Lines.replace(At, Word.size(), Name);
+    return Lines;
+  };
+  for (const char* Options : {"/s", "/s /u"}) {
+    ASSERT_EQ(0u, RegSvr32(Options));
+    std::set<std::string> OfClasses;
+    for (const TPublishedClass& Class : PublishedClasses())
+      OfClasses.insert(
+          Entries({"CLSID\\" + GuidText(Class.ClassId), "Interface\\" + GuidText(Class.InterfaceId),
+                   "Interface\\" + GuidText(Class.EventsId), "Mendwork." + Class.Name, "Mendwork." + Class.Name + ".6"},
+                  {{GuidText(Class.ClassId), "{class}"},
+                   {GuidText(Class.InterfaceId), "{interface}"},
+                   {GuidText(Class.EventsId), "{events}"},
+                   {Class.Name, "{name}"},
+                   {Module, "{module}"}}));
+    EXPECT_EQ(1u, OfClasses.size()) << "they differ in nothing else";
+    const std::string OfLibrary = Entries({"TypeLib\\{D9F421A7-4AF7-47C5-9254-15A3A874CD14}"},
+                                          {{Module, "{module}"}, {Folder, "{folder}"}, {"win64", "win32"}});
+    if (Options == std::string("/s"))
+      ExpectText("server", "registered.txt", OfLibrary + *OfClasses.begin());
+    else
+      EXPECT_EQ("", OfLibrary + *OfClasses.begin());
   }
-  // Keys that only hold others, and what the platform writes beside that for a type library.
-  std::erase_if(Added, [](const auto& Entry) {
-    return Entry.second == "-1" || Entry.first.ends_with("\\ProxyStubClsid\\") || Entry.first.ends_with("\\FLAGS\\");
-  });
-  char Module[MAX_PATH] = "";
-  GetLongPathNameA(BuiltModulePath().c_str(), Module, sizeof Module);
-  for (auto& [Name, Text] : Added)
-    if (Text == Module) Text = "{module}";
-  std::set<std::string> OfOne;
-  for (const TPublishedClass& Class : PublishedClasses()) {
-    const auto Lines = TakeLines(Added, {{GuidText(Class.ClassId), "{class}"},
-                                         {GuidText(Class.InterfaceId), "{interface}"},
-                                         {GuidText(Class.EventsId), "{events}"},
-                                         {"Mendwork." + Class.Name, "Mendwork.{name}"},
-                                         {"=" + Class.Name, "={name}"},
-                                         {"=I" + Class.Name, "=I{name}"}});
-    if (OfOne.empty()) OfOne = Lines;
-    EXPECT_EQ(OfOne, Lines) << Class.Name;
-  }
-  const std::string Path = Module;
-  std::string Expected;
-  for (const auto& Lines : {OfOne, TakeLines(Added, {{Path.substr(0, Path.rfind('\\')), "{folder}"},
-                                                     {"win64", "win32"},
-                                                     {"TypeLib\\", "TypeLib: "}})})
-    for (const std::string& Line : Lines) Expected += Line;
-  ExpectText("server", "registered.txt", Expected);
-  EXPECT_EQ(TEntries(), Added);
-  ASSERT_EQ(0u, RegSvr32("/s /u"));
-  EXPECT_TRUE(Before == WholeRegistry());
 }
 
 // The version-independent entries may belong to another copy of the module.
 TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
   const std::string ProgId = "Mendwork.UFile", Id = GuidText(CLSID_UFile);
-  const auto Entries = [&] {
-    TEntries Result;
-    Add(L"Mendwork.UFile", HKEY_CLASSES_ROOT, "", Result);
-    Add(ToWide("CLSID\\" + Id + "\\VersionIndependentProgID"), HKEY_CLASSES_ROOT, "Of the class", Result);
-    return Result;
-  };
-  const TEntries Own = {{"", "UFile Object"}, {"Clsid\\", Id}, {"CurVer\\", ProgId + ".6"}, {"Of the class", ProgId}};
+  const std::string OfClass = "CLSID\\" + Id + "\\VersionIndependentProgID";
+  const auto Entries = [&] { return EntriesOf(ProgId) + EntriesOf(OfClass); };
+  const std::string Own = ProgId + "\\=UFile Object\n" + ProgId + "\\Clsid\\=" + Id + "\n" + ProgId +
+                          "\\CurVer\\=" + ProgId + ".6\n" + OfClass + "\\=" + ProgId + "\n";
   const struct {
     std::string CurVer;  ///< before registration; empty for no such entries at all
     bool IsRewritten, GoesOnUnregistering;
@@ -130,15 +89,16 @@ TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
   for (const auto& Row : Rows) {
     SCOPED_TRACE(Row.CurVer);
     ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
-    if (!Row.CurVer.empty()) SetDefaultValue(ProgId + "\\Clsid", "{11111111-2222-3333-4444-555555555555}");
-    if (!Row.CurVer.empty()) SetDefaultValue(ProgId + "\\CurVer", Row.CurVer);
+    for (const auto& [Key, Value] : {std::pair{"\\Clsid", std::string("{other}")}, {"\\CurVer", Row.CurVer}})
+      if (!Row.CurVer.empty())
+        RegSetKeyValueA(HKEY_CLASSES_ROOT, (ProgId + Key).c_str(), nullptr, REG_SZ, Value.c_str(),
+                        static_cast<DWORD>(Value.size() + 1));
     const auto Before = Entries();
     EXPECT_EQ(S_OK, Export("DllRegisterServer"));
     EXPECT_EQ(Row.IsRewritten ? Own : Before, Entries());
     EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
-    EXPECT_EQ(Row.GoesOnUnregistering ? TEntries() : Before, Entries());
-    for (const std::string& Gone : {"CLSID\\" + Id, ProgId + ".6"})
-      EXPECT_TRUE(RegistryTreeOf(ToWide(Gone), HKEY_CLASSES_ROOT).empty()) << Gone;
+    EXPECT_EQ(Row.GoesOnUnregistering ? "" : Before, Entries());
+    EXPECT_EQ("", EntriesOf("CLSID\\" + Id) + EntriesOf(ProgId + ".6"));
     RegDeleteTreeA(HKEY_CLASSES_ROOT, ProgId.c_str());
   }
 }
