@@ -217,16 +217,4 @@ TEST(StringLists, AreReadToTheirEndOrTheDatasOrTheRooms) {
     }
 }
 
-TEST(UninstallLog, LosesRecordsFromAnywhere) {
-  TUninstallLog Log;
-  for (const char* Data : {"a", "b", "c", "d"}) Add(Log, Data);
-  EXPECT_EQ(Log.First(), Log.DeleteRecord(Log.First()->Next));
-  EXPECT_EQ(nullptr, Log.DeleteRecord(Log.First()));
-  EXPECT_EQ(Log.First(), Log.DeleteRecord(Log.Last()));
-  Add(Log, "e");
-  EXPECT_EQ((TFacts{{1, 2, "c"}, {1, 2, "e"}}), FactsOf(Log));
-  EXPECT_EQ(Log.First(), Log.Last()->Previous);
-  EXPECT_EQ(2, Log.Count());
-}
-
 }  // namespace

@@ -51,17 +51,6 @@ class DebugLog : public TSandboxTest {
     ReleaseSemaphore(Lock.Get(), 1, nullptr);
     return false;
   }
-  /// What the box about a failing step shows.
-  TMessageBoxFacts BoxOf(const std::string& Message, DWORD Code, const std::string& CodeText) const {
-    return {"Error",
-            Message + "\r\n\r\nError: '" + SystemText(Code) + "' (Error code: " + CodeText + ").",
-            {IDCANCEL, IDRETRY},
-            IDRETRY};
-  }
-  /// The box of whichever process shows one.
-  static HWND AnyBox() { return FindWindowA(MessageBoxClass, "Error"); }
-
-  /// Keeps the module loaded: threads that load and unload it while others start are another matter.
   TComRef<IUDebugLog> Kept = Make<IUDebugLog>(CLSID_UDebugLog);
 };
 
@@ -105,9 +94,11 @@ TEST_F(DebugLog, RepeatsAStepUntilItSucceedsOrTheUserGivesUp) {
       {"CreateFileA", "Cannot open or create '" + LogFile() + "'.", ERROR_ACCESS_DENIED, "5"},
       {"SetFilePointer", "Cannot set pointer in '" + LogFile() + "' .", ERROR_NEGATIVE_SEEK, "83"},
       {"WriteFile", "Cannot write data to '" + LogFile() + "'.", ERROR_IO_DEVICE, "45D"}};
-  const TImportPatch Box("MessageBoxA", RecordedBox);
   for (const auto& [Function, Message, Code, CodeText] : Steps) {
     SCOPED_TRACE(Function);
+    const std::string Error = "\r\n\r\nError: '" + SystemText(Code) + "' (Error code: " + CodeText + ").";
+    const TMessageBoxFacts Expected{"Error", Message + Error, {IDCANCEL, IDRETRY}, IDRETRY};
+    const TImportPatch Box("MessageBoxA", RecordedBox);
     const TFault Fault(Function, {.Times = 3, .Code = Code});
     HRESULT GivenUp = S_OK, Written = S_OK;
     std::string Reason;
@@ -119,7 +110,7 @@ TEST_F(DebugLog, RepeatsAStepUntilItSucceedsOrTheUserGivesUp) {
     for (const int Answer : {IDRETRY, IDCANCEL, IDRETRY}) {
       const HWND Shown = Client.Window(MessageBoxClass);
       ASSERT_NE(nullptr, Shown);
-      EXPECT_EQ(BoxOf(Message, Code, CodeText), FactsOf(Shown));
+      EXPECT_EQ(Expected, FactsOf(Shown));
       EXPECT_EQ(static_cast<UINT>(MB_RETRYCANCEL | MB_ICONERROR | MB_TASKMODAL), BoxStyle);
       EXPECT_EQ(nullptr, GetWindow(Shown, GW_OWNER));
       EXPECT_TRUE(IsHeld()) << "others must not write while the user thinks";
@@ -131,37 +122,7 @@ TEST_F(DebugLog, RepeatsAStepUntilItSucceedsOrTheUserGivesUp) {
     EXPECT_EQ(S_OK, Written);
     EXPECT_FALSE(IsHeld());
   }
-}
-
-/// put-line NAME: to the real debug log, when let go.
-const TRole PutLine("put-line", [](const TWords& Words, TScriptedDialog&) {
-  const auto Log = Make<IUDebugLog>(CLSID_UDebugLog);
-  return RepeatWhenLetGo(1, [&](int) { return Log->Put(1, Text(Words.at(0)), Text("Line"), Text("1")); });
-});
-
-TEST_F(DebugLog, BelongsToOneProcessAndWaitsForNoDeadOne) {
-  ASSERT_EQ(S_OK, Put("First"));
-  const TMessageBoxFacts Expected = BoxOf("Cannot open or create '" + LogFile() + "'.", ERROR_SHARING_VIOLATION, "20");
-  for (const bool Dies : {true, false}) {
-    TChild Other({"put-line", "Other"});
-    ASSERT_TRUE(Other.WaitUntilReady());
-    Other.Continue();
-    ASSERT_TRUE(Until([] { return IsWindowVisible(AnyBox()); }));
-    EXPECT_EQ(Expected, FactsOf(AnyBox()));
-    EXPECT_TRUE(IsHeld());
-    if (Dies) {
-      Other.Kill();
-      HRESULT Result = E_FAIL;
-      TClientThread([&] { Result = Put("Second"); }).Join();
-      EXPECT_EQ(S_OK, Result);
-      EXPECT_FALSE(IsHeld());
-    } else {
-      EXPECT_EQ((TWords{"1 First Line 1", "1 Second Line 1"}), Lines());
-      Press(AnyBox(), IDRETRY);
-      EXPECT_EQ(0u, Other.Wait());
-    }
-  }
-  EXPECT_EQ((TWords{"1 First Line 1", "1 Second Line 1", "1 Other Line 1"}), Lines());
+  EXPECT_EQ((TWords{"1 written Line 1", "1 written Line 1", "1 written Line 1"}), Lines());
   EXPECT_EQ(nullptr, OpenSemaphoreA(SYNCHRONIZE, FALSE, GuidText(CLSID_UDebugLog).c_str()))
       << "it goes with the module";
 }
