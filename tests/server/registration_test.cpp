@@ -2,6 +2,7 @@
 #include "stories/story.h"
 
 #include <set>
+#include <sstream>
 
 namespace {
 
@@ -51,15 +52,17 @@ TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
       OfClasses.insert(
           Entries({"CLSID\\" + GuidText(Class.ClassId), "Interface\\" + GuidText(Class.InterfaceId),
                    "Interface\\" + GuidText(Class.EventsId), "Mendwork." + Class.Name, "Mendwork." + Class.Name + ".6"},
-                  {{GuidText(Class.ClassId), "{class}"},
-                   {GuidText(Class.InterfaceId), "{interface}"},
-                   {GuidText(Class.EventsId), "{events}"},
-                   {Class.Name, "{name}"},
-                   {Module, "{module}"}}));
+                  {{GuidText(Class.ClassId), "CLASS"},
+                   {GuidText(Class.InterfaceId), "INTERFACE"},
+                   {GuidText(Class.EventsId), "EVENTS"},
+                   {Class.Name, "NAME"},
+                   {Module, "MODULE"}}));
     EXPECT_EQ(1u, OfClasses.size()) << "they differ in nothing else";
     const std::string OfLibrary = Entries({"TypeLib\\{D9F421A7-4AF7-47C5-9254-15A3A874CD14}"},
-                                          {{Module, "{module}"}, {Folder, "{folder}"}, {"win64", "win32"}});
-    Tell(std::string(Options) + "\n" + OfLibrary + *OfClasses.begin());
+                                          {{Module, "MODULE"}, {Folder, "FOLDER"}, {"win64", "win32"}});
+    Tell(Options);
+    std::istringstream Lines(OfLibrary + *OfClasses.begin());
+    for (std::string Line; std::getline(Lines, Line);) Tell(Line);
   }
 }
 
