@@ -12,7 +12,8 @@ void SetBaseFolder(const std::string& Path) {
 
 }  // namespace
 
-TSandbox::TSandbox(TLogChoice Choice) : RootDir("C:\\mendwork-tests\\" + std::to_string(GetCurrentProcessId())) {
+TSandbox::TSandbox(TLogChoice Choice)
+    : RootDir("C:\\mendwork-tests\\" + std::to_string(1000000 + GetCurrentProcessId())) {
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   RemoveTree(RootDir);
   MakeFolders(App());
@@ -56,17 +57,6 @@ std::string SystemText(DWORD Code) {
   FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, Code, 0, Buffer, sizeof Buffer,
                  nullptr);
   return Buffer;
-}
-
-std::string TimeText(uint64_t Ticks) {
-  const FILETIME Time = {static_cast<DWORD>(Ticks), static_cast<DWORD>(Ticks >> 32)};
-  SYSTEMTIME Parts;
-  char Date[80] = "", Clock[80] = "";
-  FileTimeToSystemTime(&Time, &Parts);
-  GetDateFormatA(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &Parts, nullptr, Date, sizeof Date);
-  GetTimeFormatA(LOCALE_USER_DEFAULT, 0, &Parts, nullptr, Clock, sizeof Clock);
-  const bool Midnight = Parts.wHour == 0 && Parts.wMinute == 0 && Parts.wSecond == 0;
-  return Midnight ? Date : std::string(Date) + " " + Clock;
 }
 
 GUID Guid(const char* Text) {

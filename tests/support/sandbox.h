@@ -22,7 +22,7 @@ class TSandbox {
   TSandbox(const TSandbox&) = delete;
   TSandbox& operator=(const TSandbox&) = delete;
 
-  /// The sandbox's folder, C:\mendwork-tests\<process id>; App and Base lie in it.
+  /// The sandbox's folder, one for each process, whose name is always as long; App and Base lie in it.
   const std::string& Root() const { return RootDir; }
   std::string App(const std::string& Name = "") const { return Under(RootDir + "\\App", Name); }
   std::string Base(const std::string& Name = "") const { return Under(RootDir + "\\Base", Name); }
@@ -76,9 +76,6 @@ std::string ErrorText();
 
 /// The system's text for an error code, as FormatMessage gives it on this machine.
 std::string SystemText(DWORD Code);
-
-/// A FILETIME as the system writes it: short date and long time of the user's locale, only the date at midnight.
-std::string TimeText(uint64_t Ticks);
 
 /// A GUID from its registry form.
 GUID Guid(const char* Text);

@@ -1,0 +1,191 @@
+#include "base/text.h"
+#include "stories/story.h"
+#include "support/process.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr DWORD Everything = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
+class Files : public TStory {
+ protected:
+  HRESULT Copy(bool Logged, const std::string& Source, const std::string& Dest, long Mode = 0) {
+    return (File.Get()->*(Logged ? &IUFile::CopyFileLogged : &IUFile::CopyFile))(Text(App(Source)), Text(App(Dest)),
+                                                                                 Mode);
+  }
+  /// Flags: R for subfolders, E for empty ones, U for the mask's own.
+  HRESULT Delete(bool Logged, const std::string& Mask, const std::string& Flags = "") {
+    const auto Is = [&](char Flag) { return static_cast<VARIANT_BOOL>(Flags.find(Flag) != std::string::npos); };
+    return (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Text(Mask), Is('R'), Is('E'),
+                                                                                       Is('U'));
+  }
+  static TFileHandle Hold(const std::string& Path) {
+    return TFileHandle(CreateFileA(Path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  }
+  template <class TCall>
+  HRESULT WhileHeld(const std::string& Name, TCall Call) {
+    const TFileHandle Held = Hold(App(Name));
+    return Call();
+  }
+  void LayOut() {
+    for (const char* Name : {"a.log", "b.log\\c.log", "b.log\\deep\\d.log", "mixed\\e.log", "mixed\\keep.txt"})
+      Put(Name, Name, Everything);
+    MakeFolders(App("hollow"));
+    Begin();
+  }
+};
+
+TEST_F(Files, AreSavedAndRecordedBeforeTheyAreChanged) {
+  Put("source", "new content", Everything);
+  Put("dest", "old", FILE_ATTRIBUTE_READONLY);
+  Put("tree\\a.txt", "a", Everything);
+  Put("tree\\sub\\b.txt", std::string(70000, 'b'));
+  MakeFolders(App("tree\\hollow"));
+  Begin();
+  Step("copy over a file", Copy(true, "source", "dest"));
+  Step("check point", Transactions->PutCheckPoint(NumberedGuid(9)));
+  Step("copy to a new name in a new folder", Copy(true, "source", "new\\deep\\dest", 5));
+  Step("delete a tree", Delete(true, App("tree\\*.*"), "REU"));
+  GUID Reached{};
+  Step("back to the check point", Transactions->Rollback(VARIANT_TRUE, &Reached));
+  Tell("reached " + GuidText(Reached));
+  Step("back to the beginning", Transactions->Rollback(VARIANT_FALSE, &Reached));
+  UndoAll();
+  Step("plain copy to a new name", Copy(false, "source", "fresh", 1));
+  Brief("plain copy to a folder that is missing", Copy(false, "source", "none\\dest"));
+  Step("plain copy by time", Copy(false, "source", "dest", 3));
+  Step("plain copy by version", Copy(false, "source", "dest", 4));
+}
+
+/// Files with version information, made by the build: the product version, which decides, grows from the first to the
+/// third; the file version, which is shown, does not. A file without a name has no version.
+struct TModeRow {
+  long Mode;
+  const char *Source, *Dest;
+  uint64_t SourceTime, DestTime;
+  std::vector<long> Answers = {};
+};
+/// A midnight, which is shown without a time of day, the smallest step later, and noon.
+constexpr uint64_t Midnight = 132251616000000000, OneTickLater = Midnight + 1, Noon = Midnight + 432000000000;
+const TModeRow ModeRows[] = {
+    {0, "first", "third", Midnight, Noon},
+    {6, "first", "third", Midnight, Noon},
+    {-1, "first", "third", Midnight, Noon},
+    {1, "third", "first", Noon, Midnight},
+    {2, "second", "first", Midnight, Noon},
+    {2, "first", "second", Noon, Midnight},
+    {2, "third", "second", Midnight, Noon},
+    {2, "second", "second", Noon, Midnight},
+    {2, "", "first", Noon, Midnight},
+    {3, "first", "third", OneTickLater, Midnight},
+    {3, "third", "first", Noon, Noon},
+    {4, "second", "first", Midnight, Noon},
+    {4, "", "", Noon, Midnight, {IDYES, IDYES}},
+    {4, "first", "second", Midnight, Noon, {IDYES, IDNO}},
+    {4, "first", "second", Noon, Midnight, {IDCANCEL, IDOK}},
+    {5, "first", "third", OneTickLater, Midnight},
+    {5, "third", "", Noon, Noon, {IDYES, IDYES}},
+    {5, "third", "", Midnight, Noon, {IDNO, IDCANCEL}},
+};
+
+TEST_F(Files, TheModeDecidesOverAnExistingFile) {
+  for (const TModeRow& Row : ModeRows) {
+    const auto Place = [&](const std::string& Name, const std::string& Version, uint64_t Time) {
+      std::string Content = Version.empty() ? Name : Read(BuiltFile("tests\\versioned\\" + Version + ".dll"));
+      Content.resize(Version.empty() ? 12 : 8192);  // whatever the linker made of it
+      Write(App(Name), Content);
+      SetTimes(App(Name), TreeOf(App())[Name].LastAccess, Time);
+    };
+    for (const bool Logged : {false, true}) {
+      Place("source", Row.Source, Row.SourceTime), Place("dest", Row.Dest, Row.DestTime);
+      Begin();
+      if (!Row.Answers.empty()) Dialog().Answer({Row.Answers[Logged]});
+      Brief("mode " + std::to_string(Row.Mode) + " '" + Row.Source + "' '" + Row.Dest + "'",
+            Copy(Logged, "source", "dest", Row.Mode));
+      if (Logged) UndoAll();
+    }
+  }
+}
+
+TEST_F(Files, ACopyThatCannotBeDoneChangesNothing) {
+  Put("source", "new");
+  Put("dest", "old", Everything);
+  Begin();
+  for (const char* Name : {"source", "SOURCE", ".\\source", "..\\App\\source"}) {
+    Brief(std::string("onto itself, ") + Name, Copy(false, "source", Name));
+    Brief(std::string("logged onto itself, ") + Name, Copy(true, Name, "source", -1));
+  }
+  for (const long Mode : {0, 4, 5})
+    for (const bool Logged : {false, true}) {
+      Brief("missing source, mode " + std::to_string(Mode), Copy(Logged, "missing", "dest", Mode));
+      Brief("held source, mode " + std::to_string(Mode),
+            WhileHeld("source", [&] { return Copy(Logged, "source", "dest", Mode); }));
+    }
+  Brief("held destination", WhileHeld("dest", [&] { return Copy(true, "source", "dest"); }));
+  {
+    const TFault Fault("SetFileTime", {.Times = 1, .Code = ERROR_ACCESS_DENIED});
+    Brief("half done", Copy(true, "source", "dest"));
+  }
+  EXPECT_TRUE(Hold(App("source")) && Hold(App("dest"))) << "nothing stays open";
+  UndoAll();
+}
+
+TEST_F(Files, TheFlagsSayWhatIsDeleted) {
+  LayOut();
+  // A folder that the mask matches is no file: b.log stays without the flag for subfolders.
+  const std::pair<const char*, const char*> Rows[] = {
+      {"*.log", ""},          {"*.log", "E"},          {"b.log\\deep\\*", "U"}, {"b.log\\*", "U"},
+      {"hollow\\*.log", "U"}, {"*.log", "R"},          {"*.log", "RE"},         {"b.log\\*.log", "REU"},
+      {"mixed\\*", "REU"},    {"mixed\\*.log", "REU"}, {"none\\*.*", "RE"},     {"none\\*.*", "U"}};
+  for (const auto& [Mask, Flags] : Rows) {
+    Brief(std::string("logged ") + Mask + " " + Flags, Delete(true, App(Mask), Flags));
+    UndoAll();
+  }
+  const auto Plain = [&](VARIANT_BOOL R, VARIANT_BOOL E, VARIANT_BOOL U) {
+    return File->DeleteFiles(Text(App("b.log\\*.log")), R, E, U);
+  };
+  Brief("plain, empty folders only in the recursion", Plain(0, -1, 0));
+  Brief("plain, any number is true", Plain(1, 2, 3));
+  Step("plain, a missing folder", Delete(false, App("none\\*.*"), "RE"));
+}
+
+TEST_F(Files, AMaskThatCouldReachOthersIsRefused) {
+  LayOut();
+  SetCurrentDirectoryA(App().c_str());
+  std::string Slashes = App("*.log");
+  std::replace(Slashes.begin(), Slashes.end(), '\\', '/');
+  for (const bool Logged : {false, true}) {
+    for (const std::string& Mask : {std::string("*.log"), std::string("C:*.log"), std::string(), Slashes,
+                                    App("b.log/*.log"), App("*.log") + std::string(1, '\0') + "x"})
+      Brief("mask " + std::string(Mask.c_str()), Delete(Logged, Mask, "REU"));
+    // As '?' the first would find every one-letter name, and as the nearest letter the second finds A.log.
+    for (const wchar_t* Name : {L"\\\x4E2D.log", L"\\\x0100.log"})
+      Brief("name that the code page lacks",
+            (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Text(ToWide(App()) + Name), 0,
+                                                                                        0, 0));
+  }
+  Brief("copy to such a name", File->CopyFile(Text(App("a.log")), Text(ToWide(App()) + L"\\\x4E2D"), 0));
+  Brief("logged copy of one", File->CopyFileLogged(Text(ToWide(App()) + L"\\\x0100.log"), Text(App("new")), 0));
+  SetCurrentDirectoryA("C:\\");
+  const std::wstring Odd = ToWide(App("hollow")) + L"\\\x4E2D.log";
+  ASSERT_TRUE(CopyFileW(ToWide(App("a.log")).c_str(), Odd.c_str(), TRUE));
+  Brief("such a name is found", Delete(true, App("hollow\\*.log")));
+  EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Odd.c_str()));
+  SetFileAttributesW(Odd.c_str(), FILE_ATTRIBUTE_NORMAL);
+  DeleteFileW(Odd.c_str());  // the sandbox cannot name it
+}
+
+TEST_F(Files, RollbackLooksAtItsCodesOnly) {
+  Put("other", "other", Everything);
+  GUID Vanished{}, Other{};
+  Backup->BackupString(Text(App("vanished")), &Vanished);
+  Backup->BackupString(Text(App("other")), &Other);
+  Begin();
+  for (const long Code : {0, 4, -1}) Brief("code " + std::to_string(Code), File->Rollback(Code, Other));
+  Brief("created and vanished", File->Rollback(3, Vanished));
+  Brief("created", File->Rollback(3, Other));
+  for (const long Code : {1, 2}) Brief("an item of another kind", File->Rollback(Code, Other));
+}
+
+}  // namespace

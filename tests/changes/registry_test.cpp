@@ -1,0 +1,129 @@
+#include "stories/story.h"
+
+namespace {
+
+/// The operations on values and keys, by the codes of their entries.
+class Registry : public TStory {
+ protected:
+  Registry() {
+    StoreValue(Wide(L"Key"), L"Text", REG_SZ, WideBytes({L"old\0", 4}));
+    StoreValue(Wide(L"Key"), L"Number", REG_DWORD, "1234");
+    StoreValue(Wide(L"Key"), L"Bytes", REG_BINARY, "old bytes");
+    StoreValue(Wide(L"Key\\Sub"), L"Text", REG_EXPAND_SZ, WideBytes({L"%TEMP%\0", 7}));
+    Begin();
+  }
+  static constexpr int Operations = 5;
+  HRESULT Run(int Code, bool Logged, const std::wstring& KeyName, const std::wstring& Name, unsigned long Root = User) {
+    char Bytes[] = "new";
+    IURegistry& R = *TStory::Registry.Get();
+    const Text Key(KeyName), Value(Name), New("n\xE4w \x80");
+    switch (Code) {
+      case 0:
+        return Logged ? R.DeleteRegKeyLogged(Root, Key) : R.DeleteRegKey(Root, Key);
+      case 1:
+        return Logged ? R.DeleteRegKeyValueLogged(Root, Key, Value) : R.DeleteRegKeyValue(Root, Key, Value);
+      case 2:
+        return Logged ? R.SetBinaryValueLogged(Root, Key, Value, Bytes, 3)
+                      : R.SetBinaryValue(Root, Key, Value, Bytes, 3);
+      case 3:
+        return Logged ? R.SetDwordValueLogged(Root, Key, Value, 0xFFFFFFFF)
+                      : R.SetDwordValue(Root, Key, Value, 0xFFFFFFFF);
+      default:
+        return Logged ? R.SetStringValueLogged(Root, Key, Value, New) : R.SetStringValue(Root, Key, Value, New);
+    }
+  }
+};
+const wchar_t* const ValueNames[] = {L"", L"Text", L"Bytes", L"Number", L"Text"};
+
+TEST_F(Registry, IsSavedAndRecordedBeforeItIsChanged) {
+  for (int Code = 0; Code < Operations; ++Code) {
+    Step("logged operation " + std::to_string(Code), Run(Code, true, Wide(L"Key"), ValueNames[Code]));
+    Tell("now " + testing::PrintToString(Value(L"Key", ValueNames[Code])));
+    Code < 2 ? Step("its rollback", RollBack()) : Brief("its rollback", RollBack());
+  }
+  UndoAll();
+  for (int Code = Operations - 1; Code >= 0; --Code)
+    Brief("all after each other", Run(Code, true, Wide(L"Key"), L"Text"));
+  UndoAll();
+  for (int Code = 0; Code < Operations; ++Code)
+    Step("logged on nothing", Run(Code, true, Wide(L"New\\Deep\\Key"), ValueNames[Code]));
+  for (int Code = 0; Code < Operations; ++Code) Brief("plain", Run(Code, false, Wide(L"New"), ValueNames[Code]));
+}
+
+TEST_F(Registry, RollsBackItsOwnCodesFromItsOwnItemsOnly) {
+  for (const long Code : {5, -1, 0x7FFFFFFF})
+    Brief("code of nobody", TStory::Registry->Rollback(Code, NumberedGuid(1)));
+  const GUID Other = Stored("\1\0\0\0");
+  for (const long Code : {0, 1, 4}) Brief("item of another kind", TStory::Registry->Rollback(Code, Other));
+}
+
+TEST_F(Registry, APlaceThatNoCallTakesIsRefused) {
+  struct TRow {
+    unsigned long Root;
+    std::wstring KeyName, ValueName;
+  };
+  const TRow Rows[] = {{0, Wide(L"Key"), L"Text"},
+                       {0x7FFFFFFF, Wide(L"Key"), L"Text"},
+                       {0x80000006, Wide(L"Key"), L"Text"},
+                       {User, Wide(L"Key\\" + std::wstring(256, L'k') + L"\\x"), L"Text"},
+                       {User, Wide(std::wstring(L"Key\0x", 5)), L"Text"},
+                       {User, Wide(L"Key\\\x0416"), L"Text"},
+                       {User, L"\\\\", L"Text"},
+                       {User, Wide(L"Key"), std::wstring(16384, L'v')},
+                       {User, Wide(L"Key"), L"T\x0113xt"}};
+  for (const TRow& Row : Rows)
+    for (int Code = 0; Code < Operations; ++Code) {
+      // The values of a root are no danger, and a deleted key has no value's name.
+      if (Code == 0 ? Row.ValueName != L"Text" : Row.KeyName == L"\\\\") continue;
+      for (const bool Logged : {false, true})
+        Brief("operation " + std::to_string(Code), Run(Code, Logged, Row.KeyName, Row.ValueName, Row.Root));
+    }
+  char Byte = 0;
+  for (const auto& [Buffer, Size] : std::initializer_list<std::pair<void*, long>>{{&Byte, -1}, {nullptr, 1}}) {
+    Brief("buffer", TStory::Registry->SetBinaryValue(User, Text(Key("Key")), Text("Bytes"), Buffer, Size));
+    Brief("logged buffer", TStory::Registry->SetBinaryValueLogged(User, Text(Key("Key")), Text("Bytes"), Buffer, Size));
+  }
+  Brief("no buffer and no bytes", TStory::Registry->SetBinaryValue(User, Text(Key("A")), Text(""), nullptr, 0));
+}
+
+TEST_F(Registry, WhatTheCodePageLacksIsNotSavedAndSoNotDeleted) {
+  struct TRow {
+    std::wstring Subkey, Name;
+    DWORD Type;
+    std::string Data;
+  };
+  const TRow Rows[] = {{L"", L"Lost", REG_EXPAND_SZ, WideBytes(L"a\x0416")},
+                       {L"", L"Lost", REG_MULTI_SZ, WideBytes(L"\x0113")},
+                       {L"", L"Lost", REG_SZ, "odd"},
+                       {L"", L"Lost\x0416", REG_DWORD, "1234"},
+                       {L"\\Lost\x0416", L"", REG_DWORD, "1234"}};
+  for (const TRow& Row : Rows) {
+    StoreValue(Wide(L"Key") + Row.Subkey, Row.Name, Row.Type, Row.Data);
+    Begin();
+    Brief("not in the code page", Run(0, true, Wide(L"Key"), L""));
+    RegDeleteTreeW(HKEY_CURRENT_USER, (Wide(L"Key") + (Row.Subkey.empty() ? L"\\none" : Row.Subkey)).c_str());
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, Wide(L"Key").c_str(), Row.Name.c_str());
+  }
+}
+
+TEST_F(Registry, ATreeOfEveryTypeComesBackAsItWas) {
+  const std::wstring Top = Wide(L"Tree"), Deep = Top + L"\\\x00DC b e r \x20AC\\1\\2\\3\\" + std::wstring(200, L'k');
+  for (const std::wstring& KeyName : {Top, Deep})
+    for (const DWORD Type : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0x12345678}) {
+      const std::wstring Name = L"type " + std::to_wstring(Type);
+      StoreValue(KeyName, Name, Type, WideBytes({L"\x00E4\x20AC\x2122\0b\0", 6}));
+      StoreValue(KeyName, Name + L" without terminator", Type, WideBytes(L"%PATH%"));
+      StoreValue(KeyName, Name + L" empty", Type, "");
+    }
+  StoreValue(Top, L"", REG_SZ, WideBytes({L"the default value\0", 18}));
+  StoreValue(Top, L" \x00E4\x20AC\\=\"\",\r\n", REG_LINK, "odd");
+  StoreValue(Top, std::wstring(16383, L'n'), REG_BINARY, "long");
+  StoreValue(Top, L"big text", REG_SZ, WideBytes(std::wstring(1 << 20, L'\x20AC')));
+  const TRegistryTree Before = Tree();
+  ASSERT_EQ(S_OK, Run(0, true, Top, L"")) << ErrorText();
+  ASSERT_NE(Before, Tree());
+  ASSERT_EQ(S_OK, RollBack()) << ErrorText();
+  EXPECT_EQ("", Difference(Before, Tree()));
+}
+
+}  // namespace

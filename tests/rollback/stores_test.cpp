@@ -1,0 +1,347 @@
+#include "formats/backup_items.h"
+#include "stories/story.h"
+
+namespace {
+
+// ---- The transaction log
+
+const GUID UndoClass = Guid("{6E1C0B5A-92D4-4F0B-8C57-3B1D0A9E7F42}"), Late = NumberedGuid(0x1A7E);
+
+/// An object of a class that undoes changes, the active one of that class for as long as it lives: it notes what it is
+/// called back with and answers as told.
+class TUndoTarget {
+ public:
+  explicit TUndoTarget(const GUID& ClassId) : Entry(RegisterActive(Object.Get(), ClassId)) {}
+  ~TUndoTarget() { RevokeActive(Entry); }
+  std::string Calls() const { return "undone " + std::exchange(Object->Calls, ""); }
+  void Answer(std::function<HRESULT()> OnRollback) { Object->OnRollback = std::move(OnRollback); }
+
+ private:
+  struct TObject final : TDouble<IUCanRollback> {
+    STDMETHOD(Rollback)(long Code, GUID DataID) override {
+      Calls += std::to_string(Code) + " " + std::to_string(DataID.Data4[7]) + ", ";
+      return OnRollback ? OnRollback() : S_OK;
+    }
+    std::string Calls;
+    std::function<HRESULT()> OnRollback;
+  };
+  TComRef<TObject> Object{new TObject};
+  DWORD Entry;
+};
+
+class TransactionLog : public TStory {
+ protected:
+  HRESULT Put(int Code) { return Transactions->Put(UndoClass, Code, NumberedGuid(Code)); }
+  /// Entries of the undoing class, each a digit, its code; "~" is a torn end, "-" no file.
+  void Plant(const std::string& File, const std::string& Digits) {
+    std::string Content;
+    for (const char Digit : Digits)
+      Content += Digit == '~' ? "torn" : RecordOf(UndoClass, Digit - '0', NumberedGuid(Digit - '0'));
+    DeleteFileA(Service(File).c_str());
+    if (Digits != "-") Write(Service(File), Content);
+  }
+
+  TUndoTarget Target{UndoClass};
+};
+
+TEST_F(TransactionLog, IsWalkedBackToTheCheckPointAndToTheBeginning) {
+  Step("put", Transactions->Put(Guid("{00112233-4455-6677-8899-AABBCCDDEEFF}"), -2, NumberedGuid(0x01020304)));
+  EXPECT_EQ(std::string("\x33\x22\x11\x00\x55\x44\x77\x66\x88\x99\xAA\xBB\xCC\xDD\xEE\xFF\xFE\xFF\xFF\xFF"
+                        "\0\0\0\0\0\0\0\0\0\0\0\0\x01\x02\x03\x04",
+                        36),
+            Read(Service("update.prt")));
+  Plant("update.prt", "12");
+  Step("check point", Transactions->PutCheckPoint(NumberedGuid(9)));
+  for (const int Code : {3, 4}) Brief("put", Put(Code));
+  for (const VARIANT_BOOL OnlyToCheckPoint : {VARIANT_TRUE, VARIANT_TRUE, VARIANT_FALSE, VARIANT_FALSE}) {
+    GUID Reached = NumberedGuid(77);
+    Step("rollback " + std::to_string(OnlyToCheckPoint), Transactions->Rollback(OnlyToCheckPoint, &Reached));
+    Tell(Target.Calls() + "reached " + GuidText(Reached));
+  }
+  Brief("put", Put(5));
+  Brief("nowhere to tell", Transactions->Rollback(VARIANT_FALSE, nullptr));
+}
+
+TEST_F(TransactionLog, ALeftOverCopyIsPutBackFirst) {
+  const std::pair<const char*, const char*> Rows[] = {{"-", "12"},  {"", "1"},  {"", "-"},   {"", "~"},
+                                                      {"12", "1~"}, {"12", ""}, {"1", "12"}, {"12", "-"}};
+  for (const auto& [Copy, Log] : Rows)
+    for (const bool Puts : {true, false}) {
+      Plant("update.prt", Log), Plant("update.prt.bkp", Copy);
+      Begin();
+      Brief("copy '" + std::string(Copy) + "' log '" + Log + (Puts ? "' put" : "' rollback"),
+            Puts ? Put(7) : RollBack());
+      Tell(Target.Calls());
+    }
+}
+
+TEST_F(TransactionLog, ATornLogIsRefusedAndNotChanged) {
+  for (const auto& Call : {std::function([this] { return Put(3); }), std::function([] { return RollBack(); })}) {
+    Plant("update.prt", "1~"), Plant("update.prt.bkp", "-");
+    for (int Time = 0; Time < 2; ++Time) Brief("torn", Call());
+  }
+  EXPECT_EQ("undone ", Target.Calls());
+}
+
+TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
+  for (const GUID& Id : {CLSID_UTransactionLog, Late}) {
+    Write(Service("update.prt"), RecordOf(UndoClass, 1, NumberedGuid(1)) + RecordOf(CLSID_UCanRollback, 5, GUID{}) +
+                                     RecordOf(Id, 5, GUID{}) + RecordOf(UndoClass, 2, NumberedGuid(2)));
+    DeleteFileA(Service("update.prt.bkp").c_str());
+    for (int Time = 0; Time < 2; ++Time) Brief("stuck", RollBack());
+  }
+  Tell(Target.Calls());
+  const TUndoTarget Now(Late);
+  Brief("a failure of the target's own", (Target.Answer([] {
+          TComRef<ICreateErrorInfo> Maker;
+          TComRef<IErrorInfo> Info;
+          CreateErrorInfo(Maker.Out());
+          Maker->SetDescription(Text("The thing is in use, \xE4h."));
+          Maker->QueryInterface(IID_IErrorInfo, Info.OutVoid());
+          SetErrorInfo(0, Info.Get());
+          return static_cast<HRESULT>(0x80040ABC);
+        }),
+                                          RollBack()));
+  Tell(Now.Calls() + Target.Calls());
+  Target.Answer([this] {
+    GUID Unused = NumberedGuid(77);
+    EXPECT_EQ(E_UNEXPECTED, Put(8)) << "it would wait for itself";
+    EXPECT_NE("", ErrorText());
+    EXPECT_EQ(E_UNEXPECTED, Transactions->Rollback(VARIANT_TRUE, &Unused));
+    return S_OK;
+  });
+  Brief("called back from an undo", RollBack());
+  Tell(Target.Calls());
+  Brief("the lock is free again", Put(3));
+}
+
+// ---- An entry of the updater's own
+
+std::vector<std::pair<WPARAM, LPARAM>> Messages;
+LRESULT CALLBACK NoteMessage(HWND Window, UINT Message, WPARAM WParam, LPARAM LParam) {
+  constexpr UINT RollbackMessage = 0x7EB;
+  if (Message == RollbackMessage) Messages.emplace_back(WParam, LParam);
+  return DefWindowProcA(Window, Message, WParam, LParam);
+}
+
+TEST_F(TransactionLog, TheUpdatersEntryGoesToItsWindowOrToItsClass) {
+  constexpr int Code = -3;
+  constexpr char Title[] = "Orvane Updater - Update progress";
+  const GUID Updater = Guid("{E39B3518-306A-4B3F-9095-5A3226FF60C9}");
+  WNDCLASSA Class{};
+  Class.lpfnWndProc = NoteMessage;
+  Class.lpszClassName = "TMainForm";
+  RegisterClassA(&Class);
+  Transactions->Put(Updater, Code, NumberedGuid(4));
+  const HWND Other = CreateWindowA("STATIC", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(REGDB_E_CLASSNOTREG, RollBack());
+  const TUndoTarget Object(Updater);
+  const HWND Window = CreateWindowA("TMainForm", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(S_OK, RollBack());
+  // A negative code arrives as the signed number that it is, whatever the width of a message parameter.
+  EXPECT_EQ((std::vector{std::pair{static_cast<WPARAM>(Code), LPARAM{0}}}), Messages);
+  EXPECT_EQ("undone ", Object.Calls());
+  DestroyWindow(Window);
+  Transactions->Put(Updater, Code, NumberedGuid(4));
+  EXPECT_EQ(S_OK, RollBack());
+  EXPECT_EQ("undone -3 4, ", Object.Calls());
+  DestroyWindow(Other);
+}
+
+// ---- The history
+
+class HistoryGroups : public TStory {
+ protected:
+  const GUID Group = NumberedGuid(1), Other = NumberedGuid(2);
+  HRESULT Get(const GUID& Id) {
+    long Code = 99;
+    GUID DataID = NumberedGuid(99);
+    VARIANT_BOOL NoMore = 99, CheckPoint = 99;
+    const HRESULT Result = History->Get(Id, &Code, &DataID, &NoMore, &CheckPoint);
+    Tell("got " + std::to_string(Code) + " " + std::to_string(DataID.Data4[7]) + ", no more " + std::to_string(NoMore) +
+         ", check point " + std::to_string(CheckPoint));
+    return Result;
+  }
+};
+
+TEST_F(HistoryGroups, GiveBackLastInFirstOut) {
+  Step("put", History->Put(Group, 7, NumberedGuid(11)));
+  Step("check point", History->PutCheckPoint(Group, NumberedGuid(12)));
+  Brief("a code of 0 alone", History->Put(Group, 0, NumberedGuid(13)));
+  Brief("another group", History->Put(Other, -5, NumberedGuid(14)));
+  EXPECT_EQ(RecordOf(Group, 7, NumberedGuid(11)) + RecordOf(CLSID_UHistory, 0, NumberedGuid(12)) +
+                RecordOf(Group, 0, NumberedGuid(13)),
+            Read(Service("History\\" + GuidText(Group))));
+  for (int Time = 0; Time < 4; ++Time) {
+    Step("get", Get(Group));
+    Step("delete", History->DeleteLastRecord(Group));
+  }
+  Brief("get", Get(Group));
+  Brief("another group", Get(Other));
+  {
+    // The first write makes the group's file anew from the copy.
+    const TFault Fault("WriteFile", {1, 1, ERROR_DISK_FULL});
+    Brief("put fails", History->Put(Other, 8, NumberedGuid(15)));
+  }
+  Brief("get", Get(Other));
+  Step("clear", History->ClearAll(Other));
+  Brief("clear again", History->ClearAll(Other));
+}
+
+TEST_F(HistoryGroups, ALeftOverCopyIsPutBackFirst) {
+  const std::string File = Service("History\\" + GuidText(Group)), Old = RecordOf(Group, 7, NumberedGuid(11));
+  const std::function<HRESULT()> Calls[] = {[&] { return Get(Group); }, [&] { return History->Put(Group, 8, GUID{}); },
+                                            [&] { return History->DeleteLastRecord(Group); },
+                                            [&] { return History->ClearAll(Group); }};
+  for (const std::string& Copy : {Old, std::string()})
+    for (const bool Torn : {true, false})
+      for (const auto& Call : Calls) {
+        DeleteFileA(File.c_str());
+        if (Torn) Write(File, Old + "torn");
+        Write(File + ".bkp", Copy);
+        Begin();
+        Brief("copy of " + std::to_string(Copy.size()) + (Torn ? " beside a torn group" : ""), Call());
+      }
+}
+
+// ---- The backup store
+
+class BackupStore : public TStory {
+ protected:
+  HRESULT RestoreString(const GUID& DataID) {
+    TBstr Str;
+    const HRESULT Result = Backup->RestoreString(DataID, Str.Out());
+    Tell("restored " + testing::PrintToString(Take(Str)));
+    return Result;
+  }
+  HRESULT RestoreData(const GUID& DataID) {
+    void* Buffer = &Buffer;
+    long Size = 0;
+    const HRESULT Result = Backup->RestoreData(DataID, &Buffer, &Size);
+    const TTaskMemory Memory(Buffer);
+    Tell("restored " + (Buffer ? std::to_string(Size) + " bytes" : "nothing"));
+    if (Buffer) Restored.assign(static_cast<char*>(Buffer), static_cast<size_t>(Size));
+    return Result;
+  }
+  /// The item of one part of a set or key.
+  template <class TItem>
+  GUID Part(const TItem& Fields) {
+    return Stored(EncodeItem(Fields));
+  }
+  std::string Restored;
+};
+
+TEST_F(BackupStore, KeepsTextsAndBytes) {
+  GUID Str{}, Data = NumberedGuid(77);
+  for (const std::wstring& Value : {std::wstring(), std::wstring(L"\u00E4\u20ACa\u4E2Db\0c", 7)}) {
+    Step("string", Backup->BackupString(Text(Value), &Str));
+    Tell(testing::PrintToString(Read(ItemPath(Str))));
+    for (int Time = 0; Time < 2; ++Time) Step("restored", RestoreString(Str));
+  }
+  for (std::string Bytes : {std::string(), std::string(100000, 'x') + '\0'}) {
+    Step("data", Backup->BackupData(Bytes.data(), static_cast<long>(Bytes.size()), &Data));
+    EXPECT_TRUE(std::string("\3\0\0\0", 4) + Bytes == Read(ItemPath(Data)));
+    Step("restored", RestoreData(Data));
+    EXPECT_TRUE(Bytes == Restored);
+  }
+  char Byte = 0;
+  Brief("negative size", Backup->BackupData(&Byte, -1, &Data));
+  Brief("no buffer", Backup->BackupData(nullptr, 1, &Data));
+  Brief("string as data", RestoreData(Str));
+  Brief("data as string", RestoreString(Data));
+}
+
+TEST_F(BackupStore, KeepsFilesAsTheFlagsSay) {
+  Put("a.txt", "a", FILE_ATTRIBUTE_READONLY);
+  Put("b.bin", "not saved");
+  Put("sub\\c.txt", "", FILE_ATTRIBUTE_HIDDEN);
+  Put("sub\\deep.er\\d.txt", std::string(70000, 'd'), FILE_ATTRIBUTE_SYSTEM);
+  MakeFolders(App("void"));
+  const TTree All = TreeOf(App());
+  for (const std::string Flags : {"", "DU", "R", "RU", "RD", "RDU"}) {
+    const auto Is = [&](char Flag) {
+      return static_cast<VARIANT_BOOL>(Flags.find(Flag) == std::string::npos ? 0 : -1);
+    };
+    Plant(App(), All);
+    Begin();
+    GUID DataID{};
+    const HRESULT Saved = Backup->BackupFilesLogged(Text(App("*.txt")), Is('R'), Is('D'), Is('U'), &DataID);
+    Flags == "RDU" ? Step("flags " + Flags, Saved) : Brief("flags " + Flags, Saved);
+    RemoveTree(App());
+    if (Flags == "RD") Write(App("a.txt"), "changed since");
+    UndoAll();
+    Brief("again", Backup->RestoreFiles(DataID));
+  }
+  const std::string Name = "C:\\mendwork-root-test";
+  GUID DataID{};
+  Write(Name, "");
+  SetTimes(Name, 160000000000000000, 132250969220000000);
+  Begin();
+  Step("a drive's root", Backup->BackupFiles(Text(Name + "*"), 0, 0, -1, &DataID));
+  EXPECT_TRUE(DeleteFileA(Name.c_str()));
+  Step("nothing", Backup->BackupFiles(Text(App("missing\\*.*")), -1, -1, 0, &DataID));
+  Brief("which folder would that be", Backup->BackupFiles(Text("*.txt"), 0, 0, 0, &DataID));
+}
+
+TEST_F(BackupStore, KeepsValuesAndKeys) {
+  StoreValue(Wide(L"Key"), L"n\x00E4me", REG_BINARY, "\xFF\x01");
+  StoreValue(Wide(L"Key"), L"", REG_SZ, WideBytes({L"d\x20AC\0", 3}));
+  StoreValue(Wide(L"Key\\Sub\\Deep"), L"empty", REG_DWORD, "");
+  Begin();
+  GUID Value{}, All{}, Alone{};
+  Step("value", Backup->BackupRegKeyValueLogged(User, Text(Key("Key")), Text("n\xE4me"), &Value));
+  Step("key", Backup->BackupRegKeyLogged(User, Text(Key("Key")), VARIANT_TRUE, &All));
+  Brief("key without subkeys", Backup->BackupRegKey(User, Text(Key("Key")), VARIANT_FALSE, &Alone));
+  DeleteKeyTree(Wide(L"Key"));
+  Step("without subkeys", Backup->RestoreRegKey(Alone));
+  StoreValue(Wide(L"Key"), L"", REG_DWORD, "9999");
+  StoreValue(Wide(L"Key\\Added"), L"", REG_DWORD, "9999");
+  Begin();
+  Step("merged", Backup->RestoreRegKey(All));
+  Brief("again", Backup->RestoreRegKey(All));
+  Brief("value", Backup->RestoreRegKeyValue(Value));
+  DeleteKeyTree(Wide(L"Key"));
+  UndoAll();
+  for (const long Code : {0, 3, 5}) Brief("code of nobody", Backup->Rollback(Code, NumberedGuid(1)));
+  for (const long Code : {1, 2, 4}) Brief("no item", Backup->Rollback(Code, NumberedGuid(1)));
+  Brief("no such value", Backup->BackupRegKeyValue(User, Text(Key("Key")), Text("none"), &Value));
+}
+
+TEST_F(BackupStore, RefusesDamagedItemsAndChangesNothing) {
+  Put("app.dll", "precious", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+  Begin();
+  const std::string Beyond(1, '\0'), CutShort("\0.bak", 5);
+  constexpr uint64_t Time = 0x01C0000000000000;
+  const TSingleFileItem Single{App("app.dll"), FILE_ATTRIBUTE_NORMAL, Time, Time, Time},
+      OtherPath{App("app.dll") + CutShort, FILE_ATTRIBUTE_NORMAL, Time, Time, Time};
+  const auto SetOf = [&](const GUID& Part) { return this->Part(TFileSetItem{{BytesOf(Part)}, {}, {}}); };
+  const TRegistryValueItem Value{User, Key("Key"), "Name", REG_BINARY, {'d'}},
+      OtherName{User, Key("Key"), "Name" + CutShort, REG_BINARY, {'d'}};
+  const TRegistryKeyItem Saved{User, Key("Key"), {BytesOf(Part(Value))}, {}}, OtherRoot{1, Key("Key"), {}, {}};
+  for (const std::string& Content :
+       {std::string(), EncodeItem(Single).substr(0, 4), EncodeItem(OtherPath), EncodeItem(Value)})
+    Brief("file", Backup->RestoreFiles(SetOf(Stored(Content))));
+  for (const std::string& Content : {EncodeItem(TFileSetItem{}).substr(0, 15), EncodeItem(TFileSetItem{}) + Beyond})
+    Brief("set", Backup->RestoreFiles(Stored(Content)));
+  for (const std::string& Content : {EncodeItem(OtherName), EncodeItem(Value) + Beyond, EncodeItem(Saved)})
+    Brief("value", Backup->RestoreRegKeyValue(Stored(Content)));
+  for (const std::string& Content : {EncodeItem(OtherRoot), EncodeItem(Saved) + Beyond, EncodeItem(Value)})
+    Brief("key", Backup->RestoreRegKey(Stored(Content)));
+  // Of a key whose last part is damaged, nothing is written.
+  const GUID Damaged = Stored(EncodeItem(Value) + Beyond),
+             Sub = Part(TRegistryKeyItem{User, Key("Sub"), {BytesOf(Damaged)}, {}});
+  Brief("part of a key",
+        Backup->RestoreRegKey(Part(TRegistryKeyItem{User, Key("Key"), {BytesOf(Part(Value))}, {BytesOf(Sub)}})));
+  // Items that contain themselves; the same one twice, side by side, is no circle.
+  const GUID Circle = NumberedGuid(1001), Ring = NumberedGuid(1002);
+  Write(ItemPath(Circle), EncodeItem(TFileSetItem{{}, {}, {BytesOf(Circle)}}));
+  Write(ItemPath(Ring), EncodeItem(TRegistryKeyItem{User, Key("Key"), {}, {BytesOf(Ring)}}));
+  Brief("set in itself", Backup->RestoreFiles(Circle));
+  Brief("key in itself", Backup->RestoreRegKey(Ring));
+  const TGuidBytes Empty = BytesOf(Part(TFileSetItem{}));
+  Brief("set twice", Backup->RestoreFiles(Part(TFileSetItem{{}, {}, {Empty, Empty}})));
+  Brief("good key", Backup->RestoreRegKey(Part(Saved)));
+  Brief("good file", Backup->RestoreFiles(SetOf(Part(Single))));
+}
+
+}  // namespace

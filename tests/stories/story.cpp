@@ -1,0 +1,238 @@
+#include "stories/story.h"
+
+#include "base/text.h"
+#include "support/process.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+namespace {
+
+TMemoryLog* Lines = nullptr;
+void Note(const std::string& What) { Lines->Lines.push_back({0, "", What, ""}); }
+
+DWORD WINAPI NoteWait(HANDLE Handle, DWORD Milliseconds) {
+  const DWORD Result = WaitForSingleObject(Handle, Milliseconds);
+  Note("waits");
+  return Result;
+}
+BOOL WINAPI NoteRelease(HANDLE Semaphore, LONG Count, LONG* Before) {
+  Note("gives the semaphore");
+  return ReleaseSemaphore(Semaphore, Count, Before);
+}
+BOOL WINAPI NoteLeave(HANDLE Mutex) {
+  Note("gives the mutex");
+  return ReleaseMutex(Mutex);
+}
+
+/// Not every platform keeps the creation time, so it is given here, and told on its way back.
+BOOL WINAPI GetTimes(HANDLE File, FILETIME* Creation, FILETIME* Access, FILETIME* LastWrite) {
+  const BOOL Result = GetFileTime(File, Creation, Access, LastWrite);
+  *Creation = {0x12345678, 0x01C12345};
+  return Result;
+}
+BOOL WINAPI NoteTimes(HANDLE File, const FILETIME* Creation, const FILETIME* Access, const FILETIME* LastWrite) {
+  Note("created at " + std::to_string(Creation->dwHighDateTime) + " " + std::to_string(Creation->dwLowDateTime));
+  return SetFileTime(File, Creation, Access, LastWrite);
+}
+
+void Replace(std::string& Text, const std::string& What, const std::string& By) {
+  for (size_t At = 0; !What.empty() && (At = Text.find(What, At)) != std::string::npos; At += By.size())
+    Text.replace(At, What.size(), By);
+}
+
+/// What is the same in two routines that do the same.
+std::string WithoutGuids(std::string Text) {
+  for (size_t At = 0; (At = Text.find('{', At)) != std::string::npos;) Text.erase(At, 38);
+  return Text;
+}
+
+/// The class that a GUID names, or "".
+std::string ClassName(const std::string& Id) {
+  LPOLESTR Name = nullptr;
+  if (FAILED(ProgIDFromCLSID(Guid(Id.c_str()), &Name))) return "";
+  const TTaskMemory Memory(Name);
+  std::string Words = ToAnsi(Name);  // Mendwork.CLASS.VERSION
+  return Words.substr(0, Words.rfind('.')).substr(Words.find('.') + 1);
+}
+
+}  // namespace
+
+TStory::TStory()
+    : Waits("WaitForSingleObject", NoteWait),
+      Releases("ReleaseSemaphore", NoteRelease),
+      Leaves("ReleaseMutex", NoteLeave),
+      Gets("GetFileTime", GetTimes),
+      Sets("SetFileTime", NoteTimes) {
+  Lines = &Log();
+  Begin();
+}
+
+void TStory::TearDown() {
+  const testing::TestInfo& Test = *testing::UnitTest::GetInstance()->current_test_info();
+  const std::string Name = std::string(Test.test_suite_name()) + "." + Test.name() + ".txt";
+  const std::string Kept = "Z:" MENDWORK_TEST_FILES "/stories/" + Name;
+  const std::string Wanted = Exists(Kept) ? Read(Kept) : "";
+  std::string Line, Other;
+  if (Wanted == Told) return;
+  const std::string Actual = BuiltFile("tests\\stories\\" + Name);
+  Write(Actual, Told);
+  std::istringstream Ours(Told), Theirs(Wanted);
+  int Number = 1;
+  for (; std::getline(Ours, Line) && std::getline(Theirs, Other) && Line == Other; ++Number) Other.clear();
+  ADD_FAILURE() << Name << ", line " << Number << ":\n  " << Line << "\ninstead of\n  " << Other
+                << "\nwhole: " << Actual;
+}
+
+void TStory::Begin() {
+  Remember();
+  Start = Last;
+  Start.Entries.clear();
+}
+
+void TStory::Remember() {
+  Log().Lines.clear();
+  Dialog().Boxes.clear();
+  Last = Now();
+}
+
+/// The system's own files, by kind and size where they are items.
+TStory::TState TStory::Now() const {
+  TState State{TreeOf(App()), Tree(), Entries(), {}, {}};
+  for (const auto& [Name, Entry] : TreeOf(Service())) {
+    const std::string Size = std::to_string(Entry.Content.size()) + ", ";
+    if (Name.starts_with("Backup\\{"))
+      State.Items.insert("item " + std::to_string(Entry.Content.empty() ? -1 : Entry.Content[0]) + " of " + Size);
+    else if (Name.back() != '\\')
+      State.Service += Name + " of " + Size;
+  }
+  return State;
+}
+
+/// The transaction log's entries, class and code.
+std::string TStory::Entries() const {
+  constexpr size_t Size = 36, CodeAt = 16, DataAt = 20;
+  const std::string Content = Exists(Service("update.prt")) ? Read(Service("update.prt")) : "";
+  std::string Result;
+  for (size_t At = 0; At + Size <= Content.size(); At += Size) {
+    GUID Id, DataID;
+    int Code = 0;
+    std::memcpy(&Id, &Content[At], sizeof Id);
+    std::memcpy(&Code, &Content[At + CodeAt], sizeof Code);
+    std::memcpy(&DataID, &Content[At + DataAt], sizeof DataID);
+    Result += GuidText(Id) + " " + std::to_string(Code) + " " + GuidText(DataID) + ", ";
+  }
+  return Result + (Content.size() % Size ? "torn" : "");
+}
+
+/// What changes from run to run gets a name.
+std::string TStory::Plain(std::string Text) const {
+  constexpr size_t GuidSize = 38;
+  for (const DWORD Code : {2, 3, 5, 32, 112, 123, 126, 127, 183, 193})
+    Replace(Text, SystemText(Code), "<" + std::to_string(Code) + ">");
+  Replace(Text, Root(), "R:");
+  std::string Slashes = Root();
+  std::replace(Slashes.begin(), Slashes.end(), '\\', '/');
+  Replace(Text, Slashes, "R:");
+  Replace(Text, "\r\n", "|");
+  for (size_t At = 0; (At = Text.find('{', At)) != std::string::npos && At + GuidSize <= Text.size();) {
+    const std::string Id = Text.substr(At, GuidSize);
+    if (Id.back() != '}') break;
+    auto Known = std::ranges::find(GuidNames, Id);
+    std::string Name = ClassName(Id);
+    if (Name.empty() && Known == GuidNames.end()) Known = GuidNames.insert(GuidNames.end(), Id);
+    if (Name.empty()) Name = "#" + std::to_string(Known - GuidNames.begin());
+    Text.replace(At, GuidSize, Name);
+  }
+  for (const char* Root : {"HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\"})
+    for (const char* Wrapper : {"RegSetValueEx", "RegEnumValue", "RegEnumKeyEx", "RegCloseKey", "GetKeyInfo",
+                                "GetDataSizeAndType", "GetData"}) {
+      const std::string Begin = Wrapper + std::string(" ") + Root;
+      const size_t Place = Text.find(Begin), Key = Text.find(' ', Place + Begin.size());
+      if (Place == std::string::npos || Key == std::string::npos) continue;
+      Text.replace(Key + 1, Text.find_first_not_of("0123456789", Key + 1) - Key - 1, "handle");
+      break;
+    }
+  std::string Result;
+  for (const char Byte : Text) {
+    char Code[8] = {Byte};
+    if (Byte < ' ') std::snprintf(Code, sizeof Code, "\\x%02X", Byte & 0xFF);
+    Result += Code;
+  }
+  return Result.substr(0, Result.find_last_not_of(" ,") + 1);
+}
+
+void TStory::TellLines() {
+  using TLine = TMemoryLog::TLine;
+  const std::vector<TLine>& All = Log().Lines;
+  const auto First = std::ranges::find_if(All, [](const TLine& Line) { return Line.Id != 0; });
+  for (auto At = All.begin(); At != All.end(); ++At) {
+    const bool Wrapper = At->Name == "Common", Begins = At->Action == "Begin";
+    // A wrapper's bare End says nothing new.
+    if (Wrapper && At->Action == "End" && At->Text.find(' ') == std::string::npos) continue;
+    std::string Words = Wrapper && At->Text.starts_with("Retry") ? At->Text.substr(5) : At->Text;
+    if (!Wrapper || !Begins) Words = At->Action + (Words.empty() ? "" : " " + Words);
+    if (!Wrapper && Begins) {
+      const auto End = std::find_if(At + 1, All.end(), [&](const TLine& Line) { return Line.Id == At->Id; });
+      std::string Routine;
+      for (auto Inner = At; Inner != End; ++Inner)
+        Routine += std::to_string(Inner->Id ? Inner->Id - At->Id : 0) + Inner->Action + WithoutGuids(Inner->Text);
+      if (End != All.end() && !Routines.insert(Routine + WithoutGuids(End->Text)).second)
+        At = End, Words += " ... as before";
+    }
+    Tell(At->Id == 0 ? "      " + At->Action
+                     : "    " + std::to_string(At->Id - First->Id) + " " + (Wrapper ? "" : At->Name + " ") + Words);
+  }
+}
+
+void TStory::TellChanges(const TState& Since) {
+  const TState State = Now();
+  std::istringstream Changes(Difference(Since.App, State.App) + Difference(Since.Keys, State.Keys));
+  for (std::string Line; std::getline(Changes, Line);) Tell("  " + Line);
+  if (State.Entries != Since.Entries) Tell("  entries: " + State.Entries);
+  if (State.Service != Since.Service) Tell("  service: " + State.Service);
+  std::vector<std::string> New;
+  std::ranges::set_difference(State.Items, Since.Items, std::back_inserter(New));
+  std::string Items;
+  for (const std::string& Item : New) Items += Item;
+  if (!Items.empty()) Tell("  new: " + Items);
+}
+
+void TStory::TellStep(const std::string& What, HRESULT Result, bool Lines) {
+  std::ostringstream Code;
+  Code << std::hex << Result;
+  Tell(What + ": " + (Result == S_OK ? "ok" : Code.str() + (FAILED(Result) ? " " + ErrorText() : "")));
+  if (Lines) TellLines();
+  for (const TScriptedDialog::TBox& Box : Dialog().Boxes)
+    Tell("  box " + std::to_string(Box.MsgType) + " " + Box.Caption + ": " + Box.Text);
+  TellChanges(Last);
+  Remember();
+}
+
+void TStory::UndoAll() {
+  const HRESULT Result = RollBack();
+  Tell(std::string("undone: ") + (Result == S_OK ? "ok" : ErrorText()));
+  Start.Service = Now().Service, Start.Items = Now().Items;
+  TellChanges(Start);
+  Remember();
+}
+
+void TStory::Put(const std::string& Name, const std::string& Content, DWORD Attributes) {
+  constexpr uint64_t FirstAccess = 160000000000000000, FirstWrite = 132250969220000000, OneSecond = 10000000;
+  const uint64_t Shift = ++Files * OneSecond;
+  Write(App(Name), Content);
+  SetTimes(App(Name), FirstAccess + Shift, FirstWrite + Shift);
+  SetFileAttributesA(App(Name).c_str(), Attributes);
+}
+
+std::string TStory::RecordOf(const GUID& Id, int Code, const GUID& DataID) {
+  const auto Bytes = [](const auto& Field) { return std::string(reinterpret_cast<const char*>(&Field), sizeof Field); };
+  return Bytes(Id) + Bytes(Code) + Bytes(DataID);
+}
+
+GUID TStory::Stored(const std::string& Content) {
+  const GUID DataID = NumberedGuid(++StoredItems);
+  Write(ItemPath(DataID), Content);
+  return DataID;
+}
