@@ -135,7 +135,7 @@ run_fuzzer() {
   local Dir=$Root/build/fuzz
   mkdir -p "$Dir/corpus/$1" "$Dir/broken"
   quietly "$Dir/$1.log" "$Dir/tests/fuzz/fuzz_$1" -max_total_time="$2" -max_len=70000 -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$Dir/broken/$1-" "$Dir/corpus/$1" "$Dir/seeds/$1" "$Root/tests/fuzz/kept/$1" ||
+    -artifact_prefix="$Dir/broken/$1-" "$Dir/corpus/$1" "$Root/tests/fuzz/kept/$1" ||
     die "The input that broke $1 is in build/fuzz/broken (all of the output: build/fuzz/$1.log)."
   say "$1: $(sed -n 's/^stat::number_of_executed_units: *//p' "$Dir/$1.log") inputs in $2 seconds, none broke it."
 }

@@ -162,7 +162,7 @@ command_pictures() {
   trap 'exit 130' INT TERM
   mkdir -p "$Pictures"
   windows_path "$Pictures"
-  run_program 64 "$Root/build/win64/tests/picture_maker.exe" "$WindowsPath" || die "The picture maker failed with status $?."
+  run_program 64 "$Root/build/win64/tools/pictures/picture_maker.exe" "$WindowsPath" || die "The picture maker failed with status $?."
   [[ -z $(compgen -G "$Pictures/*.bmp") ]] || { mogrify -format png "$Pictures"/*.bmp && rm "$Pictures"/*.bmp; }
   [[ -n $(compgen -G "$Pictures/*.png") ]] || die "The picture maker left no pictures in docs/pictures."
 }

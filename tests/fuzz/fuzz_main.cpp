@@ -3,6 +3,6 @@
 #include "fuzz/targets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* Bytes, size_t Size) {
-  MENDWORK_FUZZ_TARGET({Bytes, Size});
+  if (Size > 0) MENDWORK_FUZZ_TARGET({Bytes, Size});
   return 0;
 }

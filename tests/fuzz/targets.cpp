@@ -1,0 +1,137 @@
+#include "fuzz/targets.h"
+
+#include "base/numbers.h"
+#include "formats/comma_text.h"
+#include "support/memory_file.h"
+#include "support/memory_source.h"
+
+#include <cstdio>
+#include <tuple>
+
+/// Of the sanitizers' run-time library; not every compiler brings the header that declares it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*OnMalloc)(const volatile void*, size_t),
+                                                         void (*OnFree)(const volatile void*));
+
+namespace {
+
+/// Ends the program, so that the fuzzer keeps the input, when a promise does not hold.
+void Promise(bool Holds, const char* What) {
+  if (Holds) return;
+  std::fprintf(stderr, "broken promise: %s\n", What);
+  std::abort();
+}
+
+bool Watching = false;
+size_t Largest = 0;
+
+/// Reads something of `Size` bytes, for which no larger piece of memory must be asked.
+void ReadWatched(size_t Size, const auto& Read) {
+  static const int Installed = __sanitizer_install_malloc_and_free_hooks(
+      [](const volatile void*, size_t Asked) { Largest = std::max(Largest, Watching ? Asked : 0); },
+      [](const volatile void*) {});
+  Promise(Installed != 0, "the allocations can be watched");
+  Largest = 0;
+  Watching = true;
+  Read();
+  Watching = false;
+  // An exception's own memory is larger than the smallest files.
+  constexpr size_t Frame = sizeof(TUninstallRecord) + 256;
+  Promise(Largest <= Size + Frame, "no more memory than there are bytes");
+}
+
+bool Load(std::string Bytes, TUninstallLog& Log) {
+  TMemoryFile File(Bytes);
+  bool Loaded = true;
+  ReadWatched(Bytes.size(), [&] {
+    try {
+      Log.Load(File);
+    } catch (const EUninstallLogError&) {
+      Loaded = false;
+    }
+  });
+  return Loaded;
+}
+
+using TRecordFacts = std::vector<std::tuple<uint16_t, int32_t, std::vector<uint8_t>>>;
+TRecordFacts FactsOf(const TUninstallLog& Log) {
+  TRecordFacts Facts;
+  const TUninstallRecord* Before = nullptr;
+  for (const TUninstallRecord* Rec = Log.First(); Rec; Before = Rec, Rec = Rec->Next) {
+    Promise(Rec->Previous == Before, "the records are linked both ways");
+    Facts.emplace_back(Rec->RecordType, Rec->ExtraValue, std::vector<uint8_t>(Rec->Data().begin(), Rec->Data().end()));
+  }
+  Promise(Log.Last() == Before && Log.Count() == static_cast<int32_t>(Facts.size()), "all records are counted");
+  return Facts;
+}
+
+/// Whatever becomes of it, and with whichever operation the disk breaks, the old records stay.
+void AppendOne(const std::string& Bytes, const TUninstallLog& Log, int FailAfter) {
+  TUninstallLog More, Now;
+  More.AddStringRecord(0x82, {"name"}, 0);
+  More.ApplicationId = Log.ApplicationId;
+  More.Is64Bit = Log.Is64Bit;
+  std::string Longer = Bytes;
+  TRecordFacts Expected = FactsOf(Log);
+  try {
+    More.Save(OpenerOf(Longer, FailAfter), "", true, false);
+    Expected.push_back(FactsOf(More).at(0));
+  } catch (const EFileError&) {
+  } catch (const EUninstallLogError&) {
+  }
+  if (!Log.EndsWithLastRecord()) return;
+  Promise(Load(Longer, Now) && FactsOf(Now) == Expected && Now.EndsWithLastRecord(),
+          "a log is appended to or as it was");
+}
+
+void ExtractStrings(const TUninstallRecord& Rec) {
+  std::vector<std::string> Strings(10, "not emptied"), Again(Strings.size());
+  const size_t Filled = TUninstallLog::ExtractRecordStrings(Rec, Strings);
+  TUninstallLog Log;
+  Log.AddStringRecord(1, {Strings.begin(), Strings.begin() + static_cast<ptrdiff_t>(Filled)}, 0);
+  Promise(TUninstallLog::ExtractRecordStrings(*Log.First(), Again) == Filled && Again == Strings,
+          "strings survive being written and read");
+}
+
+/// What was read is what would have been written.
+template <class TItem>
+void ReadItem(TFuzzInput Input) {
+  TMemorySource Source({reinterpret_cast<const char*>(Input.data()), Input.size()});
+  TItemReader Reader(Source);
+  TItem Item;
+  ReadWatched(Input.size(), [&] { Item.Fields(Reader); });
+  if (!Reader.Good()) return;
+  const std::string Taken(Input.begin(), Input.end() - static_cast<ptrdiff_t>(Source.Remaining()));
+  Promise(EncodeItem(Item).substr(ItemTagSize) == Taken, "an item is written as it was read");
+}
+
+void ReadCommaText(TFuzzInput Input) {
+  const std::vector<std::string> Entries = ParseCommaText({reinterpret_cast<const char*>(Input.data()), Input.size()});
+  Promise(ParseCommaText(MakeCommaText(Entries)) == Entries, "what any text gives survives");
+}
+
+}  // namespace
+
+void FuzzUninstallLog(TFuzzInput Input) {
+  constexpr size_t FlagsAt = 332, CrcAt = 444, HeaderSize = 448;
+  std::string Bytes(Input.begin() + 1, Input.end());
+  if (Bytes.size() >= HeaderSize) {
+    uint8_t* const Header = reinterpret_cast<uint8_t*>(Bytes.data());
+    if (Input[0] & 1) PutNumber(Header + CrcAt, 0x11111111u);
+    if (Input[0] & 2) Header[FlagsAt] |= 2;
+  }
+  TUninstallLog Log, Again;
+  const bool Loaded = Load(Bytes, Log);
+  const TRecordFacts Facts = FactsOf(Log);
+  if (!Loaded) return;
+  for (int Operations = -1; Operations < 6; ++Operations) AppendOne(Bytes, Log, Operations);
+  for (const TUninstallRecord* Rec = Log.First(); Rec; Rec = Rec->Next) ExtractStrings(*Rec);
+  SaveTo(Bytes, Log);
+  Promise(Load(Bytes, Again) && FactsOf(Again) == Facts && Again.Is64Bit == Log.Is64Bit && Again.Flags == Log.Flags,
+          "a saved log loads as it was");
+}
+
+void FuzzBackupItems(TFuzzInput Input) {
+  constexpr void (*Readers[])(TFuzzInput) = {ReadItem<TSingleFileItem>, ReadItem<TFileSetItem>,
+                                             ReadItem<TRegistryValueItem>, ReadItem<TRegistryKeyItem>, ReadCommaText};
+  Readers[Input[0] % std::size(Readers)](Input.subspan(1));
+}
