@@ -106,12 +106,7 @@ TEST_F(Modules, OfTypesAreRegisteredWithTheFolderOfTheirHelpFile) {
   Step("unregister", Run(&IUCom::UnRegTLB, "Sample.TLB"));
   Tell("library " + Registered(OwnPath));
   // The text is this call's, whatever an earlier one left behind.
-  TComRef<ICreateErrorInfo> Maker;
-  TComRef<IErrorInfo> Stale;
-  CreateErrorInfo(Maker.Out());
-  Maker->SetDescription(const_cast<wchar_t*>(L"stale"));
-  Maker->QueryInterface(IID_IErrorInfo, Stale.OutVoid());
-  SetErrorInfo(0, Stale.Get());
+  TellError("stale");
   Step("unregister again", Run(&IUCom::UnRegTLB, "Sample.TLB"));
   const std::string Whole = Read(App("Sample.TLB"));
   for (const std::string& Content :

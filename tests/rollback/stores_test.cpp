@@ -84,16 +84,11 @@ TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
   }
   Tell(Target.Calls());
   const TUndoTarget Now(Late);
-  Brief("a failure of the target's own", (Target.Answer([] {
-          TComRef<ICreateErrorInfo> Maker;
-          TComRef<IErrorInfo> Info;
-          CreateErrorInfo(Maker.Out());
-          Maker->SetDescription(Text("The thing is in use, \xE4h."));
-          Maker->QueryInterface(IID_IErrorInfo, Info.OutVoid());
-          SetErrorInfo(0, Info.Get());
-          return static_cast<HRESULT>(0x80040ABC);
-        }),
-                                          RollBack()));
+  Target.Answer([] {
+    TellError("The thing is in use, \xE4h.");
+    return static_cast<HRESULT>(0x80040ABC);
+  });
+  Brief("a failure of the target's own", RollBack());
   Tell(Now.Calls() + Target.Calls());
   Target.Answer([this] {
     GUID Unused = NumberedGuid(77);
@@ -252,7 +247,6 @@ TEST_F(BackupStore, KeepsFilesAsTheFlagsSay) {
   const std::string Name = "C:\\mendwork-root-test";
   GUID DataID{};
   Write(Name, "");
-  SetTimes(Name, 160000000000000000, 132250969220000000);
   Begin();
   Step("a drive's root", Backup->BackupFiles(Text(Name + "*"), 0, 0, -1, &DataID));
   EXPECT_TRUE(DeleteFileA(Name.c_str()));

@@ -1,7 +1,7 @@
 #include "stories/story.h"
 
 #include "base/text.h"
-#include "support/process.h"
+#include "support/expected.h"
 
 #include <algorithm>
 #include <cstring>
@@ -71,18 +71,7 @@ TStory::TStory()
 
 void TStory::TearDown() {
   const testing::TestInfo& Test = *testing::UnitTest::GetInstance()->current_test_info();
-  const std::string Name = std::string(Test.test_suite_name()) + "." + Test.name() + ".txt";
-  const std::string Kept = "Z:" MENDWORK_TEST_FILES "/stories/" + Name;
-  const std::string Wanted = Exists(Kept) ? Read(Kept) : "";
-  std::string Line, Other;
-  if (Wanted == Told) return;
-  const std::string Actual = BuiltFile("tests\\stories\\" + Name);
-  Write(Actual, Told);
-  std::istringstream Ours(Told), Theirs(Wanted);
-  int Number = 1;
-  for (; std::getline(Ours, Line) && std::getline(Theirs, Other) && Line == Other; ++Number) Other.clear();
-  ADD_FAILURE() << Name << ", line " << Number << ":\n  " << Line << "\ninstead of\n  " << Other
-                << "\nwhole: " << Actual;
+  ExpectText("stories", std::string(Test.test_suite_name()) + "." + Test.name() + ".txt", Told);
 }
 
 void TStory::Begin() {
@@ -214,6 +203,15 @@ void TStory::UndoAll() {
   Start.Service = Now().Service, Start.Items = Now().Items;
   TellChanges(Start);
   Remember();
+}
+
+void TStory::TellError(const std::string& Description) {
+  TComRef<ICreateErrorInfo> Maker;
+  TComRef<IErrorInfo> Info;
+  CreateErrorInfo(Maker.Out());
+  Maker->SetDescription(Text(Description));
+  Maker->QueryInterface(IID_IErrorInfo, Info.OutVoid());
+  SetErrorInfo(0, Info.Get());
 }
 
 std::string TStory::RecordOf(const GUID& Id, int Code, const GUID& DataID) {

@@ -26,6 +26,8 @@ class TStory : public TSandboxTest {
   void Put(const std::string& Name, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL) {
     Write(App(Name), Content, Attributes);
   }
+  /// Leaves error information behind, as an object does that fails.
+  static void TellError(const std::string& Description);
   /// A record of the transaction log or of a history group, by hand.
   static std::string RecordOf(const GUID& Id, int Code, const GUID& DataID);
 

@@ -5,13 +5,18 @@
 
 #include <gtest/gtest.h>
 
-/// Holds a long text against FOLDER\NAME of the tests' sources. What was found is left in the build folder when it
-/// differs.
+#include <sstream>
+
+/// Holds a long text against FOLDER\NAME of the tests' sources; no text needs no file. What was found is left in the
+/// build folder when it differs.
 inline void ExpectText(const std::string& Folder, const std::string& Name, const std::string& Found) {
-  std::string Path = "Z:" MENDWORK_TEST_FILES "/" + Folder + "/" + Name;
-  for (char& Character : Path) Character = Character == '/' ? '\\' : Character;
-  const std::string Left = BuiltFile("tests\\" + Name);
-  const bool Same = Read(Path) == Found;
-  if (!Same) Write(Left, Found);
-  EXPECT_TRUE(Same) << "compare " << Path << " and " << Left;
+  const std::string Path = "Z:" MENDWORK_TEST_FILES "/" + Folder + "/" + Name;
+  const std::string Wanted = Exists(Path) ? Read(Path) : "", Left = BuiltFile("tests\\" + Folder + "\\" + Name);
+  if (Wanted == Found) return;
+  Write(Left, Found);
+  std::istringstream Ours(Found), Theirs(Wanted);
+  std::string Line, Other;
+  int Number = 1;
+  for (; std::getline(Ours, Line) && std::getline(Theirs, Other) && Line == Other; ++Number) Other.clear();
+  ADD_FAILURE() << Name << ", line " << Number << ":\n  " << Line << "\ninstead of\n  " << Other << "\nwhole: " << Left;
 }
