@@ -307,8 +307,10 @@ TEST_F(BackupStore, RefusesDamagedItemsAndChangesNothing) {
   const GUID Circle = NumberedGuid(1001), Ring = NumberedGuid(1002);
   Write(ItemPath(Circle), EncodeItem(TFileSetItem{{}, {}, {BytesOf(Circle)}}));
   Write(ItemPath(Ring), EncodeItem(TRegistryKeyItem{User, Key("Key"), {}, {BytesOf(Ring)}}));
+  Log().LinesLeft = 500;  // who follows it for ever ends here
   Brief("set in itself", Backup->RestoreFiles(Circle));
   Brief("key in itself", Backup->RestoreRegKey(Ring));
+  Log().LinesLeft = -1;
   const TGuidBytes Empty = BytesOf(Part(TFileSetItem{}));
   Brief("set twice", Backup->RestoreFiles(Part(TFileSetItem{{}, {}, {Empty, Empty}})));
   Brief("good key", Backup->RestoreRegKey(Part(Saved)));
