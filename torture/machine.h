@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sample.h"
 #include "support/process.h"
 #include "support/registry_tree.h"
 #include "support/sandbox.h"
@@ -30,7 +31,6 @@ class TMachine final : public TSandbox {
   TCapture Capture() const;
 
  private:
-  void LayOutFiles() const;
   void LayOutClasses();
   void FindClassKeys();
   TRegistryTree CaptureClasses() const;
@@ -43,26 +43,3 @@ class TMachine final : public TSandbox {
   /// Where in HKEY_CLASSES_ROOT the sample's servers and type library register.
   std::set<std::wstring> ClassKeys;
 };
-
-/// Where the sandbox of another process is.
-struct TPlaces {
-  std::string Root;
-  std::string App(const std::string& Name = "") const { return Below("App", Name); }
-  std::string Package(const std::string& Name = "") const { return Below("Package", Name); }
-  std::string Service(const std::string& Name = "") const { return Below("Base\\Updates\\Mendwork", Name); }
-
- private:
-  std::string Below(const std::string& Folder, const std::string& Name) const {
-    return Root + "\\" + Folder + (Name.empty() ? "" : "\\" + Name);
-  }
-};
-
-/// Servers that the platform ships: the sample application has registered the one and the other not.
-std::string RegisteredServer();
-std::string UnregisteredServer();
-/// The installer's uninstall log holds so many records before the update.
-constexpr int UninstallRecords = 3;
-inline std::string UninstallLogOf(const std::string& Root) { return Root + "\\Base\\Uninstall\\unins000.dat"; }
-
-/// The application's key below HKEY_CURRENT_USER.
-inline constexpr wchar_t AppKeyName[] = L"Software\\MendworkTorture";

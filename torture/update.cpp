@@ -1,6 +1,7 @@
 #include "update.h"
 
 #include "support/module_calls.h"
+#include "support/registry_tree.h"
 
 #include <algorithm>
 #include <sstream>

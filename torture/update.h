@@ -1,6 +1,7 @@
 #pragma once
 
-#include "machine.h"
+#include "sample.h"
+#include "support/sandbox.h"
 
 #include <functional>
 #include <string>

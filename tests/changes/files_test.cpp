@@ -36,28 +36,6 @@ class Files : public TStory {
   }
 };
 
-TEST_F(Files, AreSavedAndRecordedBeforeTheyAreChanged) {
-  Put("source", "new content", Everything);
-  Put("dest", "old", FILE_ATTRIBUTE_READONLY);
-  Put("tree\\a.txt", "a", Everything);
-  Put("tree\\sub\\b.txt", std::string(70000, 'b'));
-  MakeFolders(App("tree\\hollow"));
-  Begin();
-  Step("copy over a file", Copy(true, "source", "dest"));
-  Step("check point", Transactions->PutCheckPoint(NumberedGuid(9)));
-  Step("copy to a new name in a new folder", Copy(true, "source", "new\\deep\\dest", 5));
-  Step("delete a tree", Delete(true, App("tree\\*.*"), "REU"));
-  GUID Reached{};
-  Step("back to the check point", Transactions->Rollback(VARIANT_TRUE, &Reached));
-  Tell("reached " + GuidText(Reached));
-  Step("back to the beginning", Transactions->Rollback(VARIANT_FALSE, &Reached));
-  UndoAll();
-  Step("plain copy to a new name", Copy(false, "source", "fresh", 1));
-  Brief("plain copy to a folder that is missing", Copy(false, "source", "none\\dest"));
-  Step("plain copy by time", Copy(false, "source", "dest", 3));
-  Step("plain copy by version", Copy(false, "source", "dest", 4));
-}
-
 /// Files with version information, made by the build: the product version, which decides, grows from the first to the
 /// third; the file version, which is shown, does not. A file without a name has no version.
 struct TModeRow {

@@ -49,19 +49,6 @@ TEST_F(Macros, AreInOneListAtTheMostAndComparedWithoutCase) {
   for (const char* Name : {"", "a=b", "="}) Brief("a name that could not be read back", Set(Name, "value", Permanent));
 }
 
-TEST_F(Macros, ThatCannotBeSavedAreRaisedAndLetGoOfTheLock) {
-  Set("X", "old", Permanent);
-  Begin();
-  {
-    const TFault Fault("WriteFile", {0, 2, ERROR_DISK_FULL});
-    Brief("set", Set("X", "new", Permanent));
-    Brief("delete", Macro->DelMacro(Text("Y")));
-  }
-  TellMacro("X");  // the change in memory has been made
-  Brief("another", Set("Y", "other", Permanent));
-  TellMacro("X");
-}
-
 class DamagedMacros : public TSandboxTest {};
 
 TEST_F(DamagedMacros, MakeNoObjectAndAreNotWrittenOver) {

@@ -35,19 +35,15 @@ class Registry : public TStory {
 };
 const wchar_t* const ValueNames[] = {L"", L"Text", L"Bytes", L"Number", L"Text"};
 
-TEST_F(Registry, IsSavedAndRecordedBeforeItIsChanged) {
-  for (int Code = 0; Code < Operations; ++Code) {
-    Step("logged operation " + std::to_string(Code), Run(Code, true, Wide(L"Key"), ValueNames[Code]));
+TEST_F(Registry, IsChangedAndComesBack) {
+  for (int Code = Operations - 1; Code >= 0; --Code) {
+    Brief("operation " + std::to_string(Code), Run(Code, true, Wide(L"Key"), ValueNames[Code]));
     Tell("now " + testing::PrintToString(Value(L"Key", ValueNames[Code])));
-    Code < 2 ? Step("its rollback", RollBack()) : Brief("its rollback", RollBack());
   }
   UndoAll();
-  for (int Code = Operations - 1; Code >= 0; --Code)
-    Brief("all after each other", Run(Code, true, Wide(L"Key"), L"Text"));
-  UndoAll();
-  for (int Code = 0; Code < Operations; ++Code)
-    Step("logged on nothing", Run(Code, true, Wide(L"New\\Deep\\Key"), ValueNames[Code]));
-  for (int Code = 0; Code < Operations; ++Code) Brief("plain", Run(Code, false, Wide(L"New"), ValueNames[Code]));
+  for (const bool Logged : {true, false})
+    for (int Code = 0; Code < Operations; ++Code)
+      Step("on nothing", Run(Code, Logged, Wide(L"New\\Deep"), ValueNames[Code]));
 }
 
 TEST_F(Registry, RollsBackItsOwnCodesFromItsOwnItemsOnly) {

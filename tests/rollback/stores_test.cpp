@@ -63,8 +63,8 @@ TEST_F(TransactionLog, IsWalkedBackToTheCheckPointAndToTheBeginning) {
 }
 
 TEST_F(TransactionLog, ALeftOverCopyIsPutBackFirst) {
-  const std::pair<const char*, const char*> Rows[] = {{"-", "12"},  {"", "1"},  {"", "-"},   {"", "~"},
-                                                      {"12", "1~"}, {"12", ""}, {"1", "12"}, {"12", "-"}};
+  const std::pair<const char*, const char*> Rows[] = {{"-", "12"}, {"", "1"},   {"", "-"},   {"", "~"},  {"12", "1~"},
+                                                      {"12", ""},  {"1", "12"}, {"12", "-"}, {"-", "1~"}};
   for (const auto& [Copy, Log] : Rows)
     for (const bool Puts : {true, false}) {
       Plant("update.prt", Log), Plant("update.prt.bkp", Copy);
@@ -73,14 +73,6 @@ TEST_F(TransactionLog, ALeftOverCopyIsPutBackFirst) {
             Puts ? Put(7) : RollBack());
       Tell(Target.Calls());
     }
-}
-
-TEST_F(TransactionLog, ATornLogIsRefusedAndNotChanged) {
-  for (const auto& Call : {std::function([this] { return Put(3); }), std::function([] { return RollBack(); })}) {
-    Plant("update.prt", "1~"), Plant("update.prt.bkp", "-");
-    for (int Time = 0; Time < 2; ++Time) Brief("torn", Call());
-  }
-  EXPECT_EQ("undone ", Target.Calls());
 }
 
 TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
@@ -92,16 +84,11 @@ TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
   }
   Tell(Target.Calls());
   const TUndoTarget Now(Late);
-  Brief("a failure of the target's own", (Target.Answer([] {
-          TComRef<ICreateErrorInfo> Maker;
-          TComRef<IErrorInfo> Info;
-          CreateErrorInfo(Maker.Out());
-          Maker->SetDescription(Text("The thing is in use, \xE4h."));
-          Maker->QueryInterface(IID_IErrorInfo, Info.OutVoid());
-          SetErrorInfo(0, Info.Get());
-          return static_cast<HRESULT>(0x80040ABC);
-        }),
-                                          RollBack()));
+  Target.Answer([] {
+    TellError("The thing is in use, \xE4h.");
+    return static_cast<HRESULT>(0x80040ABC);
+  });
+  Brief("a failure of the target's own", RollBack());
   Tell(Now.Calls() + Target.Calls());
   Target.Answer([this] {
     GUID Unused = NumberedGuid(77);
@@ -188,22 +175,6 @@ TEST_F(HistoryGroups, GiveBackLastInFirstOut) {
   Brief("clear again", History->ClearAll(Other));
 }
 
-TEST_F(HistoryGroups, ALeftOverCopyIsPutBackFirst) {
-  const std::string File = Service("History\\" + GuidText(Group)), Old = RecordOf(Group, 7, NumberedGuid(11));
-  const std::function<HRESULT()> Calls[] = {[&] { return Get(Group); }, [&] { return History->Put(Group, 8, GUID{}); },
-                                            [&] { return History->DeleteLastRecord(Group); },
-                                            [&] { return History->ClearAll(Group); }};
-  for (const std::string& Copy : {Old, std::string()})
-    for (const bool Torn : {true, false})
-      for (const auto& Call : Calls) {
-        DeleteFileA(File.c_str());
-        if (Torn) Write(File, Old + "torn");
-        Write(File + ".bkp", Copy);
-        Begin();
-        Brief("copy of " + std::to_string(Copy.size()) + (Torn ? " beside a torn group" : ""), Call());
-      }
-}
-
 // ---- The backup store
 
 class BackupStore : public TStory {
@@ -266,16 +237,16 @@ TEST_F(BackupStore, KeepsFilesAsTheFlagsSay) {
     Begin();
     GUID DataID{};
     const HRESULT Saved = Backup->BackupFilesLogged(Text(App("*.txt")), Is('R'), Is('D'), Is('U'), &DataID);
-    Flags == "RDU" ? Step("flags " + Flags, Saved) : Brief("flags " + Flags, Saved);
+    Brief("flags " + Flags, Saved);
     RemoveTree(App());
     if (Flags == "RD") Write(App("a.txt"), "changed since");
     UndoAll();
-    Brief("again", Backup->RestoreFiles(DataID));
+    const HRESULT Restored = Backup->RestoreFiles(DataID);
+    Flags == "RDU" ? Step("again", Restored) : Brief("again", Restored);
   }
   const std::string Name = "C:\\mendwork-root-test";
   GUID DataID{};
   Write(Name, "");
-  SetTimes(Name, 160000000000000000, 132250969220000000);
   Begin();
   Step("a drive's root", Backup->BackupFiles(Text(Name + "*"), 0, 0, -1, &DataID));
   EXPECT_TRUE(DeleteFileA(Name.c_str()));
@@ -336,8 +307,10 @@ TEST_F(BackupStore, RefusesDamagedItemsAndChangesNothing) {
   const GUID Circle = NumberedGuid(1001), Ring = NumberedGuid(1002);
   Write(ItemPath(Circle), EncodeItem(TFileSetItem{{}, {}, {BytesOf(Circle)}}));
   Write(ItemPath(Ring), EncodeItem(TRegistryKeyItem{User, Key("Key"), {}, {BytesOf(Ring)}}));
+  Log().LinesLeft = 500;  // who follows it for ever ends here
   Brief("set in itself", Backup->RestoreFiles(Circle));
   Brief("key in itself", Backup->RestoreRegKey(Ring));
+  Log().LinesLeft = -1;
   const TGuidBytes Empty = BytesOf(Part(TFileSetItem{}));
   Brief("set twice", Backup->RestoreFiles(Part(TFileSetItem{{}, {}, {Empty, Empty}})));
   Brief("good key", Backup->RestoreRegKey(Part(Saved)));

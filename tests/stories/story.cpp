@@ -1,7 +1,7 @@
 #include "stories/story.h"
 
 #include "base/text.h"
-#include "support/process.h"
+#include "support/expected.h"
 
 #include <algorithm>
 #include <cstring>
@@ -71,18 +71,7 @@ TStory::TStory()
 
 void TStory::TearDown() {
   const testing::TestInfo& Test = *testing::UnitTest::GetInstance()->current_test_info();
-  const std::string Name = std::string(Test.test_suite_name()) + "." + Test.name() + ".txt";
-  const std::string Kept = "Z:" MENDWORK_TEST_FILES "/stories/" + Name;
-  const std::string Wanted = Exists(Kept) ? Read(Kept) : "";
-  std::string Line, Other;
-  if (Wanted == Told) return;
-  const std::string Actual = BuiltFile("tests\\stories\\" + Name);
-  Write(Actual, Told);
-  std::istringstream Ours(Told), Theirs(Wanted);
-  int Number = 1;
-  for (; std::getline(Ours, Line) && std::getline(Theirs, Other) && Line == Other; ++Number) Other.clear();
-  ADD_FAILURE() << Name << ", line " << Number << ":\n  " << Line << "\ninstead of\n  " << Other
-                << "\nwhole: " << Actual;
+  ExpectText("stories", std::string(Test.test_suite_name()) + "." + Test.name() + ".txt", Told);
 }
 
 void TStory::Begin() {
@@ -99,7 +88,7 @@ void TStory::Remember() {
 
 /// The system's own files, by kind and size where they are items.
 TStory::TState TStory::Now() const {
-  TState State{TreeOf(App()), Tree(), Entries(), {}, {}};
+  TState State{TreeOf(App()), RegistryTreeOf(WatchedKey), Entries(), {}, {}};
   for (const auto& [Name, Entry] : TreeOf(Service())) {
     const std::string Size = std::to_string(Entry.Content.size()) + ", ";
     if (Name.starts_with("Backup\\{"))
@@ -145,15 +134,10 @@ std::string TStory::Plain(std::string Text) const {
     if (Name.empty()) Name = "#" + std::to_string(Known - GuidNames.begin());
     Text.replace(At, GuidSize, Name);
   }
-  for (const char* Root : {"HKEY_CURRENT_USER\\", "HKEY_CLASSES_ROOT\\"})
-    for (const char* Wrapper : {"RegSetValueEx", "RegEnumValue", "RegEnumKeyEx", "RegCloseKey", "GetKeyInfo",
-                                "GetDataSizeAndType", "GetData"}) {
-      const std::string Begin = Wrapper + std::string(" ") + Root;
-      const size_t Place = Text.find(Begin), Key = Text.find(' ', Place + Begin.size());
-      if (Place == std::string::npos || Key == std::string::npos) continue;
-      Text.replace(Key + 1, Text.find_first_not_of("0123456789", Key + 1) - Key - 1, "handle");
-      break;
-    }
+  // A wrapper tells an open key by its name and its handle.
+  const size_t Key = Text.find(' ', Text.find(" HKEY_") + 1);
+  if (Text.find(" HKEY_") != std::string::npos && Key != std::string::npos)
+    Text.replace(Key + 1, Text.find_first_not_of("0123456789", Key + 1) - Key - 1, "handle");
   std::string Result;
   for (const char Byte : Text) {
     char Code[8] = {Byte};
@@ -190,7 +174,10 @@ void TStory::TellChanges(const TState& Since) {
   const TState State = Now();
   std::istringstream Changes(Difference(Since.App, State.App) + Difference(Since.Keys, State.Keys));
   for (std::string Line; std::getline(Changes, Line);) Tell("  " + Line);
-  if (State.Entries != Since.Entries) Tell("  entries: " + State.Entries);
+  // Of a log that has grown, what is new.
+  if (State.Entries != Since.Entries)
+    Tell(State.Entries.starts_with(Since.Entries) ? "  new entries: " + State.Entries.substr(Since.Entries.size())
+                                                  : "  entries: " + State.Entries);
   if (State.Service != Since.Service) Tell("  service: " + State.Service);
   std::vector<std::string> New;
   std::ranges::set_difference(State.Items, Since.Items, std::back_inserter(New));
@@ -218,12 +205,13 @@ void TStory::UndoAll() {
   Remember();
 }
 
-void TStory::Put(const std::string& Name, const std::string& Content, DWORD Attributes) {
-  constexpr uint64_t FirstAccess = 160000000000000000, FirstWrite = 132250969220000000, OneSecond = 10000000;
-  const uint64_t Shift = ++Files * OneSecond;
-  Write(App(Name), Content);
-  SetTimes(App(Name), FirstAccess + Shift, FirstWrite + Shift);
-  SetFileAttributesA(App(Name).c_str(), Attributes);
+void TStory::TellError(const std::string& Description) {
+  TComRef<ICreateErrorInfo> Maker;
+  TComRef<IErrorInfo> Info;
+  CreateErrorInfo(Maker.Out());
+  Maker->SetDescription(Text(Description));
+  Maker->QueryInterface(IID_IErrorInfo, Info.OutVoid());
+  SetErrorInfo(0, Info.Get());
 }
 
 std::string TStory::RecordOf(const GUID& Id, int Code, const GUID& DataID) {

@@ -23,8 +23,11 @@ class TStory : public TSandboxTest {
   void UndoAll();
   /// What has happened until now is not told, and is what UndoAll must bring back.
   void Begin();
-  /// A file of the application, whose times are the same in every run.
-  void Put(const std::string& Name, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL);
+  void Put(const std::string& Name, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL) {
+    Write(App(Name), Content, Attributes);
+  }
+  /// Leaves error information behind, as an object does that fails.
+  static void TellError(const std::string& Description);
   /// A record of the transaction log or of a history group, by hand.
   static std::string RecordOf(const GUID& Id, int Code, const GUID& DataID);
 
@@ -32,6 +35,7 @@ class TStory : public TSandboxTest {
   /// An item with these bytes, as if it had been saved.
   GUID Stored(const std::string& Content);
 
+  std::wstring WatchedKey = TestKey;
   TComRef<IUFile> File = Make<IUFile>(CLSID_UFile);
   TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
   TComRef<IUBackup> Backup = Make<IUBackup>(CLSID_UBackup);
@@ -62,5 +66,5 @@ class TStory : public TSandboxTest {
   std::string Told;
   std::set<std::string> Routines;  ///< that were told
   TState Start, Last;
-  int StoredItems = 0, Files = 0;
+  int StoredItems = 0;
 };

@@ -20,17 +20,6 @@ DWORD WINAPI RunClient(void* Parameter) {
   return 0;
 }
 
-struct TSearch {
-  const std::string& Class;
-  HWND Found;
-};
-
-BOOL CALLBACK TakeIfShown(HWND Window, LPARAM Parameter) {
-  auto& Search = *reinterpret_cast<TSearch*>(Parameter);
-  if (IsWindowVisible(Window) && ClassOf(Window) == Search.Class) Search.Found = Window;
-  return !Search.Found;
-}
-
 HWND FocusOf(DWORD ThreadId) {
   GUITHREADINFO Info{};
   Info.cbSize = sizeof Info;
@@ -53,14 +42,16 @@ void TClientThread::Join() {
 }
 
 HWND TClientThread::Window(const std::string& Class) const {
-  TSearch Search{Class, nullptr};
+  HWND Found = nullptr;
+  const auto IsOwn = [&] { return GetWindowThreadProcessId(Found, nullptr) == ThreadId && IsWindowVisible(Found); };
   Until([&] {
-    EnumThreadWindows(ThreadId, TakeIfShown, reinterpret_cast<LPARAM>(&Search));
-    return Search.Found || WaitForSingleObject(Thread.Get(), 0) == WAIT_OBJECT_0;
+    while ((Found = FindWindowExA(nullptr, Found, Class.c_str(), nullptr)) && !IsOwn()) {
+    }
+    return Found || WaitForSingleObject(Thread.Get(), 0) == WAIT_OBJECT_0;
   });
   // A window may be visible before all its controls are there; its loop runs when it takes a message.
-  if (Search.Found) SendMessageA(Search.Found, WM_NULL, 0, 0);
-  return Search.Found;
+  if (Found) SendMessageA(Found, WM_NULL, 0, 0);
+  return Found;
 }
 
 HWND TClientThread::Focus() const { return FocusOf(ThreadId); }

@@ -112,16 +112,6 @@ void TellReady() { SetEvent(Event("ready", GetCurrentProcessId()).Get()); }
 
 void WaitForContinue() { WaitForSingleObject(Event("go", GetCurrentProcessId()).Get(), Patience); }
 
-int RepeatWhenLetGo(int Count, const std::function<HRESULT(int At)>& Do) {
-  TellReady();
-  WaitForContinue();
-  for (int At = 0; At < Count; ++At) {
-    const HRESULT Result = Do(At);
-    Must(SUCCEEDED(Result), "call " + std::to_string(At) + " failed with " + std::to_string(Result));
-  }
-  return 0;
-}
-
 TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)()) {
   char System[MAX_PATH] = "", Temp[MAX_PATH] = "";
   GetSystemDirectoryA(System, sizeof System);  // for a 32-bit program, the folder of the 32-bit programs

@@ -48,10 +48,6 @@ class TChild {
 /// For the child's side: signals that it is ready, and waits to be let go on.
 void TellReady();
 void WaitForContinue();
-/// For a role that works beside others: tells that it is ready, waits to be let go, and does something for 0, 1, ...,
-/// until it fails. Gives the exit status.
-int RepeatWhenLetGo(int Count, const std::function<HRESULT(int At)>& Do);
-
 /// Starts a program; `Output` takes its standard output and error, `Suspended` a thread to be let go.
 TKernelHandle StartProgram(std::string CommandLine, HANDLE Output = nullptr, TKernelHandle* Suspended = nullptr);
 

@@ -95,11 +95,9 @@ void Write(const std::string& Path, const std::string& Content, DWORD Attributes
     WriteFile(File.Get(), Content.data(), static_cast<DWORD>(Content.size()), &Written, nullptr);
   }
   // The access time lies in the future: file systems that update it lazily leave it alone then when the file is read.
-  constexpr uint64_t OneSecond = 10000000, OneDay = 864000000000;
-  FILETIME Now;
-  GetSystemTimeAsFileTime(&Now);
+  constexpr uint64_t OneSecond = 10000000, FarAhead = 27750000000000000;
   NextTime += OneSecond;
-  SetTimes(Path, TicksOf(Now) / OneSecond * OneSecond + OneDay + (NextTime - FirstTime), NextTime);
+  SetTimes(Path, NextTime + FarAhead, NextTime);
   SetFileAttributesA(Path.c_str(), Attributes);
 }
 
