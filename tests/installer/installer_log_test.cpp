@@ -63,6 +63,7 @@ TEST_F(InstallerLog, GetsWhatTheUpdateBrought) {
   for (; Stream.size() < 10000; ++Count) Stream += FileRecord("C:\\App\\" + std::to_string(Stream.size()), ToDelete);
   TRawLog Old = LogOf(Count, Stream);
   Old.Version = 7;
+  Old.Flags = 0x12340001;
   for (const char* Id : {Id32, Id64}) {
     Old.Id = Id;
     Old.ApplicationId = Padded("{App}", 30) + "behind the NUL";

@@ -1,5 +1,4 @@
 #include "base/day_count.h"
-#include "base/error_code.h"
 #include "base/format_text.h"
 #include "formats/comma_text.h"
 #include "formats/garbage_lines.h"
@@ -57,14 +56,6 @@ TEST(FormatText, FillsInOrderAndLeavesAloneWhatIsNoDirectiveOfItsArgument) {
   EXPECT_EQ("'C:\\%s\\%x%' to 'b'", FormatText("'%s' to '%s'", {"C:\\%s\\%x%", "b"}));
   EXPECT_EQ("%x a 100% %d %s %", FormatText("%x %s 100% %d %s %", {"a"})) << "a text is no number";
   EXPECT_EQ("%s 7", FormatText("%s %x", {7u}));
-}
-
-TEST(ErrorCodes, BecomeTheSystemsOwnResults) {
-  const std::pair<int32_t, uint32_t> Rows[] = {{32, 0x80040220},
-                                               {-3, 0x800401FD},
-                                               {0xFE00, 0x80040000},  // wraps within the lower half
-                                               {0x7FFFFFFF, 0x800401FF}};
-  for (const auto& [Code, Result] : Rows) EXPECT_EQ(Result, static_cast<uint32_t>(MakeErrorHResult(Code)));
 }
 
 TEST(DayCounts, AreExactToTheLastBit) {

@@ -81,32 +81,6 @@ TEST(UninstallLog, IsSavedByteForByteAndLoadedAgain) {
   }
 }
 
-TEST(UninstallLog, IsAppendedToWithoutAChangeOfWhatIsNotOurs) {
-  TRawLog Old = Small;
-  Old.ApplicationId = Padded("{App}", 20) + "behind the NUL";
-  Old.Version = 12;
-  Old.Flags = 0x12340001;
-  Old.Reserved = std::string(108, 'r');
-  Old.Crc = 0x11111111;
-  for (const bool UpdateName : {false, true})
-    for (const bool AnythingNew : {false, true}) {
-      TUninstallLog New;
-      New.ApplicationId = "{App}";
-      New.ApplicationName = "New Name";
-      New.Flags = 0x82;
-      if (AnythingNew) New.AddStringRecord(0x82, {"b.dll"}, 0), Add(New, "x");
-      std::string Bytes = Old.Bytes() + std::string(5000, '?');
-      SaveTo(Bytes, New, true, UpdateName);
-      TRawLog Expected = Old;
-      Expected.Flags = 0x12340083;
-      Expected.Crc = -1;
-      if (UpdateName) Expected.ApplicationName = Padded("New Name", 9) + "tes";
-      if (AnythingNew) Expected.Version = 45, Expected.NumRecs = 4;
-      if (AnythingNew) Expected.Blocks += Block(FileRecord("b.dll", 0) + Record(1, 2, "x"));
-      EXPECT_EQ(Expected.Bytes(), Bytes);
-    }
-}
-
 TEST(UninstallLog, IsNotAppendedToWhenItsCountIsFullOrItsEndLies) {
   TUninstallLog One;
   One.ApplicationId = "{App}";
