@@ -1,5 +1,5 @@
 #include "server/published.h"
-#include "support/sandbox_test.h"
+#include "stories/story.h"
 
 #include <set>
 
@@ -28,6 +28,18 @@ class Frame : public TSandboxTest {
 
   TModuleHandle Loaded{LoadLibraryA(BuiltModulePath().c_str())};
 };
+
+class Surface : public TStory {};
+
+// What scripts and compiled clients rely on for ever: identifiers by their beginnings, methods in the order of theirs.
+TEST_F(Surface, StaysAsPublished) {
+  for (const TPublishedClass& Class : PublishedClasses()) {
+    std::string Line = Class.Name;
+    for (const GUID& Id : {Class.ClassId, Class.InterfaceId, Class.EventsId}) Line += " " + GuidText(Id).substr(1, 8);
+    for (const auto& [Id, Method] : Class.Methods) Line += " " + std::to_string(Id) + " " + Method;
+    Tell(Line);
+  }
+}
 
 TEST_F(Frame, FindsClassObjectsByClassAndInterface) {
   const auto Files = Factory(CLSID_UFile);

@@ -4,12 +4,14 @@
 #include "support/process.h"
 #include "support/sandbox.h"
 
+#include <map>
+
 /// A class as the type library of the built module publishes it.
 struct TPublishedClass {
   std::string Name;
   CLSID ClassId;
   IID InterfaceId, EventsId;
-  TWords Methods;  ///< of its interface, inherited ones included
+  std::map<MEMBERID, std::string> Methods;  ///< of its interface, inherited ones included
 };
 
 inline TYPEATTR AttributesOf(ITypeInfo& Info) {
@@ -46,8 +48,9 @@ inline std::vector<TPublishedClass> PublishedClasses() {
     const auto Interface = ImplementedBy(*Class, 0);
     const IID EventsId = AttributesOf(*ImplementedBy(*Class, 1)).guid;
     Classes.push_back({NameOf(*Class), AttributesOf(*Class).guid, AttributesOf(*Interface).guid, EventsId, {}});
-    for (MEMBERID Id = 1; !NameOf(*Interface, Id).empty(); ++Id)
-      Classes.back().Methods.push_back(NameOf(*Interface, Id));
+    constexpr MEMBERID Highest = 40;
+    for (MEMBERID Id = 1; Id <= Highest; ++Id)
+      if (const std::string Name = NameOf(*Interface, Id); !Name.empty()) Classes.back().Methods[Id] = Name;
   }
   return Classes;
 }

@@ -50,7 +50,7 @@ TEST_F(Script, ReachesEveryMethodByName) {
     if (const size_t Colon = Line.find(": "); Colon != std::string::npos)
       Outcomes[Line.substr(0, Colon)] = Line.substr(Colon + 2, Line.find_last_not_of("\r ") - Colon - 1);
   for (const auto& Class : Classes)
-    for (const std::string& Method : Class.Methods) {
+    for (const auto& [Id, Method] : Class.Methods) {
       const std::string& Outcome = Outcomes[Class.Name + "." + Method];
       const std::string OfBuffers = "80004001 '" + Method + "' takes a raw memory buffer, which cannot be passed late ";
       EXPECT_TRUE(Outcome.starts_with("ok") || Outcome.starts_with("8004") || Outcome.starts_with(OfBuffers))
