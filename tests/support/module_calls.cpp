@@ -133,13 +133,13 @@ constexpr int AskedLate = 4;
 
 /// The system's helpers that touch nothing which outlives the process or is shared: the compiler's runtime, the threads
 /// of its library, texts, numbers, COM's memory and errors. A failure of them is no answer of a machine.
-const std::regex Harmless(
+constexpr char Harmless[] =
     "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)Event\\w?|"
     "\\w+(CriticalSection|VectoredExceptionHandler|AffinityMask|ThreadContext|ThreadPriority|ErrorInfo|ErrorMode)|"
     "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)A|"
     "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
     "GetActiveObject|GetHandleInformation|GetModuleFileNameA|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
-    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects");
+    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects";
 
 }  // namespace
 
@@ -201,11 +201,11 @@ const std::vector<TModuleCall>& ModuleCalls() {
 }
 
 std::string ForgottenCalls() {
-  const std::regex Libraries("(KERNEL32|ADVAPI32|SHLWAPI|OLEAUT32|ole32).dll");
+  const std::regex Libraries("(KERNEL32|ADVAPI32|SHLWAPI|OLEAUT32|ole32).dll"), Known(Harmless);
   std::string Forgotten;
   ForEachImport([&](const char* Library, const char* Name, void**) {
     const bool Listed = std::ranges::count(ModuleCalls(), std::string(Name), &TModuleCall::Name) > 0;
-    if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Harmless))
+    if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Known))
       Forgotten += std::string(Name) + " ";
   });
   return Forgotten;

@@ -26,9 +26,8 @@ TSandbox::~TSandbox() {
 }
 
 std::string Take(TBstr& Result) {
-  const std::string Ansi = ToAnsi(ViewOf(Result.Get()));
-  Result.Reset();
-  return Ansi;
+  const TBstr Owned = std::move(Result);
+  return ToAnsi(ViewOf(Owned.Get()));
 }
 
 std::string ErrorText() {
