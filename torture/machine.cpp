@@ -2,7 +2,7 @@
 
 #include "base/text.h"
 #include "support/module_calls.h"
-#include "support/type_library.h"
+#include "support/sandbox.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include "sample.h"
 #include "support/process.h"
-#include "support/registry_tree.h"
 #include "support/sandbox.h"
+#include "support/tree.h"
 
 #include <set>
 #include <string>

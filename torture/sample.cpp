@@ -2,8 +2,8 @@
 
 #include "support/process.h"
 #include "support/raw_uninstall_log.h"
-#include "support/registry_tree.h"
-#include "support/type_library.h"
+#include "support/sandbox.h"
+#include "support/tree.h"
 
 namespace {
 

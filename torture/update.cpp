@@ -1,7 +1,7 @@
 #include "update.h"
 
 #include "support/module_calls.h"
-#include "support/registry_tree.h"
+#include "support/tree.h"
 
 #include <algorithm>
 #include <sstream>

@@ -1,6 +1,6 @@
 #include "stories/story.h"
 #include "support/process.h"
-#include "support/type_library.h"
+#include "support/sandbox.h"
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include "base/numbers.h"
 #include "formats/comma_text.h"
 #include "support/memory_file.h"
-#include "support/memory_source.h"
 
 #include <cstdio>
 #include <tuple>

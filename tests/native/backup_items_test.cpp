@@ -1,7 +1,7 @@
 #include "formats/backup_items.h"
 
 #include "formats/log_record.h"
-#include "support/memory_source.h"
+#include "support/memory_file.h"
 #include "support/raw_uninstall_log.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 
 #include "stories/story.h"
 #include "support/process.h"
-#include "support/type_library.h"
+#include "support/sandbox.h"
 
 #include <algorithm>
 

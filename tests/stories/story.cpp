@@ -1,10 +1,9 @@
 #include "stories/story.h"
 
-#include "base/text.h"
-#include "support/expected.h"
+#include "base/numbers.h"
+#include "support/process.h"
 
 #include <algorithm>
-#include <cstring>
 #include <sstream>
 
 namespace {
@@ -71,7 +70,16 @@ TStory::TStory()
 
 void TStory::TearDown() {
   const testing::TestInfo& Test = *testing::UnitTest::GetInstance()->current_test_info();
-  ExpectText("stories", std::string(Test.test_suite_name()) + "." + Test.name() + ".txt", Told);
+  const std::string Name = std::string(Test.test_suite_name()) + "." + Test.name() + ".txt";
+  const std::string Path = "Z:" MENDWORK_TEST_FILES "/stories/" + Name;
+  const std::string Wanted = Exists(Path) ? Read(Path) : "", Left = BuiltFile("tests\\stories\\" + Name);
+  if (Wanted == Told) return;
+  Write(Left, Told);
+  const auto At = std::ranges::mismatch(Told, Wanted).in1 - Told.begin();
+  const size_t Start = Told.substr(0, static_cast<size_t>(At)).rfind('\n') + 1;
+  const auto Line = [Start](const std::string& Text) { return Text.substr(Start, Text.find('\n', Start) - Start); };
+  ADD_FAILURE() << Name << ", line " << std::count(Told.begin(), Told.begin() + At, '\n') + 1 << ":\n  " << Line(Told)
+                << "\ninstead of\n  " << Line(Wanted) << "\nwhole: " << Left;
 }
 
 void TStory::Begin() {
@@ -103,15 +111,10 @@ TStory::TState TStory::Now() const {
 std::string TStory::Entries() const {
   constexpr size_t Size = 36, CodeAt = 16, DataAt = 20;
   const std::string Content = Exists(Service("update.prt")) ? Read(Service("update.prt")) : "";
+  const auto Id = [](const char* Bytes) { return GuidText(*reinterpret_cast<const GUID*>(Bytes)); };
   std::string Result;
-  for (size_t At = 0; At + Size <= Content.size(); At += Size) {
-    GUID Id, DataID;
-    int Code = 0;
-    std::memcpy(&Id, &Content[At], sizeof Id);
-    std::memcpy(&Code, &Content[At + CodeAt], sizeof Code);
-    std::memcpy(&DataID, &Content[At + DataAt], sizeof DataID);
-    Result += GuidText(Id) + " " + std::to_string(Code) + " " + GuidText(DataID) + ", ";
-  }
+  for (const char* At = Content.data(); At + Size <= Content.data() + Content.size(); At += Size)
+    Result += Id(At) + " " + std::to_string(NumberAt<int>(At + CodeAt)) + " " + Id(At + DataAt) + ", ";
   return Result + (Content.size() % Size ? "torn" : "");
 }
 

@@ -4,21 +4,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
-#include <memory>
-#include <ostream>
 
 namespace {
 
-constexpr DWORD Patience = 30000, Pause = 5;
-
-DWORD WINAPI RunClient(void* Parameter) {
-  const std::unique_ptr<std::function<void()>> Run(static_cast<std::function<void()>*>(Parameter));
-  CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-  (*Run)();
-  CoUninitialize();
-  return 0;
-}
+constexpr std::chrono::seconds Patience(30);
 
 HWND FocusOf(DWORD ThreadId) {
   GUITHREADINFO Info{};
@@ -30,12 +19,15 @@ HWND FocusOf(DWORD ThreadId) {
 }  // namespace
 
 TClientThread::TClientThread(std::function<void()> Run)
-    : Thread(CreateThread(nullptr, 0, RunClient, new std::function<void()>(std::move(Run)), 0, &ThreadId)) {}
-
-TClientThread::~TClientThread() { Join(); }
+    : Ended(std::async(std::launch::async, [this, Run]() noexcept {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        ThreadId = GetCurrentThreadId();
+        Run();
+        CoUninitialize();
+      })) {}
 
 void TClientThread::Join() {
-  if (WaitForSingleObject(Thread.Get(), Patience) == WAIT_OBJECT_0) return;
+  if (Ended.wait_for(Patience) == std::future_status::ready) return;
   std::puts("a client's thread does not end");
   std::fflush(stdout);
   TerminateProcess(GetCurrentProcess(), 1);
@@ -47,7 +39,7 @@ HWND TClientThread::Window(const std::string& Class) const {
   Until([&] {
     while ((Found = FindWindowExA(nullptr, Found, Class.c_str(), nullptr)) && !IsOwn()) {
     }
-    return Found || WaitForSingleObject(Thread.Get(), 0) == WAIT_OBJECT_0;
+    return Found || Ended.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
   });
   // A window may be visible before all its controls are there; its loop runs when it takes a message.
   if (Found) SendMessageA(Found, WM_NULL, 0, 0);
@@ -57,10 +49,9 @@ HWND TClientThread::Window(const std::string& Class) const {
 HWND TClientThread::Focus() const { return FocusOf(ThreadId); }
 
 bool Until(const std::function<bool()>& Condition) {
-  for (DWORD Waited = 0; Waited < Patience; Waited += Pause) {
+  for (const auto Start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - Start < Patience;
+       Sleep(5))
     if (Condition()) return true;
-    Sleep(Pause);
-  }
   return Condition();
 }
 
@@ -85,21 +76,15 @@ std::string TextOf(HWND Window) {
 }
 
 TMessageBoxFacts FactsOf(HWND MessageBox) {
-  TMessageBoxFacts Facts{
-      TextOf(MessageBox), "", {}, GetDlgCtrlID(FocusOf(GetWindowThreadProcessId(MessageBox, nullptr)))};
+  std::string Text;
+  std::vector<int> Buttons;
   for (const HWND Control : ControlsOf(MessageBox)) {
     const bool Icon = (GetWindowLongA(Control, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
-    if (ClassOf(Control) == "Button" && IsWindowVisible(Control)) Facts.Buttons.push_back(GetDlgCtrlID(Control));
-    if (ClassOf(Control) == "Static" && !Icon) Facts.Text = TextOf(Control);
+    if (ClassOf(Control) == "Button" && IsWindowVisible(Control)) Buttons.push_back(GetDlgCtrlID(Control));
+    if (ClassOf(Control) == "Static" && !Icon) Text = TextOf(Control);
   }
-  std::sort(Facts.Buttons.begin(), Facts.Buttons.end());
-  return Facts;
-}
-
-std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts) {
-  Out << Facts.Caption << " | " << Facts.Text << " |";
-  for (const int Button : Facts.Buttons) Out << ' ' << Button << (Button == Facts.Focus ? " (focus)" : "");
-  return Out;
+  std::ranges::sort(Buttons);
+  return {TextOf(MessageBox), Text, Buttons, GetDlgCtrlID(FocusOf(GetWindowThreadProcessId(MessageBox, nullptr)))};
 }
 
 void Press(HWND MessageBox, int Answer) {

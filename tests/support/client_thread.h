@@ -2,8 +2,11 @@
 
 #include "base/handles.h"
 
+#include <atomic>
 #include <functional>
+#include <future>
 #include <string>
+#include <tuple>
 #include <vector>
 
 /// A client's thread with an apartment (STA) of its own, whose calls may show boxes; the test is the user meanwhile.
@@ -11,10 +14,10 @@
 class TClientThread {
  public:
   explicit TClientThread(std::function<void()> Run);
-  /// Joins. Ends the program when the thread does not end: nothing can be torn down around a thread that hangs.
-  ~TClientThread();
+  ~TClientThread() { Join(); }
   TClientThread(const TClientThread&) = delete;
   TClientThread& operator=(const TClientThread&) = delete;
+  /// Ends the program when the thread does not end: nothing can be torn down around a thread that hangs.
   void Join();
 
   /// Waits for a window of this class that the thread shows and that answers messages by now, and gives it; gives null
@@ -24,8 +27,8 @@ class TClientThread {
   HWND Focus() const;
 
  private:
-  DWORD ThreadId = 0;  // before the handle, whose making fills it
-  TKernelHandle Thread;
+  std::atomic<DWORD> ThreadId = 0;
+  std::future<void> Ended;
 };
 
 /// Waits until the condition holds; gives false when it does not within half a minute.
@@ -37,15 +40,9 @@ std::string ClassOf(HWND Window);
 /// The text as the window itself gives it; of windows of other threads and processes too.
 std::string TextOf(HWND Window);
 
-/// What a system message box shows.
-struct TMessageBoxFacts {
-  std::string Caption, Text;
-  std::vector<int> Buttons;  ///< their answers, ascending
-  int Focus = 0;             ///< the default button
-  bool operator==(const TMessageBoxFacts&) const = default;
-};
+/// What a system message box shows: caption, text, its buttons' answers in ascending order, and the default button.
+using TMessageBoxFacts = std::tuple<std::string, std::string, std::vector<int>, int>;
 TMessageBoxFacts FactsOf(HWND MessageBox);
-std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts);
 /// The window class of system message boxes.
 constexpr char MessageBoxClass[] = "#32770";
 /// Presses a button of a system message box and waits until the box is gone.

@@ -1,7 +1,7 @@
 #include "support/doubles.h"
 
 #include "base/text.h"
-#include "support/must.h"
+#include "support/tree.h"
 
 HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long* Res) {
   Boxes.push_back({ToAnsi(ViewOf(Text)), ToAnsi(ViewOf(Caption)), MsgType});
@@ -21,11 +21,10 @@ HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   return Result;
 }
 
-std::vector<std::string> TMemoryLog::Texts(const std::string& OnlyName) const {
+std::vector<std::string> TMemoryLog::Texts(const std::string& Name) const {
   std::vector<std::string> Result;
   for (const TLine& Line : Lines)
-    if (OnlyName.empty() || Line.Name == OnlyName)
-      Result.push_back((OnlyName.empty() ? Line.Name + " " : "") + Line.Action + " " + Line.Text);
+    if (Line.Name == Name) Result.push_back(Line.Action + " " + Line.Text);
   return Result;
 }
 
@@ -34,5 +33,3 @@ DWORD RegisterActive(IUnknown* Object, const CLSID& ClassId) {
   Must(SUCCEEDED(RegisterActiveObject(Object, ClassId, ACTIVEOBJECT_STRONG, &Entry)), "RegisterActiveObject failed");
   return Entry;
 }
-
-void RevokeActive(DWORD Entry) { RevokeActiveObject(Entry, nullptr); }

@@ -5,7 +5,6 @@
 
 #include <deque>
 #include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -42,15 +41,11 @@ class TScriptedDialog final : public TDouble<IUDialog> {
   struct TBox {
     std::string Text, Caption;
     long MsgType;
-    bool operator==(const TBox&) const = default;
-    friend std::ostream& operator<<(std::ostream& Out, const TBox& Box) {
-      return Out << Box.MsgType << " '" << Box.Caption << "' '" << Box.Text << "'";
-    }
   };
   STDMETHOD(ShowMsgBox)(BSTR Text, BSTR Caption, long MsgType, long* Res) override;
   STDMETHOD(ShowCustomMsgBox)(BSTR, BSTR, long, BSTR, BSTR, BSTR*) override { return E_NOTIMPL; }
 
-  /// The next answers, in order; the last one stays for good when `Forever` is set.
+  /// The next answers, in order.
   void Answer(std::initializer_list<long> Buttons) { Answers.insert(Answers.end(), Buttons); }
   std::vector<TBox> Boxes;
   /// Called before each answer is given; may mend what made the box appear.
@@ -72,8 +67,8 @@ class TMemoryLog final : public TDouble<IUDebugLog> {
   STDMETHOD(Put)(long Id, BSTR Name, BSTR Action, BSTR Text) override;
 
   std::vector<TLine> Lines;
-  /// "Name Action Text" of every line, or of those of one Name.
-  std::vector<std::string> Texts(const std::string& OnlyName = "") const;
+  /// "Action Text" of every line of one Name.
+  std::vector<std::string> Texts(const std::string& Name) const;
   /// What Put answers; a failure makes every logged call of the module fail.
   HRESULT Result = S_OK;
   /// After so many lines more, Put fails with E_ACCESSDENIED; a negative number means never.
@@ -82,4 +77,4 @@ class TMemoryLog final : public TDouble<IUDebugLog> {
 
 /// An active object in the running object table for as long as the owner lives. Fails the program when it cannot.
 DWORD RegisterActive(IUnknown* Object, const CLSID& ClassId);
-void RevokeActive(DWORD Entry);
+inline void RevokeActive(DWORD Entry) { RevokeActiveObject(Entry, nullptr); }

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "formats/abstract_file.h"
+#include "formats/backup_items.h"
 #include "formats/uninstall_log.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 /// A file in memory, whose bytes outlive the object that has it open. `FailAfter` operations succeed; then each fails
 /// as on a broken disk.
@@ -66,3 +69,17 @@ inline void LoadFrom(std::string Bytes, TUninstallLog& Log) {
   TMemoryFile File(Bytes);
   Log.Load(File);
 }
+
+/// An item in memory. Reading beyond its end ends the program.
+class TMemorySource final : public TByteSource {
+ public:
+  explicit TMemorySource(std::string_view Bytes) : Bytes(Bytes) {}
+  uint64_t Remaining() const override { return Bytes.size(); }
+  void Read(void* Buffer, uint32_t Size) override {
+    if (Size > Bytes.size()) std::abort();
+    Bytes.copy(static_cast<char*>(Buffer), Size);
+    Bytes.remove_prefix(Size);
+  }
+
+  std::string_view Bytes;
+};

@@ -1,18 +1,74 @@
 #include "support/module_calls.h"
 
-#include "support/must.h"
 #include "support/process.h"
+#include "support/tree.h"
 
 #include <shlwapi.h>
 
 #include <algorithm>
 #include <cstring>
-#include <map>
-#include <sstream>
+#include <functional>
+#include <regex>
 
 namespace {
 
-TCallWatch* Watcher = nullptr;
+/// Calls `See` with every function that the module imports by name: the library's name, its own, and the place that
+/// holds it.
+void ForEachImport(const std::function<void(const char* Library, const char* Name, void** Slot)>& See) {
+  auto* const Image = reinterpret_cast<BYTE*>(GetModuleHandleA("Mendwork.dll"));
+  Must(Image, "the module is not loaded");
+  const auto* Dos = reinterpret_cast<IMAGE_DOS_HEADER*>(Image);
+  const auto* Nt = reinterpret_cast<IMAGE_NT_HEADERS*>(Image + Dos->e_lfanew);
+  const auto& Directory = Nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  const auto* Import = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(Image + Directory.VirtualAddress);
+  for (; Import->Name; ++Import) {
+    const auto* Names = reinterpret_cast<IMAGE_THUNK_DATA*>(Image + Import->OriginalFirstThunk);
+    auto* Slots = reinterpret_cast<void**>(Image + Import->FirstThunk);
+    for (; Names->u1.AddressOfData; ++Names, ++Slots) {
+      if (IMAGE_SNAP_BY_ORDINAL(Names->u1.Ordinal)) continue;
+      const auto* ByName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(Image + Names->u1.AddressOfData);
+      See(reinterpret_cast<const char*>(Image + Import->Name), reinterpret_cast<const char*>(ByName->Name), Slots);
+    }
+  }
+}
+
+void SetSlot(void** Slot, void* Function) {
+  DWORD Protection = 0;
+  VirtualProtect(Slot, sizeof *Slot, PAGE_READWRITE, &Protection);
+  *Slot = Function;
+  VirtualProtect(Slot, sizeof *Slot, Protection, &Protection);
+}
+
+TFaultPlan Planned;
+std::string PlannedName;
+
+/// What PlanEvent planned, and how far it is.
+struct TEvent {
+  std::string Kind;
+  int PointsLeft = 0;
+  TPoints Points = ChangingCalls;
+  bool Here = false;
+  std::vector<const char*> Made = {};
+} Event;
+
+void DieWhen(const char* Kind) {
+  if (Event.Here && Event.Kind == Kind) TerminateProcess(GetCurrentProcess(), DiedStatus);
+}
+
+/// Before a call: whether it is made. `Opens`: it is an open of a file to read.
+bool Passes(const TModuleCall& Call, bool Opens) {
+  if (Call.Name == PlannedName) return Planned.Skip-- > 0 || Planned.Times-- <= 0;
+  Event.Here = false;
+  if (Event.Points == ChangingCalls && (!Call.Changes || Opens)) return true;
+  if (Event.Kind == "torn" && std::strcmp(Call.Name, "WriteFile") != 0) return true;
+  Event.Made.push_back(Call.Name);
+  Event.Here = --Event.PointsLeft == 0;
+  DieWhen("before");
+  if (!Event.Here || Event.Kind != "stop") return true;
+  TellReady();
+  Sleep(INFINITE);
+  return true;
+}
 
 /// An open for reading changes nothing.
 bool IsOpen(LPCSTR, DWORD Access, DWORD, SECURITY_ATTRIBUTES*, DWORD Disposition, DWORD, HANDLE) {
@@ -30,16 +86,16 @@ template <class TResult, class... TArgs, TResult(WINAPI* Function)(TArgs...)>
 struct TReplacement<Function> {
   inline static TModuleCall Own;
   static TResult WINAPI Call(TArgs... Args) {
-    if (!Watcher->Passes(Own, IsOpen(Args...))) return Fail();
+    if (!Passes(Own, IsOpen(Args...))) return Fail();
     const TResult Result = Function(Args...);
-    Watcher->Passed();
+    DieWhen("after");
     return Result;
   }
   static TResult Fail() {
     constexpr DWORD Meaningless = ERROR_INVALID_FUNCTION;
-    SetLastError(Own.Telling == TModuleCall::ByLastError ? Watcher->Code : Meaningless);
-    if (Own.Telling == TModuleCall::ByStatus) return (TResult)(intptr_t)Watcher->Code;
-    if (Own.Telling == TModuleCall::ByHResult) return (TResult)(intptr_t)HRESULT_FROM_WIN32(Watcher->Code);
+    SetLastError(Own.Telling == TModuleCall::ByLastError ? Planned.Code : Meaningless);
+    if (Own.Telling == TModuleCall::ByStatus) return (TResult)(intptr_t)Planned.Code;
+    if (Own.Telling == TModuleCall::ByHResult) return (TResult)(intptr_t)HRESULT_FROM_WIN32(Planned.Code);
     return (TResult)Own.Failed;  // a number for some functions, a handle for others
   }
 };
@@ -50,12 +106,11 @@ TModuleCall Row(const char* Name, TModuleCall::TTelling Telling, intptr_t Failed
   return TPlace::Own = {Name, reinterpret_cast<void*>(&TPlace::Call), Telling, Failed, Changes, Failures};
 }
 
-int TornWritesLeft = 0;
-
 BOOL WINAPI WriteOrTear(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, OVERLAPPED* Overlapped) {
-  if (--TornWritesLeft != 0) return WriteFile(File, Buffer, Size, Written, Overlapped);
-  WriteFile(File, Buffer, Size / 2, Written, Overlapped);
-  return TerminateProcess(GetCurrentProcess(), DiedStatus);
+  const bool Torn = Event.Here && Event.Kind == "torn";
+  const BOOL Result = WriteFile(File, Buffer, Torn ? Size / 2 : Size, Written, Overlapped);
+  DieWhen("torn");
+  return Result;
 }
 
 /// What the module looks up when it needs it, instead of importing it.
@@ -79,53 +134,12 @@ constexpr int AskedLate = 4;
 /// The system's helpers that touch nothing which outlives the process or is shared: the compiler's runtime, the threads
 /// of its library, texts, numbers, COM's memory and errors. A failure of them is no answer of a machine.
 constexpr char Harmless[] =
-    "AddVectoredExceptionHandler CreateEventA DeleteCriticalSection DisableThreadLibraryCalls DuplicateHandle "
-    "EnterCriticalSection GetCurrentProcess GetCurrentProcessId GetCurrentThread GetCurrentThreadId "
-    "GetHandleInformation GetLastError GetProcessAffinityMask GetThreadContext GetThreadPriority "
-    "InitializeCriticalSection IsDebuggerPresent LeaveCriticalSection LocalFree OpenProcess OutputDebugStringA "
-    "RaiseException RemoveVectoredExceptionHandler ResetEvent ResumeThread RtlUnwind SetErrorMode SetEvent "
-    "SetLastError SetProcessAffinityMask SetThreadContext SetThreadPriority Sleep SuspendThread TlsAlloc TlsGetValue "
-    "TlsSetValue TryEnterCriticalSection VirtualProtect VirtualQuery WaitForMultipleObjects "
-    "ExpandEnvironmentStringsA FileTimeToSystemTime FormatMessageA GetDateFormatA GetLocalTime "
-    "GetSystemTimeAsFileTime GetTickCount64 GetTimeFormatA IsDBCSLeadByte IsDBCSLeadByteEx LCMapStringA "
-    "MultiByteToWideChar WideCharToMultiByte lstrcmpiA "
-    "GetModuleFileNameA GetModuleHandleW LoadLibraryW "
-    "DispCallFunc GetActiveObject SysAllocStringLen SysFreeString SysStringLen VariantChangeType VariantClear "
-    "VariantCopyInd VariantInit CoCreateGuid CoCreateInstance CoTaskMemFree CreateErrorInfo GetErrorInfo SetErrorInfo ";
-
-class TDeath final : public TCallWatch {
- public:
-  TDeath(const std::string& Event, int Point, TPoints Points)
-      : Event(Event), Points(Points), PointsLeft(Event == "torn" ? 0 : Point) {
-    TornWritesLeft = Event == "torn" ? Point : 0;
-    for (const TModuleCall& Call : ModuleCalls()) Watch(Call);
-  }
-  bool Passes(const TModuleCall& Call, bool Opens) override {
-    Here = false;
-    if (Points == ChangingCalls && (!Call.Changes || Opens)) return true;
-    Made.push_back(Call.Name);
-    Here = --PointsLeft == 0;
-    if (Here && Event == "stop") {
-      TellReady();
-      Sleep(INFINITE);
-    }
-    if (Here && Event == "before") TerminateProcess(GetCurrentProcess(), DiedStatus);
-    return true;
-  }
-  void Passed() override {
-    if (Here && Event == "after") TerminateProcess(GetCurrentProcess(), DiedStatus);
-  }
-
-  std::vector<const char*> Made;
-
- private:
-  const std::string Event;
-  const TPoints Points;
-  int PointsLeft;
-  bool Here = false;
-};
-
-TDeath* Death = nullptr;
+    "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)Event\\w?|"
+    "\\w+(CriticalSection|VectoredExceptionHandler|AffinityMask|ThreadContext|ThreadPriority|ErrorInfo|ErrorMode)|"
+    "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)A|"
+    "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
+    "GetActiveObject|GetHandleInformation|GetModuleFileNameA|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
+    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects";
 
 }  // namespace
 
@@ -187,43 +201,38 @@ const std::vector<TModuleCall>& ModuleCalls() {
 }
 
 std::string ForgottenCalls() {
-  const std::string Libraries = "KERNEL32.dll ADVAPI32.dll SHLWAPI.dll OLEAUT32.dll ole32.dll ";
+  const std::regex Libraries("(KERNEL32|ADVAPI32|SHLWAPI|OLEAUT32|ole32).dll"), Known(Harmless);
   std::string Forgotten;
-  ForEachImport(GetModuleHandleA("Mendwork.dll"), [&](const std::string& Library, const char* Name, void**) {
-    const bool Listed =
-        std::ranges::any_of(ModuleCalls(), [&](const TModuleCall& Call) { return std::strcmp(Call.Name, Name) == 0; });
-    const bool Known = Listed || (" " + std::string(Harmless)).find(" " + std::string(Name) + " ") != std::string::npos;
-    if (Libraries.find(Library + " ") != std::string::npos && !Known) Forgotten += std::string(Name) + " ";
+  ForEachImport([&](const char* Library, const char* Name, void**) {
+    const bool Listed = std::ranges::count(ModuleCalls(), std::string(Name), &TModuleCall::Name) > 0;
+    if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Known))
+      Forgotten += std::string(Name) + " ";
   });
   return Forgotten;
 }
 
-TCallWatch::TCallWatch() { Watcher = this; }
-TCallWatch::~TCallWatch() {
-  Patches.clear();
-  Watcher = nullptr;
+TImportPatch::TImportPatch(const std::string& FunctionName, void* Replacement) {
+  ForEachImport([&](const char*, const char* Name, void** Place) {
+    if (Name == FunctionName) Slot = Place;
+  });
+  Must(Slot, "the module does not import " + FunctionName);
+  Before = *Slot;
+  SetSlot(Slot, Replacement);
 }
 
-void TCallWatch::Watch(const TModuleCall& Call) {
-  Patches.push_back(std::make_unique<TImportPatch>(Call.Name, Call.Replacement));
+TImportPatch::~TImportPatch() { SetSlot(Slot, Before); }
+
+TFault::TFault(const std::string& FunctionName, TFaultPlan Plan)
+    : Patch(FunctionName, std::ranges::find(ModuleCalls(), FunctionName, &TModuleCall::Name)->Replacement) {
+  PlannedName = FunctionName;
+  Planned = Plan;
 }
 
-TFault::TFault(const std::string& FunctionName, TFaultPlan Plan) : Name(FunctionName), Plan(Plan) {
-  Code = Plan.Code;
-  const auto Found = std::ranges::find(ModuleCalls(), FunctionName, &TModuleCall::Name);
-  Must(Found != ModuleCalls().end(), FunctionName + " is not in the list of the module's calls");
-  Watch(*Found);
+void PlanEvent(const std::string& Kind, int Point, TPoints Points) {
+  static bool Patched = false;
+  Event = {Kind, Point, Points};
+  if (std::exchange(Patched, true)) return;
+  for (const TModuleCall& Call : ModuleCalls()) new TImportPatch(Call.Name, Call.Replacement);  // for good
 }
 
-bool TFault::Passes(const TModuleCall& Call, bool) {
-  if (Call.Name != Name) return true;  // it came with another one
-  const int Before = Made++ - Plan.Skip;
-  return Before < 0 || Before >= Plan.Times;
-}
-
-void PlanEvent(const std::string& Event, int Point, TPoints Points) {
-  delete Death;
-  Death = new TDeath(Event, Point, Points);
-}
-
-const std::vector<const char*>& CallsMade() { return Death->Made; }
+const std::vector<const char*>& CallsMade() { return Event.Made; }

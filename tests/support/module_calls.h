@@ -1,11 +1,27 @@
 #pragma once
 
-#include "support/import_patch.h"
+#include "base/windows_api.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
+
+/// Replaces one function that Mendwork.dll imports, for as long as this object lives: calls of that module, and of no
+/// other, go to the replacement. Needs the module loaded.
+class TImportPatch {
+ public:
+  TImportPatch(const std::string& FunctionName, void* Replacement);
+  template <class TResult, class... TArgs>
+  TImportPatch(const std::string& FunctionName, TResult(WINAPI* Replacement)(TArgs...))
+      : TImportPatch(FunctionName, reinterpret_cast<void*>(Replacement)) {}
+  ~TImportPatch();
+  TImportPatch(const TImportPatch&) = delete;
+  TImportPatch& operator=(const TImportPatch&) = delete;
+
+ private:
+  void** Slot = nullptr;
+  void* Before = nullptr;
+};
 
 /// A Win32 function that the module calls: how a call of it fails, and what the torture does with it. The list of them
 /// is the only one; tests, kill matrix and fault matrix take their functions from it.
@@ -23,27 +39,6 @@ const std::vector<TModuleCall>& ModuleCalls();
 /// harmless beside it; "" when nothing is.
 std::string ForgottenCalls();
 
-/// Sees the calls of some functions for as long as it lives; one at a time.
-class TCallWatch {
- public:
-  virtual ~TCallWatch();
-  TCallWatch(const TCallWatch&) = delete;
-  TCallWatch& operator=(const TCallWatch&) = delete;
-
-  /// Before a call: whether it is made. One that is not fails with `Code`. `Opens`: it is an open of a file to read.
-  virtual bool Passes(const TModuleCall& Call, bool Opens) = 0;
-  /// After a call that was made.
-  virtual void Passed() {}
-  DWORD Code = ERROR_SUCCESS;
-
- protected:
-  TCallWatch();
-  void Watch(const TModuleCall& Call);
-
- private:
-  std::vector<std::unique_ptr<TImportPatch>> Patches;
-};
-
 /// What happens to the module's calls of one function: `Skip` go through, the next `Times` fail with `Code` and do
 /// nothing, all others go through.
 struct TFaultPlan {
@@ -51,20 +46,15 @@ struct TFaultPlan {
   DWORD Code = ERROR_SUCCESS;
 };
 
-/// A planned failure of a function of the list, for as long as this object lives:
+/// A planned failure of a function of the list, for as long as this object lives; one at a time:
 ///
 ///   const TFault Fault("DeleteFileA", {.Times = 1, .Code = ERROR_ACCESS_DENIED});
-class TFault final : public TCallWatch {
+class TFault {
  public:
-  explicit TFault(const std::string& FunctionName, TFaultPlan Plan = {});
-  bool Passes(const TModuleCall& Call, bool Opens) override;
-  /// All calls so far, failed or not.
-  int Calls() const { return Made; }
+  TFault(const std::string& FunctionName, TFaultPlan Plan);
 
  private:
-  const std::string Name;
-  const TFaultPlan Plan;
-  int Made = 0;
+  TImportPatch Patch;
 };
 
 /// How a process ends at its point.

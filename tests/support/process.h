@@ -22,15 +22,19 @@ class TRole {
 /// For main(): plays the role that the command line names; gives -1 when it names none.
 int PlayRole(int Count, char** Words);
 
-/// Another process of this program, in a role.
+/// Starts a program; `Output` takes its standard output and error.
+TKernelHandle StartProgram(std::string CommandLine, HANDLE Output = nullptr);
+
+/// Another process of this program, in a role, or a program that was started; it ends with this object.
 class TChild {
  public:
-  /// The role's name and its words.
+  /// The role's name and its words, which hold no quotation marks.
   explicit TChild(const TWords& Words);
+  explicit TChild(TKernelHandle Process) : Process(std::move(Process)) {}
   ~TChild() { Kill(); }
   TChild(const TChild&) = delete;
   TChild& operator=(const TChild&) = delete;
-  /// Waits for its end and gives the exit status; ends it and fails after a minute.
+  /// Waits for its end and gives the exit status; fails after a minute.
   DWORD Wait();
   /// Whether it has ended; does not wait.
   bool HasEnded() const { return WaitForSingleObject(Process.Get(), 0) == WAIT_OBJECT_0; }
@@ -38,26 +42,19 @@ class TChild {
   void Kill();
   /// Waits until the child signals that it has got where its role says. False after a minute, or when it ended.
   bool WaitUntilReady();
-  /// Lets a child go on that waits for this.
-  void Continue();
 
  private:
-  TKernelHandle Process, Ready, Go;
+  TKernelHandle Process;
 };
-
-/// For the child's side: signals that it is ready, and waits to be let go on.
+/// For the child's side.
 void TellReady();
-void WaitForContinue();
-/// Starts a program; `Output` takes its standard output and error, `Suspended` a thread to be let go.
-TKernelHandle StartProgram(std::string CommandLine, HANDLE Output = nullptr, TKernelHandle* Suspended = nullptr);
 
 struct TProgramResult {
   DWORD Status;
   std::string Output;  ///< standard output and error
 };
-
 /// Runs one of Windows' own programs, of this program's bitness, to its end: RunSystemProgram("regsvr32.exe", "/s
-/// ..."). `WhileItRuns` is called again and again meanwhile. Ends it and fails after two minutes.
+/// ..."). `WhileItRuns` is called again and again meanwhile. Fails after two minutes.
 TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)() = nullptr);
 
 /// A file of the build, by its place in the build folder, in which this program has a folder of its own.

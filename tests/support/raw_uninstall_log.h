@@ -2,19 +2,15 @@
 
 #include "base/numbers.h"
 
+#include <zlib.h>
+
 #include <cstdint>
 #include <string>
 
 // An uninstall log built by hand, byte by byte, without the sources that are tested.
 
-/// Bit by bit, as the definition has it.
-inline uint32_t SlowCrc(const std::string& Bytes) {
-  uint32_t Crc = 0xFFFFFFFF;
-  for (const char Byte : Bytes) {
-    Crc ^= static_cast<uint8_t>(Byte);
-    for (int Bit = 0; Bit < 8; ++Bit) Crc = Crc >> 1 ^ (Crc & 1 ? 0xEDB88320 : 0);
-  }
-  return ~Crc;
+inline uint32_t CrcOf(const std::string& Bytes) {
+  return static_cast<uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(Bytes.data()), static_cast<uInt>(Bytes.size())));
 }
 
 template <class TNumber>
@@ -31,7 +27,7 @@ inline std::string Padded(std::string Text, size_t Size) {
 
 inline std::string Block(const std::string& Data) {
   const auto Size = static_cast<uint32_t>(Data.size());
-  return Number(Size) + Number(~Size) + Number(SlowCrc(Data)) + Data;
+  return Number(Size) + Number(~Size) + Number(CrcOf(Data)) + Data;
 }
 
 inline std::string Record(uint16_t Type, uint32_t ExtraValue, const std::string& Data) {
@@ -52,7 +48,7 @@ struct TRawLog {
     const auto End = static_cast<uint32_t>(EndOffset < 0 ? 448 + static_cast<int64_t>(Blocks.size()) : EndOffset);
     const std::string Header = Padded(Id, 64) + Padded(ApplicationId, 128) + Padded(ApplicationName, 128) +
                                Number(Version) + Number(NumRecs) + Number(End) + Number(Flags) + Reserved;
-    return Header + Number(Crc < 0 ? SlowCrc(Header) : static_cast<uint32_t>(Crc)) + Blocks;
+    return Header + Number(Crc < 0 ? CrcOf(Header) : static_cast<uint32_t>(Crc)) + Blocks;
   }
 };
 
@@ -66,6 +62,5 @@ inline std::string BlocksOf(const std::string& Stream) {
 
 /// A delete-file record.
 inline std::string FileRecord(const std::string& Name, uint32_t ExtraValue) {
-  constexpr uint16_t DeleteFile = 0x82;
-  return Record(DeleteFile, ExtraValue, static_cast<char>(Name.size()) + Name + "\xFF");
+  return Record(0x82, ExtraValue, static_cast<char>(Name.size()) + Name + "\xFF");
 }

@@ -1,24 +1,13 @@
 #include "support/sandbox.h"
 
-#include "base/text.h"
-
-namespace {
-
-constexpr char BaseKey[] = "Software\\Orvane\\Core";
-
-void SetBaseFolder(const std::string& Path) {
-  RegSetKeyValueA(HKEY_CURRENT_USER, BaseKey, nullptr, REG_SZ, Path.c_str(), static_cast<DWORD>(Path.size() + 1));
-}
-
-}  // namespace
-
 TSandbox::TSandbox(TLogChoice Choice)
     : RootDir("C:\\mendwork-tests\\" + std::to_string(1000000 + GetCurrentProcessId())) {
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   RemoveTree(RootDir);
   MakeFolders(App());
   MakeFolders(Base());
-  SetBaseFolder(Base());
+  RegSetKeyValueA(HKEY_CURRENT_USER, "Software\\Orvane\\Core", nullptr, REG_SZ, Base().c_str(),
+                  static_cast<DWORD>(Base().size() + 1));
   if (Choice == NoDoubles) return;
   DialogDouble = TComRef<TScriptedDialog>(new TScriptedDialog);
   DialogEntry = RegisterActive(DialogDouble.Get(), CLSID_UDialog);
@@ -36,13 +25,9 @@ TSandbox::~TSandbox() {
   CoUninitialize();
 }
 
-Text::Text(const std::string& Ansi) : Value(MakeBstr(ToWide(Ansi))) {}
-Text::Text(const std::wstring& Wide) : Value(MakeBstr(Wide)) {}
-
 std::string Take(TBstr& Result) {
-  const std::string Ansi = ToAnsi(ViewOf(Result.Get()));
-  Result.Reset();
-  return Ansi;
+  const TBstr Owned = std::move(Result);
+  return ToAnsi(ViewOf(Owned.Get()));
 }
 
 std::string ErrorText() {
@@ -76,20 +61,26 @@ HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint, GUID* Reached) {
   return Make<IUTransactionLog>(CLSID_UTransactionLog)->Rollback(OnlyToCheckPoint, Reached ? Reached : &Unused);
 }
 
-namespace {
-
-int Pauses = 0;
-
-void WINAPI SleepUnlessPause(DWORD Milliseconds) {
-  constexpr DWORD Pause = 3000;
-  if (Milliseconds == Pause)
-    ++Pauses;
-  else
-    Sleep(Milliseconds);
+static int Pauses = 0;
+int TNoPauses::Count() { return Pauses; }
+void WINAPI TNoPauses::SleepUnlessPause(DWORD Milliseconds) {
+  const bool Pause = Milliseconds == 3000;
+  Pauses += Pause;
+  if (!Pause) Sleep(Milliseconds);
 }
 
-}  // namespace
-
-TNoPauses::TNoPauses() : Patch("Sleep", SleepUnlessPause) {}
-
-int TNoPauses::Count() { return Pauses; }
+void MakeTypeLibrary(const std::string& Path, const std::string& HelpFile) {
+  TComRef<ICreateTypeLib2> Library;
+  TComRef<ICreateTypeInfo> Info;
+  const auto Succeed = [](HRESULT Result) { Must(Result == S_OK, "no type library can be made"); };
+  Succeed(CreateTypeLib2(OwnKind, ToWide(Path).c_str(), Library.Out()));
+  Succeed(Library->SetGuid(Guid(MadeLibraryId)));
+  Succeed(Library->SetVersion(MadeLibraryMajor, MadeLibraryMinor));
+  Succeed(Library->SetLcid(0));
+  Succeed(Library->SetName(Text("Sample")));
+  if (!HelpFile.empty()) Succeed(Library->SetHelpFileName(Text(HelpFile)));
+  Succeed(Library->CreateTypeInfo(Text("ISample"), TKIND_INTERFACE, Info.Out()));
+  Succeed(Info->SetGuid(NumberedGuid(77)));
+  Succeed(Info->LayOut());
+  Succeed(Library->SaveAllChanges());
+}

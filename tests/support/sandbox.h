@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/guid.h"
+#include "base/text.h"
 #include "server/interfaces.h"
 #include "support/doubles.h"
-#include "support/import_patch.h"
-#include "support/must.h"
+#include "support/module_calls.h"
 #include "support/tree.h"
 
 #include <string>
@@ -34,9 +34,6 @@ class TSandbox {
   /// The lines that went to the debug-log double.
   TMemoryLog& Log() { return *LogDouble; }
 
-  /// The module, loaded by the first object.
-  static HMODULE Module() { return GetModuleHandleA("Mendwork.dll"); }
-
  private:
   static std::string Under(const std::string& Folder, const std::string& Name) {
     return Name.empty() ? Folder : Folder + "\\" + Name;
@@ -60,8 +57,8 @@ TComRef<TInterface> Make(const CLSID& ClassId) {
 /// A BSTR for the length of a call: File->DeleteFiles(Text("C:\\App\\*.*"), ...). The text is ANSI.
 class Text {
  public:
-  explicit Text(const std::string& Ansi);
-  explicit Text(const std::wstring& Wide);
+  explicit Text(const std::string& Ansi) : Value(MakeBstr(ToWide(Ansi))) {}
+  explicit Text(const std::wstring& Wide) : Value(MakeBstr(Wide)) {}
   operator BSTR() const { return Value.Get(); }
 
  private:
@@ -86,13 +83,17 @@ GUID NumberedGuid(int Number);
 /// Undoes what is in the transaction log, to its beginning or to the last check point.
 HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint = VARIANT_FALSE, GUID* Reached = nullptr);
 
-/// Makes the pauses of patient wrappers pass at once, and counts them.
-class TNoPauses {
- public:
-  TNoPauses();
-  /// Pauses of 3000 ms so far.
+/// Makes the pauses of patient wrappers, of 3000 ms, pass at once, and counts them.
+struct TNoPauses {
   static int Count();
+  const TImportPatch Patch{"Sleep", SleepUnlessPause};
 
  private:
-  TImportPatch Patch;
+  static void WINAPI SleepUnlessPause(DWORD Milliseconds);
 };
+
+/// A small type library in a file of its own, of this program's bitness, with one interface; `HelpFile` may be empty.
+void MakeTypeLibrary(const std::string& Path, const std::string& HelpFile = "");
+constexpr char MadeLibraryId[] = "{3F0C6A52-7B1E-4D9A-8C35-51A2E7D4B960}";
+constexpr WORD MadeLibraryMajor = 3, MadeLibraryMinor = 7;
+constexpr SYSKIND OwnKind = sizeof(void*) == 4 ? SYS_WIN32 : SYS_WIN64;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "support/registry_tree.h"
 #include "support/sandbox.h"
+#include "support/tree.h"
 
 #include <gtest/gtest.h>
 
