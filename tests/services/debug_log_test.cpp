@@ -3,9 +3,9 @@
 #include "support/process.h"
 #include "support/sandbox_test.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <regex>
 
 namespace {
 
@@ -32,18 +32,13 @@ class DebugLog : public TSandboxTest {
 
  protected:
   std::string LogFile() const { return Updates("Log\\update.log"); }
-  /// The lines of update.log without their time stamps. The module keeps the file to itself, so it is made to go first:
-  /// the caller holds no object of it.
-  TWords Lines() {
+  /// update.log without its time stamps. The module keeps the file to itself, so it is made to go first: the caller
+  /// holds no object of it.
+  std::string Lines() {
     Kept = {};
     CoFreeUnusedLibrariesEx(0, 0);
-    const std::string Content = Read(LogFile());
-    TWords Result;
-    for (size_t Begin = 0, End = 0; Begin < Content.size(); Begin = End + 2) {
-      End = std::min(Content.find("\r\n", Begin), Content.size());
-      Result.push_back(Content.substr(Begin + LogStamp().size(), End - Begin - LogStamp().size()));
-    }
-    return Result;
+    const std::regex Stamps("(^|\n)\\d{4}(\\.\\d\\d){2} \\d\\d(:\\d\\d){2} ");
+    return std::regex_replace(Read(LogFile()), Stamps, "$1");
   }
   static bool IsHeld() {
     const TKernelHandle Lock(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, GuidText(CLSID_UDebugLog).c_str()));
@@ -64,21 +59,20 @@ TEST_F(DebugLog, GetsExactlyOneLineFromEachCall) {
       {LONG_MIN, L"N\r\nM", L"", L"\r\na\r\n\r\nb", "-2147483648 N<#NL>M  <#NL>a<#NL><#NL>b"},
       {3, L"gr\u00FC\u00DFe", L"\u20AC", L"\u2603\0b"s, "3 gr\xFC\xDF"s + "e \x80 ?\0b"s},
       {5, L"N", L"A", std::wstring(70000, L'x'), "5 N A " + std::string(70000, 'x')},
-      {6, L"", L"", L"", "6   "},
   };
   const std::string Since = LogStamp();
-  TWords Expected = {"a line of last week"};
-  Write(LogFile(), Since + Expected[0] + "\r\n");
+  std::string Expected = "a line of last week\r\n";
+  Write(LogFile(), Since + Expected);
+  const size_t Next = Since.size() + Expected.size();
   for (const auto& Row : Rows) {
     ASSERT_EQ(S_OK, Kept->Put(Row.Id, Text(Row.Name), Text(Row.Action), Text(Row.Text))) << Row.Line;
-    Expected.push_back(Row.Line);
+    Expected += Row.Line + "\r\n";
   }
   ASSERT_EQ(S_OK, Kept->Put(6, nullptr, nullptr, nullptr));
-  Expected.push_back("6   ");
   const std::string Till = LogStamp();
   EXPECT_EQ("<no file>", Read(LogFile())) << "nobody else can open it meanwhile";
-  EXPECT_EQ(Expected, Lines());
-  const std::string Stamp = Read(LogFile()).substr(Since.size() + Expected[0].size() + 2, Since.size());
+  EXPECT_TRUE(Expected + "6   \r\n" == Lines());
+  const std::string Stamp = Read(LogFile()).substr(Next, Since.size());
   EXPECT_TRUE(Since <= Stamp && Stamp <= Till) << Stamp << " is not between " << Since << " and " << Till;
 }
 
@@ -122,7 +116,7 @@ TEST_F(DebugLog, RepeatsAStepUntilItSucceedsOrTheUserGivesUp) {
     EXPECT_EQ(S_OK, Written);
     EXPECT_FALSE(IsHeld());
   }
-  EXPECT_EQ((TWords{"1 written Line 1", "1 written Line 1", "1 written Line 1"}), Lines());
+  EXPECT_EQ("1 written Line 1\r\n1 written Line 1\r\n1 written Line 1\r\n", Lines());
   EXPECT_EQ(nullptr, OpenSemaphoreA(SYNCHRONIZE, FALSE, GuidText(CLSID_UDebugLog).c_str()))
       << "it goes with the module";
 }

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <regex>
 
 namespace {
 
@@ -31,84 +32,32 @@ HWND MakeOwner(const char* Class, const char* Title) {
 class Dialogs : public TSandboxTest {
  protected:
   Dialogs() : TSandboxTest(LogToFile) {}
-};
-
-TMemoryLog& BoxLog = *new TMemoryLog;
-
-int WINAPI AnswerYes(HWND, LPCSTR, LPCSTR, UINT) {
-  BoxLog.LinesLeft = 0;  // the End line's
-  return IDYES;
-}
-
-TEST_F(Dialogs, FailWithTheirLogLines) {
-  const DWORD Entry = RegisterActive(&BoxLog, CLSID_UDebugLog);
-  const auto Object = Make<IUDialog>(CLSID_UDialog);
-  const TImportPatch Box("MessageBoxA", AnswerYes);
-  long Answer = -1;
-  EXPECT_EQ(E_ACCESSDENIED, Object->ShowMsgBox(Text("Text"), Text("Caption"), MB_YESNO, &Answer));
-  EXPECT_EQ(0, Answer) << "it is lost";
-  EXPECT_EQ(TWords{"Begin ShowMsgBox Text=Text Caption=Caption MsgType=4"}, BoxLog.Texts("UDialog"));
-  // Nothing is shown that the log does not know of.
-  EXPECT_EQ(E_ACCESSDENIED, Object->ShowCustomMsgBox(Text("Text"), Text(""), 1, Text("Yes"), Text(""), TBstr().Out()));
-  RevokeActive(Entry);
-}
-
-TEST_F(Dialogs, ShowMessageBoxesOverTheProgressWindowOnly) {
-  const struct {
-    long MsgType;
-    std::vector<int> Buttons;
-    int DefaultButton;
-    const char *OwnerClass, *OwnerTitle;
-  } Rows[] = {{0x101, {IDOK, IDCANCEL}, IDCANCEL, "TMainForm", ProgressTitle},
-              {0x202, {IDABORT, IDRETRY, IDIGNORE}, IDIGNORE, "TMainForm", "Orvane Updater"},
-              {0x2024, {IDYES, IDNO}, IDYES, "TOtherForm", ProgressTitle}};
-  for (const auto& Row : Rows) {
-    HRESULT Result = E_FAIL;
-    long Answer = -1;
-    HWND Owner = nullptr;
-    TClientThread Client([&] {
-      Owner = MakeOwner(Row.OwnerClass, Row.OwnerTitle);
-      Result = Make<IUDialog>(CLSID_UDialog)
-                   ->ShowMsgBox(Text("Two\r\nlines, \xFC and \x80"), Text("A caption"), Row.MsgType, &Answer);
-      DestroyWindow(Owner);
-    });
-    const HWND Box = Client.Window(MessageBoxClass);
-    ASSERT_NE(nullptr, Box);
-    EXPECT_EQ((TMessageBoxFacts{"A caption", "Two\r\nlines, \xFC and \x80", Row.Buttons, Row.DefaultButton}),
-              FactsOf(Box));
-    EXPECT_EQ(&Row == Rows ? Owner : nullptr, GetWindow(Box, GW_OWNER)) << Row.MsgType;
-    Press(Box, Row.DefaultButton);
-    Client.Join();
-    EXPECT_EQ(S_OK, Result);
-    EXPECT_EQ(Row.DefaultButton, Answer);
+  /// What UDialog has put into the debug log, which the module keeps to itself for as long as it is used.
+  std::string Logged() const {
+    CoFreeUnusedLibrariesEx(0, 0);
+    const std::string Lines = Read(Updates("Log\\update.log"));
+    return std::regex_replace(Lines, std::regex("[^\r]* UDialog (.*)\r\n"), "$1|");
   }
-}
-
-struct TCustomCall {
-  std::string Text = "Text", Caption = "Caption";
-  long IcoType = 0;
-  std::string Buttons = "Yes,No,Cancel", DefButton = "No";
 };
 
-/// A custom box that a client's thread shows.
+/// A box that a client's thread shows, beside a window of that thread that may be the updater's.
 class TShownBox {
  public:
-  explicit TShownBox(const TCustomCall& Call, const char* OwnerClass = "TMainForm",
-                     const char* OwnerTitle = ProgressTitle)
+  using TShow = std::function<HRESULT(IUDialog& Dialog, std::string& Answer)>;
+  TShownBox(const char* Class, const TShow& Show, const char* OwnerClass = "TMainForm",
+            const char* OwnerTitle = ProgressTitle)
       : Client([=, this] {
           Owner = MakeOwner(OwnerClass, OwnerTitle);
-          TBstr Res;
-          Result = Make<IUDialog>(CLSID_UDialog)
-                       ->ShowCustomMsgBox(::Text(Call.Text), ::Text(Call.Caption), Call.IcoType, ::Text(Call.Buttons),
-                                          ::Text(Call.DefButton), Res.Out());
+          Result = Show(*Make<IUDialog>(CLSID_UDialog), Answer);
           BoxIsGone = !IsWindow(Window);
-          Answer = Take(Res);
           MSG Message;
           while (PeekMessageA(&Message, nullptr, 0, 0, PM_REMOVE))
             if (Message.message == WM_QUIT) QuitStatus = static_cast<int>(Message.wParam);
           DestroyWindow(Owner);
         }),
-        Window(Client.Window(CustomBoxClass)) {}
+        Window(Client.Window(Class)) {
+    Must(Window, "no box is shown");
+  }
 
   void Click(const std::string& Caption) const {
     for (const HWND Control : ControlsOf(Window))
@@ -139,6 +88,49 @@ class TShownBox {
   HWND Window;
 };
 
+TEST_F(Dialogs, ShowMessageBoxesOverTheProgressWindowOnly) {
+  const struct {
+    long MsgType;
+    std::vector<int> Buttons;
+    int DefaultButton;
+    const char *OwnerClass, *OwnerTitle;
+  } Rows[] = {{0x101, {IDOK, IDCANCEL}, IDCANCEL, "TMainForm", ProgressTitle},
+              {0x202, {IDABORT, IDRETRY, IDIGNORE}, IDIGNORE, "TMainForm", "Orvane Updater"},
+              {0x2024, {IDYES, IDNO}, IDYES, "TOtherForm", ProgressTitle}};
+  const std::string Words = "Two\r\nlines, \xFC and \x80";
+  for (const auto& Row : Rows) {
+    const auto Show = [&](IUDialog& Object, std::string& Answer) {
+      long Res = -1;
+      const HRESULT Result = Object.ShowMsgBox(Text(Words), Text("A caption"), Row.MsgType, &Res);
+      Answer = std::to_string(Res);
+      return Result;
+    };
+    TShownBox Box(MessageBoxClass, Show, Row.OwnerClass, Row.OwnerTitle);
+    EXPECT_EQ((TMessageBoxFacts{"A caption", Words, Row.Buttons, Row.DefaultButton}), FactsOf(Box.Window));
+    EXPECT_EQ(&Row == Rows ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER)) << Row.MsgType;
+    Press(Box.Window, Row.DefaultButton);
+    Box.ExpectAnswer(std::to_string(Row.DefaultButton));
+  }
+  EXPECT_TRUE(
+      Logged().starts_with("Begin ShowMsgBox Text=Two<#NL>lines, \xFC and \x80 Caption=A caption MsgType=257|"
+                           "End ShowMsgBox Result=2|"))
+      << Logged();
+}
+
+struct TCustomCall {
+  std::string Text = "Text", Caption = "Caption";
+  long IcoType = 0;
+  std::string Buttons = "Yes,No,Cancel", DefButton = "No";
+
+  HRESULT operator()(IUDialog& Dialog, std::string& Answer) const {
+    TBstr Res;
+    const HRESULT Result =
+        Dialog.ShowCustomMsgBox(::Text(Text), ::Text(Caption), IcoType, ::Text(Buttons), ::Text(DefButton), Res.Out());
+    Answer = Take(Res);
+    return Result;
+  }
+};
+
 RECT PlaceOf(HWND Window) {
   RECT Place;
   GetWindowRect(Window, &Place);
@@ -157,28 +149,23 @@ BOOL WINAPI RecordedDrawIcon(HDC, int, int, HICON Icon) {
 }
 
 TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
-  const struct {
-    TCustomCall Call;
-    TWords Captions;
-    const char *OwnerClass, *OwnerTitle;
-  } Rows[] = {{{"Go on?", "Question", 32514, "Yes,No", "No"}, {"Go on?", "Yes", "No"}, "TMainForm", ProgressTitle},
-              {{"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
-               {"\xFC\x80", "Yes to all", "No", "\"so\", \xFC"},
-               "TMainForm",
-               "Orvane Updater"},
-              {{"Enter closes this", "b", 32516, "", ""}, {"Enter closes this"}, "TOtherForm", ProgressTitle},
-              {{"above", "", 32518, "OK", ""}, {"above", "OK"}, "TOtherForm", ""},
-              {{"the last", "", 32517, "OK", ""}, {"the last", "OK"}, "TOtherForm", ""},
-              {{"below", "", 32511, "OK", ""}, {"below", "OK"}, "TOtherForm", ""}};
+  const std::pair<TCustomCall, TWords> Rows[] = {
+      {{"Go on?", "Question", 32514, "Yes,No", "No"}, {"Go on?", "Yes", "No"}},
+      {{"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
+       {"\xFC\x80", "Yes to all", "No", "\"so\", \xFC"}},
+      {{"Enter closes this", "b", 32516, "", ""}, {"Enter closes this"}},
+      {{"above", "", 32518, "OK", ""}, {"above", "OK"}},
+      {{"the last", "", 32517, "OK", ""}, {"the last", "OK"}},
+      {{"below", "", 32511, "OK", ""}, {"below", "OK"}}};
   const auto Loaded = Make<IUDialog>(CLSID_UDialog);
   const TImportPatch Load("LoadIconA", LentIcon), Draw("DrawIcon", RecordedDrawIcon);
-  for (const auto& [Call, Captions, OwnerClass, OwnerTitle] : Rows) {
+  for (const auto& [Call, Captions] : Rows) {
     SCOPED_TRACE(Call.Text);
     Drawn = nullptr;
-    TShownBox Box(Call, OwnerClass, OwnerTitle);
-    ASSERT_NE(nullptr, Box.Window);
+    const bool IsFirst = &Call == &Rows[0].first;
+    TShownBox Box(CustomBoxClass, Call, IsFirst ? "TMainForm" : "TOtherForm");
     EXPECT_EQ(Call.Caption, TextOf(Box.Window));
-    EXPECT_EQ(&Call == &Rows[0].Call ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER));
+    EXPECT_EQ(IsFirst ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER));
     EXPECT_TRUE(IsWindowEnabled(Box.Owner));
     TWords Shown;
     RECT Frame = PlaceOf(Box.Window), Before{}, Common;
@@ -232,11 +219,10 @@ TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
               // A request to quit is the caller's.
               {[](const TShownBox& Box) { SendMessageA(Box.Owner, QuitRequest, 7, 0); }, "", 7}};
   // Another thread's box keeps its answer.
-  TShownBox Other({"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm", "");
+  TShownBox Other(CustomBoxClass, TCustomCall{"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm");
   for (const auto& Way : Ways) {
     SCOPED_TRACE(&Way - Ways);
-    TShownBox Box({});
-    ASSERT_NE(nullptr, Box.Window);
+    TShownBox Box(CustomBoxClass, TCustomCall{});
     Way.Act(Box);
     Box.ExpectAnswer(Way.Answer);
     EXPECT_EQ(Way.QuitStatus, Box.QuitStatus);
@@ -244,6 +230,10 @@ TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
   EXPECT_TRUE(IsWindow(Other.Window));
   Other.Click("Left");
   Other.ExpectAnswer("Left");
+  EXPECT_TRUE(
+      Logged().starts_with("Begin ShowCustomMsgBox Text=Other Caption=Other MsgType=32513 Buttons=Left,Right "
+                           "DefButton=|Begin"));
+  EXPECT_TRUE(Logged().ends_with("|End ShowCustomMsgBox Result=Left|"));
 }
 
 }  // namespace
