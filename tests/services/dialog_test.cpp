@@ -29,9 +29,42 @@ HWND MakeOwner(const char* Class, const char* Title) {
   return CreateWindowExA(0, Class, Title, WS_OVERLAPPEDWINDOW, 0, 0, 100, 50, nullptr, nullptr, nullptr, nullptr);
 }
 
-class Dialogs : public TSandboxTest {
+class MessageBoxes : public TSandboxTest {};
+
+std::tuple<HWND, std::string, std::string, UINT> Shown;
+TMemoryLog* LogOfBox = nullptr;
+
+int WINAPI AnswerNo(HWND Owner, LPCSTR Text, LPCSTR Caption, UINT Style) {
+  Shown = {Owner, Text, Caption, Style};
+  LogOfBox->LinesLeft = Style == MB_YESNO ? 0 : -1;  // the End line's
+  return IDNO;
+}
+
+TEST_F(MessageBoxes, AreShownOverTheProgressWindowOnlyAndFailWithTheirLogLines) {
+  LogOfBox = &Log();
+  const TComRef<IUDialog> Object = Make<IUDialog>(CLSID_UDialog);
+  const TImportPatch Box("MessageBoxA", AnswerNo);
+  const std::string Words = "Two\r\nlines, \xFC and \x80";
+  for (const auto& [MsgType, OwnerClass, OwnerTitle] : {std::tuple{0x101, "TMainForm", ProgressTitle},
+                                                        {0x2024, "TMainForm", "Orvane Updater"},
+                                                        {MB_YESNO, "TOtherForm", ProgressTitle}}) {
+    const HWND Owner = MakeOwner(OwnerClass, OwnerTitle);
+    long Answer = -1;
+    const HRESULT Result = Object->ShowMsgBox(Text(Words), Text("A caption"), MsgType, &Answer);
+    EXPECT_EQ(MsgType == MB_YESNO ? E_ACCESSDENIED : S_OK, Result);
+    EXPECT_EQ(MsgType == MB_YESNO ? 0 : IDNO, Answer);
+    EXPECT_EQ(std::tuple(MsgType == 0x101 ? Owner : nullptr, Words, "A caption", static_cast<UINT>(MsgType)), Shown);
+    DestroyWindow(Owner);
+  }
+  // Nothing is shown that the log does not know of.
+  EXPECT_EQ(E_ACCESSDENIED, Object->ShowCustomMsgBox(Text("Text"), Text(""), 1, Text("Yes"), Text(""), TBstr().Out()));
+  EXPECT_EQ("Begin ShowMsgBox Text=" + Words + " Caption=A caption MsgType=257", Log().Texts("UDialog")[0]);
+  EXPECT_EQ("End ShowMsgBox Result=7", Log().Texts("UDialog")[1]);
+}
+
+class CustomBoxes : public TSandboxTest {
  protected:
-  Dialogs() : TSandboxTest(LogToFile) {}
+  CustomBoxes() : TSandboxTest(LogToFile) {}
   /// What UDialog has put into the debug log, which the module keeps to itself for as long as it is used.
   std::string Logged() const {
     CoFreeUnusedLibrariesEx(0, 0);
@@ -40,22 +73,30 @@ class Dialogs : public TSandboxTest {
   }
 };
 
-/// A box that a client's thread shows, beside a window of that thread that may be the updater's.
+struct TCustomCall {
+  std::string Text = "Text", Caption = "Caption";
+  long IcoType = 0;
+  std::string Buttons = "Yes,No,Cancel", DefButton = "No";
+};
+
+/// A custom box that a client's thread shows, beside a window of that thread that may be the updater's.
 class TShownBox {
  public:
-  using TShow = std::function<HRESULT(IUDialog& Dialog, std::string& Answer)>;
-  TShownBox(const char* Class, const TShow& Show, const char* OwnerClass = "TMainForm",
-            const char* OwnerTitle = ProgressTitle)
+  explicit TShownBox(const TCustomCall& Call, const char* OwnerClass = "TMainForm")
       : Client([=, this] {
-          Owner = MakeOwner(OwnerClass, OwnerTitle);
-          Result = Show(*Make<IUDialog>(CLSID_UDialog), Answer);
+          Owner = MakeOwner(OwnerClass, ProgressTitle);
+          TBstr Res;
+          Result = Make<IUDialog>(CLSID_UDialog)
+                       ->ShowCustomMsgBox(::Text(Call.Text), ::Text(Call.Caption), Call.IcoType, ::Text(Call.Buttons),
+                                          ::Text(Call.DefButton), Res.Out());
           BoxIsGone = !IsWindow(Window);
+          Answer = Take(Res);
           MSG Message;
           while (PeekMessageA(&Message, nullptr, 0, 0, PM_REMOVE))
             if (Message.message == WM_QUIT) QuitStatus = static_cast<int>(Message.wParam);
           DestroyWindow(Owner);
         }),
-        Window(Client.Window(Class)) {
+        Window(Client.Window(CustomBoxClass)) {
     Must(Window, "no box is shown");
   }
 
@@ -88,49 +129,6 @@ class TShownBox {
   HWND Window;
 };
 
-TEST_F(Dialogs, ShowMessageBoxesOverTheProgressWindowOnly) {
-  const struct {
-    long MsgType;
-    std::vector<int> Buttons;
-    int DefaultButton;
-    const char *OwnerClass, *OwnerTitle;
-  } Rows[] = {{0x101, {IDOK, IDCANCEL}, IDCANCEL, "TMainForm", ProgressTitle},
-              {0x202, {IDABORT, IDRETRY, IDIGNORE}, IDIGNORE, "TMainForm", "Orvane Updater"},
-              {0x2024, {IDYES, IDNO}, IDYES, "TOtherForm", ProgressTitle}};
-  const std::string Words = "Two\r\nlines, \xFC and \x80";
-  for (const auto& Row : Rows) {
-    const auto Show = [&](IUDialog& Object, std::string& Answer) {
-      long Res = -1;
-      const HRESULT Result = Object.ShowMsgBox(Text(Words), Text("A caption"), Row.MsgType, &Res);
-      Answer = std::to_string(Res);
-      return Result;
-    };
-    TShownBox Box(MessageBoxClass, Show, Row.OwnerClass, Row.OwnerTitle);
-    EXPECT_EQ((TMessageBoxFacts{"A caption", Words, Row.Buttons, Row.DefaultButton}), FactsOf(Box.Window));
-    EXPECT_EQ(&Row == Rows ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER)) << Row.MsgType;
-    Press(Box.Window, Row.DefaultButton);
-    Box.ExpectAnswer(std::to_string(Row.DefaultButton));
-  }
-  EXPECT_TRUE(
-      Logged().starts_with("Begin ShowMsgBox Text=Two<#NL>lines, \xFC and \x80 Caption=A caption MsgType=257|"
-                           "End ShowMsgBox Result=2|"))
-      << Logged();
-}
-
-struct TCustomCall {
-  std::string Text = "Text", Caption = "Caption";
-  long IcoType = 0;
-  std::string Buttons = "Yes,No,Cancel", DefButton = "No";
-
-  HRESULT operator()(IUDialog& Dialog, std::string& Answer) const {
-    TBstr Res;
-    const HRESULT Result =
-        Dialog.ShowCustomMsgBox(::Text(Text), ::Text(Caption), IcoType, ::Text(Buttons), ::Text(DefButton), Res.Out());
-    Answer = Take(Res);
-    return Result;
-  }
-};
-
 RECT PlaceOf(HWND Window) {
   RECT Place;
   GetWindowRect(Window, &Place);
@@ -148,7 +146,7 @@ BOOL WINAPI RecordedDrawIcon(HDC, int, int, HICON Icon) {
   return TRUE;
 }
 
-TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
+TEST_F(CustomBoxes, ShowWhatTheCallAsksFor) {
   const std::pair<TCustomCall, TWords> Rows[] = {
       {{"Go on?", "Question", 32514, "Yes,No", "No"}, {"Go on?", "Yes", "No"}},
       {{"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
@@ -163,7 +161,7 @@ TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
     SCOPED_TRACE(Call.Text);
     Drawn = nullptr;
     const bool IsFirst = &Call == &Rows[0].first;
-    TShownBox Box(CustomBoxClass, Call, IsFirst ? "TMainForm" : "TOtherForm");
+    TShownBox Box(Call, IsFirst ? "TMainForm" : "TOtherForm");
     EXPECT_EQ(Call.Caption, TextOf(Box.Window));
     EXPECT_EQ(IsFirst ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER));
     EXPECT_TRUE(IsWindowEnabled(Box.Owner));
@@ -191,7 +189,7 @@ TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
   }
 }
 
-TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
+TEST_F(CustomBoxes, CloseWithTheAnswerOfTheWay) {
   constexpr LPARAM EnterScan = 0x1C, SpaceScan = 0x39, EscapeScan = 0x01, TabScan = 0x0F;
   const struct {
     std::function<void(const TShownBox& Box)> Act;
@@ -219,10 +217,10 @@ TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
               // A request to quit is the caller's.
               {[](const TShownBox& Box) { SendMessageA(Box.Owner, QuitRequest, 7, 0); }, "", 7}};
   // Another thread's box keeps its answer.
-  TShownBox Other(CustomBoxClass, TCustomCall{"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm");
+  TShownBox Other({"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm");
   for (const auto& Way : Ways) {
     SCOPED_TRACE(&Way - Ways);
-    TShownBox Box(CustomBoxClass, TCustomCall{});
+    TShownBox Box({});
     Way.Act(Box);
     Box.ExpectAnswer(Way.Answer);
     EXPECT_EQ(Way.QuitStatus, Box.QuitStatus);
