@@ -3,7 +3,6 @@
 #include "base/format_text.h"
 #include "formats/comma_text.h"
 #include "formats/garbage_lines.h"
-#include "formats/log_line.h"
 
 #include <gtest/gtest.h>
 
@@ -37,11 +36,6 @@ TEST(GarbageLines, EndAtEachKindOfBreakAndHaveADecimalRoot) {
   EXPECT_EQ(0xFFFFFFFFu, ParseRoot("9223372036854775807")) << "the low 32 bits";
   for (const char* Root : {"", "-", "+1", "1x", "0x1", " 1", "9223372036854775808"})
     EXPECT_EQ(std::nullopt, ParseRoot(Root)) << Root;
-}
-
-TEST(LogLine, HasTimeAndCallIdInFrontAndIsOnePhysicalLine) {
-  EXPECT_EQ(L"0101.11.10 03:09:09 -2147483648 ", LogLinePrefix({101, 11, 10, 3, 9, 9}, INT32_MIN));
-  EXPECT_EQ("\n<#NL>a\r<#NL>\xFF\n\r\n", FinishLogLine("\n\r\na\r\r\n\xFF\n"));
 }
 
 TEST(FormatText, FillsInOrderAndLeavesAloneWhatIsNoDirectiveOfItsArgument) {

@@ -7,22 +7,16 @@ namespace {
 
 class Frame : public TSandboxTest {
  protected:
-  template <class... TArgs>
-  HRESULT Export(const char* Name, TArgs... Args) const {
-    return reinterpret_cast<HRESULT(WINAPI*)(TArgs...)>(reinterpret_cast<void*>(GetProcAddress(Loaded.Get(), Name)))(
-        Args...);
+  static HRESULT CanUnload() { return CallExport("DllCanUnloadNow"); }
+  static HRESULT GetClassObject(const CLSID& ClassId, const IID& Iid, void** Result) {
+    return CallExport<const CLSID&, const IID&, void**>("DllGetClassObject", ClassId, Iid, Result);
   }
-  HRESULT CanUnload() const { return Export("DllCanUnloadNow"); }
-  HRESULT GetClassObject(const CLSID& ClassId, const IID& Iid, void** Result) const {
-    return Export<const CLSID&, const IID&, void**>("DllGetClassObject", ClassId, Iid, Result);
-  }
-  TComRef<IClassFactory> Factory(const CLSID& ClassId) const {
+  static TComRef<IClassFactory> Factory(const CLSID& ClassId) {
     TComRef<IClassFactory> Result;
     EXPECT_EQ(S_OK, GetClassObject(ClassId, IID_IClassFactory, Result.OutVoid()));
     return Result;
   }
-
-  TModuleHandle Loaded{LoadLibraryA(BuiltModulePath().c_str())};
+  const TModuleHandle Kept{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
 TEST_F(Frame, FindsClassObjectsByClassAndInterface) {
@@ -110,27 +104,27 @@ TEST_F(Frame, ConnectsOneSinkToAnObject) {
 }
 
 TEST_F(Frame, TellsAboutAMissingBaseFolderAndKeepsTheFirstOne) {
-  const auto BackUpWith = [](DWORD Type, const std::wstring& Folder) {
-    StoreValue(L"Software\\Orvane\\Core", L"", Type, WideBytes(Folder));
+  const auto BackupSomething = [](DWORD Type, const std::wstring& Folder) {
+    if (Type != REG_NONE) StoreValue(L"Software\\Orvane\\Core", L"", Type, WideBytes(Folder));
     GUID DataID{};
     return Make<IUBackup>(CLSID_UBackup)->BackupString(Text("something"), &DataID);
   };
-  const std::string Place =
-      "Cannot read the base folder from the default value of the registry key "
-      "'HKEY_CURRENT_USER\\Software\\Orvane\\Core': ";
   DeleteKeyTree(L"Software\\Orvane\\Core");
   for (const TPublishedClass& Class : PublishedClasses()) EXPECT_TRUE(Make<IDispatch>(Class.ClassId)) << Class.Name;
-  GUID Id{};
-  EXPECT_EQ(static_cast<HRESULT>(0x80040202), Make<IUBackup>(CLSID_UBackup)->BackupString(Text("something"), &Id));
-  EXPECT_EQ(Place + SystemText(ERROR_FILE_NOT_FOUND), ErrorText());
-  EXPECT_EQ(static_cast<HRESULT>(0x8004020D), BackUpWith(REG_BINARY, L"C:\\Somewhere"));
-  EXPECT_EQ(Place + "It is not a string.", ErrorText());
-  EXPECT_EQ(static_cast<HRESULT>(0x8004020D), BackUpWith(REG_SZ, std::wstring(1, L'\0')));
-  EXPECT_EQ(Place + "It is empty.", ErrorText());
+  for (const auto& [Type, Folder, Code, Why] : {std::tuple{REG_NONE, L"", 2, SystemText(2)},
+                                                {REG_BINARY, L"C:\\Somewhere", 13, "It is not a string."},
+                                                {REG_SZ, L"", 13, "It is empty."}}) {
+    EXPECT_EQ(static_cast<HRESULT>(0x80040200 + Code), BackupSomething(Type, Folder));
+    EXPECT_EQ(
+        "Cannot read the base folder from the default value of the registry key "
+        "'HKEY_CURRENT_USER\\Software\\Orvane\\Core': " +
+            Why,
+        ErrorText());
+  }
   // Mended without a restart, by a text that ends with its bytes.
   SetEnvironmentVariableA("MENDWORK_BASE", Base().c_str());
-  EXPECT_EQ(S_OK, BackUpWith(REG_EXPAND_SZ, L"%MENDWORK_BASE%"));
-  EXPECT_EQ(S_OK, BackUpWith(REG_SZ, ToWide(App())));
+  EXPECT_EQ(S_OK, BackupSomething(REG_EXPAND_SZ, L"%MENDWORK_BASE%"));
+  EXPECT_EQ(S_OK, BackupSomething(REG_SZ, ToWide(App())));
   std::string Folders;
   for (const auto& [Name, Entry] : TreeOf(Base()))
     if (Name.ends_with("\\")) Folders += Name + " ";

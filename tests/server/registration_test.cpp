@@ -20,18 +20,13 @@ class Registration : public TStory {
  protected:
   /// The other tests of the suite need the module registered.
   ~Registration() override {
-    EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
-    EXPECT_EQ(S_OK, Export("DllRegisterServer"));
-  }
-  HRESULT Export(const char* Name) {
-    return reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(Module.Get(), Name)))();
+    EXPECT_EQ(S_OK, CallExport("DllUnregisterServer"));
+    EXPECT_EQ(S_OK, CallExport("DllRegisterServer"));
   }
   void TellEach(const std::string& Lines) {
     std::istringstream Rest(Lines);
     for (std::string Line; std::getline(Rest, Line);) Tell(Line);
   }
-
-  TModuleHandle Module{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
 // What is written for the library and for each class.
@@ -71,13 +66,13 @@ TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
   const std::string ProgId = "Mendwork.UFile", OfClass = "CLSID\\" + GuidText(CLSID_UFile);
   for (const std::string CurVer : {"", "Mendwork.UFile.5", "Mendwork.UFile.6", "mendwork.ufile.6", "Mendwork.UFile.10",
                                    "Mendwork.UFile.5.9", "Mendwork.UFile.5b", "Mend"}) {
-    ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
+    ASSERT_EQ(S_OK, CallExport("DllUnregisterServer"));
     for (const auto& [Key, Value] : {std::pair{"\\Clsid", std::string("{other}")}, {"\\CurVer", CurVer}})
       if (!CurVer.empty())
         RegSetKeyValueA(HKEY_CLASSES_ROOT, (ProgId + Key).c_str(), nullptr, REG_SZ, Value.c_str(),
                         static_cast<DWORD>(Value.size() + 1));
     for (const char* Function : {"DllRegisterServer", "DllUnregisterServer"}) {
-      Step("'" + CurVer + "' " + Function, Export(Function));
+      Step("'" + CurVer + "' " + Function, CallExport(Function));
       TellEach(EntriesOf(ProgId) + EntriesOf(ProgId + ".6") + EntriesOf(OfClass + "\\VersionIndependentProgID"));
     }
     RegDeleteTreeA(HKEY_CLASSES_ROOT, ProgId.c_str());

@@ -20,6 +20,14 @@ std::string LogStamp() {
   return Stamp;
 }
 
+/// Whether the log's lock is taken.
+bool IsHeld() {
+  const TKernelHandle Lock(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, GuidText(CLSID_UDebugLog).c_str()));
+  if (WaitForSingleObject(Lock.Get(), 0) == WAIT_TIMEOUT) return true;
+  ReleaseSemaphore(Lock.Get(), 1, nullptr);
+  return false;
+}
+
 class DebugLog : public TSandboxTest {
  protected:
   DebugLog() : TSandboxTest(LogToFile) {}
@@ -33,16 +41,6 @@ class DebugLog : public TSandboxTest {
     const std::regex Stamps("(^|\n)\\d{4}(\\.\\d\\d){2} \\d\\d(:\\d\\d){2} ");
     return std::regex_replace(Read(LogFile()), Stamps, "$1");
   }
-
- public:
-  static bool IsHeld() {
-    const TKernelHandle Lock(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, GuidText(CLSID_UDebugLog).c_str()));
-    if (WaitForSingleObject(Lock.Get(), 0) == WAIT_TIMEOUT) return true;
-    ReleaseSemaphore(Lock.Get(), 1, nullptr);
-    return false;
-  }
-
- protected:
   TComRef<IUDebugLog> Kept = Make<IUDebugLog>(CLSID_UDebugLog);
 };
 
@@ -54,6 +52,7 @@ TEST_F(DebugLog, GetsExactlyOneLineFromEachCall) {
   } Rows[] = {
       {17, L"Common", L"Begin", L"DeleteFile C:\\old.dll", "17 Common Begin DeleteFile C:\\old.dll"},
       {LONG_MIN, L"N\r\nM", L"", L"\r\na\r\n\r\nb", "-2147483648 N<#NL>M  <#NL>a<#NL><#NL>b"},
+      {4, L"\n", L"\r", L"\r\r\n\xFF\n\r\n", "4 \n \r \r<#NL>\xFF\n<#NL>"},
       {3, L"gr\u00FC\u00DFe", L"\u20AC", L"\u2603\0b"s, "3 gr\xFC\xDF"s + "e \x80 ?\0b"s},
       {5, L"N", L"A", std::wstring(70000, L'x'), "5 N A " + std::string(70000, 'x')},
   };
@@ -80,7 +79,7 @@ int WINAPI AnswerBox(HWND Owner, LPCSTR Text, LPCSTR Caption, UINT Style) {
   Boxes.push_back(std::string(Caption) + ": " + Text);
   EXPECT_EQ(nullptr, Owner);
   EXPECT_EQ(static_cast<UINT>(MB_RETRYCANCEL | MB_ICONERROR | MB_TASKMODAL), Style);
-  EXPECT_TRUE(DebugLog::IsHeld()) << "others must not write while the user thinks";
+  EXPECT_TRUE(IsHeld()) << "others must not write while the user thinks";
   return Boxes.size() == 2 ? IDCANCEL : IDRETRY;
 }
 

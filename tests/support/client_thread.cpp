@@ -2,11 +2,9 @@
 
 #include "base/text.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <memory>
-#include <ostream>
 
 namespace {
 
@@ -18,13 +16,6 @@ DWORD WINAPI RunClient(void* Parameter) {
   (*Run)();
   CoUninitialize();
   return 0;
-}
-
-HWND FocusOf(DWORD ThreadId) {
-  GUITHREADINFO Info{};
-  Info.cbSize = sizeof Info;
-  GetGUIThreadInfo(ThreadId, &Info);
-  return Info.hwndFocus;
 }
 
 }  // namespace
@@ -54,7 +45,12 @@ HWND TClientThread::Window(const std::string& Class) const {
   return Found;
 }
 
-HWND TClientThread::Focus() const { return FocusOf(ThreadId); }
+HWND TClientThread::Focus() const {
+  GUITHREADINFO Info{};
+  Info.cbSize = sizeof Info;
+  GetGUIThreadInfo(ThreadId, &Info);
+  return Info.hwndFocus;
+}
 
 bool Until(const std::function<bool()>& Condition) {
   for (DWORD Waited = 0; Waited < Patience; Waited += Pause) {
@@ -82,24 +78,6 @@ std::string TextOf(HWND Window) {
   wchar_t Buffer[2048] = L"";
   SendMessageW(Window, WM_GETTEXT, std::size(Buffer), reinterpret_cast<LPARAM>(Buffer));
   return ToAnsi(Buffer);
-}
-
-TMessageBoxFacts FactsOf(HWND MessageBox) {
-  TMessageBoxFacts Facts{
-      TextOf(MessageBox), "", {}, GetDlgCtrlID(FocusOf(GetWindowThreadProcessId(MessageBox, nullptr)))};
-  for (const HWND Control : ControlsOf(MessageBox)) {
-    const bool Icon = (GetWindowLongA(Control, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
-    if (ClassOf(Control) == "Button" && IsWindowVisible(Control)) Facts.Buttons.push_back(GetDlgCtrlID(Control));
-    if (ClassOf(Control) == "Static" && !Icon) Facts.Text = TextOf(Control);
-  }
-  std::sort(Facts.Buttons.begin(), Facts.Buttons.end());
-  return Facts;
-}
-
-std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts) {
-  Out << Facts.Caption << " | " << Facts.Text << " |";
-  for (const int Button : Facts.Buttons) Out << ' ' << Button << (Button == Facts.Focus ? " (focus)" : "");
-  return Out;
 }
 
 void Press(HWND MessageBox, int Answer) {

@@ -37,15 +37,6 @@ std::string ClassOf(HWND Window);
 /// The text as the window itself gives it; of windows of other threads and processes too.
 std::string TextOf(HWND Window);
 
-/// What a system message box shows.
-struct TMessageBoxFacts {
-  std::string Caption, Text;
-  std::vector<int> Buttons;  ///< their answers, ascending
-  int Focus = 0;             ///< the default button
-  bool operator==(const TMessageBoxFacts&) const = default;
-};
-TMessageBoxFacts FactsOf(HWND MessageBox);
-std::ostream& operator<<(std::ostream& Out, const TMessageBoxFacts& Facts);
 /// The window class of system message boxes.
 constexpr char MessageBoxClass[] = "#32770";
 /// Presses a button of a system message box and waits until the box is gone.
