@@ -3,9 +3,9 @@
 #include "base/numbers.h"
 #include "formats/comma_text.h"
 #include "support/memory_file.h"
+#include "support/raw_uninstall_log.h"
 
 #include <cstdio>
-#include <tuple>
 
 /// Of the sanitizers' run-time library; not every compiler brings the header that declares it.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*OnMalloc)(const volatile void*, size_t),
@@ -38,47 +38,21 @@ void ReadWatched(size_t Size, const auto& Read) {
   Promise(Largest <= Size + Frame, "no more memory than there are bytes");
 }
 
-bool Load(std::string Bytes, TUninstallLog& Log) {
-  TMemoryFile File(Bytes);
-  bool Loaded = true;
-  ReadWatched(Bytes.size(), [&] {
-    try {
-      Log.Load(File);
-    } catch (const EUninstallLogError&) {
-      Loaded = false;
-    }
-  });
-  return Loaded;
-}
-
-using TRecordFacts = std::vector<std::tuple<uint16_t, int32_t, std::vector<uint8_t>>>;
-TRecordFacts FactsOf(const TUninstallLog& Log) {
-  TRecordFacts Facts;
-  const TUninstallRecord* Before = nullptr;
-  for (const TUninstallRecord* Rec = Log.First(); Rec; Before = Rec, Rec = Rec->Next) {
-    Promise(Rec->Previous == Before, "the records are linked both ways");
-    Facts.emplace_back(Rec->RecordType, Rec->ExtraValue, std::vector<uint8_t>(Rec->Data().begin(), Rec->Data().end()));
-  }
-  Promise(Log.Last() == Before && Log.Count() == static_cast<int32_t>(Facts.size()), "all records are counted");
-  return Facts;
-}
-
 /// Whatever becomes of it, and with whichever operation the disk breaks, the old records stay.
 void AppendOne(const std::string& Bytes, const TUninstallLog& Log, int FailAfter) {
   TUninstallLog More, Now;
   More.AddStringRecord(0x82, {"name"}, 0);
   More.ApplicationId = Log.ApplicationId;
   More.Is64Bit = Log.Is64Bit;
-  std::string Longer = Bytes;
-  TRecordFacts Expected = FactsOf(Log);
+  std::string Longer = Bytes, Expected = StreamOf(Log);
   try {
     More.Save(OpenerOf(Longer, FailAfter), "", true, false);
-    Expected.push_back(FactsOf(More).at(0));
+    Expected += StreamOf(More);
   } catch (const EFileError&) {
   } catch (const EUninstallLogError&) {
   }
   if (!Log.EndsWithLastRecord()) return;
-  Promise(Load(Longer, Now) && FactsOf(Now) == Expected && Now.EndsWithLastRecord(),
+  Promise(Load(Longer, Now) && StreamOf(Now) == Expected && Now.EndsWithLastRecord(),
           "a log is appended to or as it was");
 }
 
@@ -110,6 +84,32 @@ void ReadCommaText(TFuzzInput Input) {
 
 }  // namespace
 
+bool Load(std::string Bytes, TUninstallLog& Log) {
+  TMemoryFile File(Bytes);
+  bool Loaded = true;
+  ReadWatched(Bytes.size(), [&] {
+    try {
+      Log.Load(File);
+    } catch (const EUninstallLogError&) {
+      Loaded = false;
+    }
+  });
+  return Loaded;
+}
+
+std::string StreamOf(const TUninstallLog& Log) {
+  std::string Stream;
+  int32_t Count = 0;
+  const TUninstallRecord* Before = nullptr;
+  for (const TUninstallRecord* Rec = Log.First(); Rec; Before = Rec, Rec = Rec->Next, ++Count) {
+    Promise(Rec->Previous == Before, "the records are linked both ways");
+    const std::string Data(Rec->Data().begin(), Rec->Data().end());
+    Stream += Record(Rec->RecordType, static_cast<uint32_t>(Rec->ExtraValue), Data);
+  }
+  Promise(Log.Last() == Before && Log.Count() == Count, "all records are counted");
+  return Stream;
+}
+
 void FuzzUninstallLog(TFuzzInput Input) {
   constexpr size_t FlagsAt = 332, CrcAt = 444, HeaderSize = 448;
   std::string Bytes(Input.begin() + 1, Input.end());
@@ -120,12 +120,12 @@ void FuzzUninstallLog(TFuzzInput Input) {
   }
   TUninstallLog Log, Again;
   const bool Loaded = Load(Bytes, Log);
-  const TRecordFacts Facts = FactsOf(Log);
+  const std::string Stream = StreamOf(Log);
   if (!Loaded) return;
   for (int Operations = -1; Operations < 6; ++Operations) AppendOne(Bytes, Log, Operations);
   for (const TUninstallRecord* Rec = Log.First(); Rec; Rec = Rec->Next) ExtractStrings(*Rec);
   SaveTo(Bytes, Log);
-  Promise(Load(Bytes, Again) && FactsOf(Again) == Facts && Again.Is64Bit == Log.Is64Bit && Again.Flags == Log.Flags,
+  Promise(Load(Bytes, Again) && StreamOf(Again) == Stream && Again.Is64Bit == Log.Is64Bit && Again.Flags == Log.Flags,
           "a saved log loads as it was");
 }
 

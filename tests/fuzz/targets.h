@@ -1,7 +1,10 @@
 #pragma once
 
+#include "formats/uninstall_log.h"
+
 #include <cstdint>
 #include <span>
+#include <string>
 
 // What the fuzzers try out: each takes any bytes, hands them to a reader and ends the program when a promise of the
 // reader is broken; the sanitizers watch the rest. The first byte chooses what is done with the others.
@@ -13,3 +16,8 @@ using TFuzzInput = std::span<const uint8_t>;
 void FuzzUninstallLog(TFuzzInput Input);
 /// The readers of backup items, in the order of their structs, and of comma text.
 void FuzzBackupItems(TFuzzInput Input);
+
+/// False for a log that is refused; what was read of it stays.
+bool Load(std::string Bytes, TUninstallLog& Log);
+/// The records as they stand in a file.
+std::string StreamOf(const TUninstallLog& Log);

@@ -1,6 +1,5 @@
 #include "formats/backup_items.h"
 
-#include "formats/log_record.h"
 #include "support/memory_file.h"
 #include "support/raw_uninstall_log.h"
 
@@ -11,13 +10,6 @@ namespace {
 constexpr TGuidBytes Guid{0xF0, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7,
                           0xF8, 0xF9, 0xFA, 0xFB, 0xFC, 0xFD, 0xFE, 0xFF};
 const std::string GuidBytes(Guid.begin(), Guid.end());
-
-TEST(LogRecord, Is36BytesWithoutPadding) {
-  const TLogRecord Record{Guid, -0x01020304, {1}};
-  TLogRecordBytes Bytes = EncodeRecord(Record);
-  EXPECT_EQ(GuidBytes + "\xFC\xFC\xFD\xFE\1" + std::string(15, '\0'), std::string(Bytes.begin(), Bytes.end()));
-  EXPECT_EQ(Record, DecodeRecord(Bytes));
-}
 
 TEST(GuidText, IsReadInAnyCaseAndNothingElseIs) {
   const std::string Good = "{F3F2F1F0-F5F4-F7F6-F8F9-FAFBFCFDFEFF}";
@@ -31,31 +23,27 @@ TEST(GuidText, IsReadInAnyCaseAndNothingElseIs) {
   }
 }
 
-/// Reads an item's fields behind its tag; false when they do not fit. What follows them goes into `Left`.
+/// What an item's fields are written as once they have been read; "" when they do not fit.
 template <class TItem>
-bool Decode(std::string_view Bytes, TItem& Item, std::string* Left = nullptr) {
+std::string ReadAndWritten(std::string_view Bytes, TItem) {
   TMemorySource Source(Bytes.substr(ItemTagSize));
   TItemReader Reader(Source);
+  TItem Item;
   Item.Fields(Reader);
-  if (Left) *Left = Source.Bytes;
-  return Reader.Good();
+  return Reader.Good() ? EncodeItem(Item) : "";
 }
 
 /// An item has these bytes, is read back from them, and is refused at every shorter length and with a lie in any of its
 /// lengths and counts, which stand at `Lengths`.
-template <class TItem>
-void ExpectFormat(const TItem& Item, const std::string& Bytes, std::initializer_list<size_t> Lengths) {
-  TItem Read, None;
-  std::string Left;
+void ExpectFormat(const auto& Item, const std::string& Bytes, std::initializer_list<size_t> Lengths) {
   EXPECT_EQ(Bytes, EncodeItem(Item));
-  EXPECT_TRUE(Decode(Bytes + "content", Read, &Left));
-  EXPECT_EQ("content", Left);
-  EXPECT_EQ(Bytes, EncodeItem(Read));
-  for (size_t Size = ItemTagSize; Size < Bytes.size(); ++Size) EXPECT_FALSE(Decode(Bytes.substr(0, Size), None));
+  EXPECT_EQ(Bytes, ReadAndWritten(Bytes + "content", Item));
+  for (size_t Size = ItemTagSize; Size < Bytes.size(); ++Size)
+    EXPECT_EQ("", ReadAndWritten(Bytes.substr(0, Size), Item)) << Size;
   // 0x10000001 GUIDs are 16 bytes when the product wraps around at 32 bits.
   for (const uint32_t Lie : {static_cast<uint32_t>(Bytes.size()), 0x10000001u, 0x7FFFFFFFu, 0xFFFFFFFFu})
     for (const size_t At : Lengths)
-      EXPECT_FALSE(Decode(std::string(Bytes).replace(At, 4, Number(Lie)), None)) << At << " " << Lie;
+      EXPECT_EQ("", ReadAndWritten(std::string(Bytes).replace(At, 4, Number(Lie)), Item)) << At << " " << Lie;
 }
 
 TEST(BackupItems, HaveTheseBytesAndAreRefusedWhenShortOrLying) {
@@ -71,29 +59,26 @@ TEST(BackupItems, HaveTheseBytesAndAreRefusedWhenShortOrLying) {
   ExpectFormat(TRegistryKeyItem{0x80000005, "Key", {Guid}, {Guid}},
                std::string("\3\0\0\0\5\0\0\x80\3\0\0\0Key", 15) + Number(1) + GuidBytes + Number(1) + GuidBytes,
                {8, 15, 35});
-  // The content of a large file is no path, and nothing is read behind a field that does not fit.
-  TSingleFileItem File;
+  // The content of a large file is no path.
   for (const uint32_t Size : {0xFFFFu, 0x10000u})
-    EXPECT_EQ(Size == 0xFFFF, Decode(Number(3) + Number(Size) + std::string(0x20000, 'x'), File));
-  EXPECT_EQ("xxxx", Number(File.Attributes));
+    EXPECT_EQ(Size == 0xFFFF,
+              ReadAndWritten(Number(3) + Number(Size) + std::string(0x20000, 'x'), TSingleFileItem{}) != "");
 }
 
 TEST(BackupItems, ArePlausibleOnlyAsSaved) {
-  const auto IsFile = [](std::string Path, uint32_t Flags) {
-    return TSingleFileItem{Path, Flags, 0, 0, 0}.Plausible();
-  };
-  const auto IsKey = [](uint32_t Root, std::string Path) { return TRegistryKeyItem{Root, Path, {}, {}}.Plausible(); };
-  const auto IsValue = [](uint32_t Root, std::string Path, std::string Name) {
-    return TRegistryValueItem{Root, Path, Name, 0, {}}.Plausible();
-  };
   const std::string CutShort("a\0b", 3);
-  for (uint32_t Bit = 0; Bit < 32; ++Bit) EXPECT_EQ(Bit != 4 && Bit < 24, IsFile("a", uint32_t{1} << Bit)) << Bit;
-  EXPECT_FALSE(IsFile("", 0) || IsFile(CutShort, 0));
+  for (uint32_t Bit = 0; Bit < 32; ++Bit)
+    EXPECT_EQ(Bit != 4 && Bit < 24, (TSingleFileItem{"a", uint32_t{1} << Bit, 0, 0, 0}.Plausible())) << Bit;
+  for (const std::string& Path : {std::string(), CutShort})
+    EXPECT_FALSE((TSingleFileItem{Path, 0, 0, 0, 0}.Plausible()));
   for (const uint32_t Root : {0x7FFFFFFFu, 0x80000000u, 0x80000005u, 0x80000006u}) {
-    EXPECT_EQ(Root == 0x80000000 || Root == 0x80000005, IsValue(Root, "Key", "")) << Root;
-    EXPECT_EQ(IsKey(Root, ""), IsValue(Root, "", "Name"));
+    const bool IsRoot = Root == 0x80000000 || Root == 0x80000005;
+    EXPECT_EQ(IsRoot, (TRegistryKeyItem{Root, "", {}, {}}.Plausible())) << Root;
+    EXPECT_EQ(IsRoot, (TRegistryValueItem{Root, "", "", 0, {}}.Plausible())) << Root;
   }
-  EXPECT_FALSE(IsKey(0x80000001, CutShort) || IsValue(0x80000001, CutShort, "") || IsValue(0x80000001, "", CutShort));
+  EXPECT_FALSE((TRegistryKeyItem{0x80000001, CutShort, {}, {}}.Plausible()));
+  EXPECT_FALSE((TRegistryValueItem{0x80000001, CutShort, "", 0, {}}.Plausible()));
+  EXPECT_FALSE((TRegistryValueItem{0x80000001, "", CutShort, 0, {}}.Plausible()));
 }
 
 }  // namespace

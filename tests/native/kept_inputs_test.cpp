@@ -10,21 +10,16 @@
 
 namespace {
 
-void RunAll(const std::string& Name, void (*Target)(TFuzzInput)) {
-  int Count = 0;
-  for (const auto& Entry : std::filesystem::directory_iterator(MENDWORK_SOURCE_DIR "/tests/fuzz/kept/" + Name)) {
-    std::printf("%s\n", Entry.path().c_str());
-    std::ifstream File(Entry.path(), std::ios::binary);
-    const std::vector<uint8_t> Bytes((std::istreambuf_iterator<char>(File)), {});
-    Target(Bytes);
-    ++Count;
-  }
-  EXPECT_GT(Count, 0) << Name;
-}
-
 TEST(KeptInputs, BreakNothing) {
-  RunAll("uninstall_log", FuzzUninstallLog);
-  RunAll("backup_items", FuzzBackupItems);
+  for (const auto& [Name, Target] : {std::pair{"uninstall_log", &FuzzUninstallLog}, {"backup_items", &FuzzBackupItems}})
+    for (const auto& Entry :
+         std::filesystem::directory_iterator(MENDWORK_SOURCE_DIR "/tests/fuzz/kept/" + std::string(Name))) {
+      std::printf("%s\n", Entry.path().c_str());
+      std::ifstream File(Entry.path(), std::ios::binary);
+      const std::vector<uint8_t> Bytes((std::istreambuf_iterator<char>(File)), {});
+      ASSERT_FALSE(Bytes.empty());
+      Target(Bytes);
+    }
 }
 
 }  // namespace

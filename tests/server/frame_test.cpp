@@ -7,26 +7,16 @@ namespace {
 
 class Frame : public TSandboxTest {
  protected:
-  template <class... TArgs>
-  HRESULT Export(const char* Name, TArgs... Args) const {
-    return reinterpret_cast<HRESULT(WINAPI*)(TArgs...)>(reinterpret_cast<void*>(GetProcAddress(Loaded.Get(), Name)))(
-        Args...);
+  static HRESULT CanUnload() { return CallExport("DllCanUnloadNow"); }
+  static HRESULT GetClassObject(const CLSID& ClassId, const IID& Iid, void** Result) {
+    return CallExport<const CLSID&, const IID&, void**>("DllGetClassObject", ClassId, Iid, Result);
   }
-  HRESULT CanUnload() const { return Export("DllCanUnloadNow"); }
-  HRESULT GetClassObject(const CLSID& ClassId, const IID& Iid, void** Result) const {
-    return Export<const CLSID&, const IID&, void**>("DllGetClassObject", ClassId, Iid, Result);
-  }
-  TComRef<IClassFactory> Factory(const CLSID& ClassId) const {
+  static TComRef<IClassFactory> Factory(const CLSID& ClassId) {
     TComRef<IClassFactory> Result;
     EXPECT_EQ(S_OK, GetClassObject(ClassId, IID_IClassFactory, Result.OutVoid()));
     return Result;
   }
-  static HRESULT Ask(IUnknown& Object, const IID& Iid) {
-    TComRef<IUnknown> Found;
-    return Object.QueryInterface(Iid, Found.OutVoid());
-  }
-
-  TModuleHandle Loaded{LoadLibraryA(BuiltModulePath().c_str())};
+  const TModuleHandle Kept{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
 class Surface : public TStory {};
@@ -71,105 +61,89 @@ TEST_F(Frame, AnswersForTheInterfacesOfEveryClass) {
   for (const TPublishedClass& Class : PublishedClasses()) {
     SCOPED_TRACE(Class.Name);
     const auto Object = Make<IDispatch>(Class.ClassId);
-    for (const IID& Iid :
-         {IID_IUnknown, IID_IDispatch, Class.InterfaceId, IID_IConnectionPointContainer, IID_ISupportErrorInfo})
-      EXPECT_EQ(S_OK, Ask(*Object, Iid)) << GuidText(Iid);
-    const bool Undoes = Undoing.count(Class.Name) != 0;
-    EXPECT_EQ(Undoes ? S_OK : E_NOINTERFACE, Ask(*Object, IID_IUCanRollback));
-    EXPECT_EQ(E_NOINTERFACE, Ask(*Object, Class.EventsId));
-
-    TComRef<ISupportErrorInfo> Errors;
-    ASSERT_EQ(S_OK, Object->QueryInterface(IID_ISupportErrorInfo, Errors.OutVoid()));
-    EXPECT_EQ(S_OK, Errors->InterfaceSupportsErrorInfo(Class.InterfaceId));
-    EXPECT_EQ(Undoes ? S_OK : S_FALSE, Errors->InterfaceSupportsErrorInfo(IID_IUCanRollback));
-    EXPECT_EQ(S_FALSE, Errors->InterfaceSupportsErrorInfo(IID_IConnectionPointContainer));
-
-    // One object has one identity, whichever of its interfaces is asked.
-    TComRef<IUnknown> One, Two;
-    ASSERT_EQ(S_OK, Object->QueryInterface(IID_IUnknown, One.OutVoid()));
-    ASSERT_EQ(S_OK, Errors->QueryInterface(IID_IUnknown, Two.OutVoid()));
-    EXPECT_EQ(One.Get(), Two.Get());
+    const auto Errors = Make<ISupportErrorInfo>(Class.ClassId);
+    const auto Points = Make<IConnectionPointContainer>(Class.ClassId);
+    const HRESULT Undoes = Undoing.count(Class.Name) ? S_OK : E_NOINTERFACE;
+    // Whether there is an interface, and whether it sets error information. One object has one identity, whichever of
+    // its interfaces is asked.
+    for (const auto& [Iid, Found, SetsErrors] : {std::tuple{IID_IUnknown, S_OK, S_FALSE},
+                                                 {Class.InterfaceId, S_OK, S_OK},
+                                                 {IID_ISupportErrorInfo, S_OK, S_FALSE},
+                                                 {IID_IConnectionPointContainer, S_OK, S_FALSE},
+                                                 {IID_IUCanRollback, Undoes, Undoes == S_OK ? S_OK : S_FALSE},
+                                                 {Class.EventsId, E_NOINTERFACE, S_FALSE}}) {
+      TComRef<IUnknown> Interface, One, Two;
+      EXPECT_EQ(Found, Object->QueryInterface(Iid, Interface.OutVoid())) << GuidText(Iid);
+      EXPECT_EQ(SetsErrors, Errors->InterfaceSupportsErrorInfo(Iid)) << GuidText(Iid);
+      if (!Interface) continue;
+      Object->QueryInterface(IID_IUnknown, One.OutVoid());
+      Interface->QueryInterface(IID_IUnknown, Two.OutVoid());
+      EXPECT_EQ(One.Get(), Two.Get()) << GuidText(Iid);
+    }
+    EXPECT_EQ(S_OK, Points->FindConnectionPoint(Class.EventsId, TComRef<IConnectionPoint>().Out()));
+    EXPECT_EQ(CONNECT_E_NOCONNECTION,
+              Points->FindConnectionPoint(Class.InterfaceId, TComRef<IConnectionPoint>().Out()));
   }
 }
 
-/// A client's sink for one class's events, of which there are none.
-class TSink final : public TDouble<IDispatch> {
- public:
-  explicit TSink(const IID& EventsId) : EventsId(EventsId) {}
-  STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
-    return TDouble<IDispatch>::QueryInterface(Iid == EventsId ? IID_IDispatch : Iid, Result);
-  }
-  const IID EventsId;
-};
-
 TEST_F(Frame, ConnectsOneSinkToAnObject) {
-  for (const TPublishedClass& Class : PublishedClasses()) {
-    SCOPED_TRACE(Class.Name);
-    const auto Container = Make<IConnectionPointContainer>(Class.ClassId);
-    TComRef<IConnectionPoint> Point, Listed;
-    TComRef<IEnumConnectionPoints> Points, Copy;
-    TComRef<IEnumConnections> Connections;
-    ASSERT_EQ(S_OK, Container->FindConnectionPoint(Class.EventsId, Point.Out()));
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, Container->FindConnectionPoint(Class.InterfaceId, Listed.Out()));
-    ULONG Fetched = 9;
-    ASSERT_EQ(S_OK, Container->EnumConnectionPoints(Points.Out()));
-    EXPECT_EQ(S_OK, Points->Next(1, Listed.Out(), &Fetched));
-    EXPECT_EQ(Point.Get(), Listed.Get());
-    ASSERT_EQ(S_OK, Points->Clone(Copy.Out()));
-    EXPECT_EQ(S_FALSE, Copy->Next(1, Listed.Out(), &Fetched));
-    EXPECT_EQ(0u, Fetched);
-    for (const HRESULT Outcome : {Copy->Reset(), Copy->Skip(1), Copy->Reset()}) EXPECT_EQ(S_OK, Outcome);
-    EXPECT_EQ(S_FALSE, Copy->Skip(2));
+  const auto Container = Make<IConnectionPointContainer>(CLSID_UFile);
+  TComRef<IConnectionPoint> Point, Listed;
+  TComRef<IEnumConnectionPoints> Points, Copy;
+  ULONG Fetched = 9;
+  ASSERT_EQ(S_OK, Container->EnumConnectionPoints(Points.Out()));
+  EXPECT_EQ(S_OK, Points->Next(1, Point.Out(), &Fetched));
+  ASSERT_EQ(S_OK, Points->Clone(Copy.Out()));
+  EXPECT_EQ(S_FALSE, Copy->Next(1, Listed.Out(), &Fetched));
+  EXPECT_EQ(0u, Fetched);
+  for (const HRESULT Outcome : {Copy->Reset(), Copy->Skip(1), Copy->Reset()}) EXPECT_EQ(S_OK, Outcome);
+  EXPECT_EQ(S_FALSE, Copy->Skip(2));
 
-    DWORD Cookie = 0, Second = 0;
-    CONNECTDATA Connection{};
-    const TComRef<TSink> Sink(new TSink(Class.EventsId)), Stranger(new TSink(IID_NULL));
-    EXPECT_EQ(CONNECT_E_CANNOTCONNECT, Point->Advise(Stranger.Get(), &Cookie));
-    EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
-    EXPECT_EQ(CONNECT_E_ADVISELIMIT, Point->Advise(Sink.Get(), &Second));
-    ASSERT_EQ(S_OK, Point->EnumConnections(Connections.Out()));
-    ASSERT_EQ(S_OK, Connections->Next(1, &Connection, &Fetched));
-    EXPECT_EQ(Cookie, Connection.dwCookie);
-    Connection.pUnk->Release();
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, Point->Unadvise(Cookie + 1));
-    EXPECT_EQ(S_OK, Point->Unadvise(Cookie));
-    EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
-  }
-  EXPECT_EQ(S_OK, CanUnload());  // what was still connected went with its object
+  DWORD Cookie = 0, Second = 0;
+  CONNECTDATA Connection{};
+  TComRef<IEnumConnections> Connections;
+  const TComRef<IUnknown> Sink(new TDouble<IUFileEvents>), Stranger(new TDouble<IUComEvents>);
+  EXPECT_EQ(CONNECT_E_CANNOTCONNECT, Point->Advise(Stranger.Get(), &Cookie));
+  EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
+  EXPECT_EQ(CONNECT_E_ADVISELIMIT, Point->Advise(Sink.Get(), &Second));
+  ASSERT_EQ(S_OK, Point->EnumConnections(Connections.Out()));
+  ASSERT_EQ(S_OK, Connections->Next(1, &Connection, &Fetched));
+  EXPECT_EQ(Cookie, Connection.dwCookie);
+  Connection.pUnk->Release();
+  EXPECT_EQ(CONNECT_E_NOCONNECTION, Point->Unadvise(Cookie + 1));
+  EXPECT_EQ(S_OK, Point->Unadvise(Cookie));
+  EXPECT_EQ(S_OK, Point->Advise(Sink.Get(), &Cookie));
 }
 
 TEST_F(Frame, TellsAboutAMissingBaseFolderAndKeepsTheFirstOne) {
-  const auto BackupSomething = [] {
+  const auto BackupSomething = [](DWORD Type, const std::wstring& Folder) {
+    if (Type != REG_NONE) StoreValue(L"Software\\Orvane\\Core", L"", Type, WideBytes(Folder));
     GUID DataID{};
     return Make<IUBackup>(CLSID_UBackup)->BackupString(Text("something"), &DataID);
   };
-  const auto SetBaseFolder = [](DWORD Type, const std::string& Data) {
-    StoreValue(L"Software\\Orvane\\Core", L"", Type, Data);
-  };
-  const auto ExpectTold = [&](DWORD Code, const std::string& Why) {
-    EXPECT_EQ(static_cast<HRESULT>(0x80040200 + Code), BackupSomething());
-    const std::string Place = "the default value of the registry key 'HKEY_CURRENT_USER\\Software\\Orvane\\Core': ";
-    EXPECT_EQ("Cannot read the base folder from " + Place + Why, ErrorText());
-  };
   DeleteKeyTree(L"Software\\Orvane\\Core");
   for (const TPublishedClass& Class : PublishedClasses()) EXPECT_TRUE(Make<IDispatch>(Class.ClassId)) << Class.Name;
-  ExpectTold(ERROR_FILE_NOT_FOUND, SystemText(ERROR_FILE_NOT_FOUND));
-  SetBaseFolder(REG_BINARY, "C:\\Somewhere");
-  ExpectTold(ERROR_INVALID_DATA, "It is not a string.");
-  SetBaseFolder(REG_SZ, WideBytes(std::wstring(1, L'\0')));
-  ExpectTold(ERROR_INVALID_DATA, "It is empty.");
+  for (const auto& [Type, Folder, Code, Why] : {std::tuple{REG_NONE, L"", 2, SystemText(2)},
+                                                {REG_BINARY, L"C:\\Somewhere", 13, "It is not a string."},
+                                                {REG_SZ, L"", 13, "It is empty."}}) {
+    EXPECT_EQ(static_cast<HRESULT>(0x80040200 + Code), BackupSomething(Type, Folder));
+    EXPECT_EQ(
+        "Cannot read the base folder from the default value of the registry key "
+        "'HKEY_CURRENT_USER\\Software\\Orvane\\Core': " +
+            Why,
+        ErrorText());
+  }
   // Mended without a restart, by a text that ends with its bytes.
   SetEnvironmentVariableA("MENDWORK_BASE", Base().c_str());
-  SetBaseFolder(REG_EXPAND_SZ, WideBytes(L"%MENDWORK_BASE%"));
-  EXPECT_EQ(S_OK, BackupSomething());
-  SetBaseFolder(REG_SZ, WideBytes(ToWide(App())));
-  EXPECT_EQ(S_OK, BackupSomething());
-  TWords Folders;
+  EXPECT_EQ(S_OK, BackupSomething(REG_EXPAND_SZ, L"%MENDWORK_BASE%"));
+  EXPECT_EQ(S_OK, BackupSomething(REG_SZ, ToWide(App())));
+  std::string Folders;
   for (const auto& [Name, Entry] : TreeOf(Base()))
-    if (Name.ends_with("\\")) Folders.push_back(Name);
-  EXPECT_EQ((TWords{"Updates\\", "Updates\\Log\\", "Updates\\Mendwork\\", "Updates\\Mendwork\\Backup\\",
-                    "Updates\\Mendwork\\Garbage\\", "Updates\\Mendwork\\History\\"}),
-            Folders);
+    if (Name.ends_with("\\")) Folders += Name + " ";
+  EXPECT_EQ(
+      "Updates\\ Updates\\Log\\ Updates\\Mendwork\\ Updates\\Mendwork\\Backup\\ Updates\\Mendwork\\Garbage\\ "
+      "Updates\\Mendwork\\History\\ ",
+      Folders);
   EXPECT_EQ(2u, TreeOf(Service("Backup")).size());
   EXPECT_TRUE(TreeOf(App()).empty());
 }

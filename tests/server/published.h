@@ -54,3 +54,11 @@ inline std::vector<TPublishedClass> PublishedClasses() {
   }
   return Classes;
 }
+
+/// Calls one of the built module's own functions.
+template <class... TArgs>
+HRESULT CallExport(const char* Name, TArgs... Args) {
+  const TModuleHandle Module(LoadLibraryA(BuiltModulePath().c_str()));
+  return reinterpret_cast<HRESULT(WINAPI*)(TArgs...)>(reinterpret_cast<void*>(GetProcAddress(Module.Get(), Name)))(
+      Args...);
+}

@@ -20,17 +20,13 @@ class Registration : public TStory {
  protected:
   /// The other tests of the suite need the module registered.
   ~Registration() override {
-    EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
-    EXPECT_EQ(S_OK, Export("DllRegisterServer"));
+    EXPECT_EQ(S_OK, CallExport("DllUnregisterServer"));
+    EXPECT_EQ(S_OK, CallExport("DllRegisterServer"));
   }
-  HRESULT Export(const char* Name) {
-    return reinterpret_cast<HRESULT(WINAPI*)()>(reinterpret_cast<void*>(GetProcAddress(Module.Get(), Name)))();
+  void TellEach(const std::string& Lines) {
+    std::istringstream Rest(Lines);
+    for (std::string Line; std::getline(Rest, Line);) Tell(Line);
   }
-  static DWORD RegSvr32(const std::string& Options) {
-    return RunSystemProgram("regsvr32.exe", Options + " \"" + BuiltModulePath() + "\"").Status;
-  }
-
-  TModuleHandle Module{LoadLibraryA(BuiltModulePath().c_str())};
 };
 
 // What is written for the library and for each class.
@@ -45,8 +41,8 @@ TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
       for (size_t At; (At = Lines.find(Word)) != std::string::npos;) Lines.replace(At, Word.size(), Name);
     return Lines;
   };
-  for (const char* Options : {"/s", "/s /u"}) {
-    ASSERT_EQ(0u, RegSvr32(Options));
+  for (const std::string Options : {"/s", "/s /u"}) {
+    ASSERT_EQ(0u, RunSystemProgram("regsvr32.exe", Options + " \"" + BuiltModulePath() + "\"").Status);
     std::set<std::string> OfClasses;
     for (const TPublishedClass& Class : PublishedClasses())
       OfClasses.insert(
@@ -61,42 +57,24 @@ TEST_F(Registration, OfRegsvr32IsCompleteAndGoesWithoutATrace) {
     const std::string OfLibrary = Entries({"TypeLib\\{D9F421A7-4AF7-47C5-9254-15A3A874CD14}"},
                                           {{Module, "MODULE"}, {Folder, "FOLDER"}, {"win64", "win32"}});
     Tell(Options);
-    std::istringstream Lines(OfLibrary + *OfClasses.begin());
-    for (std::string Line; std::getline(Lines, Line);) Tell(Line);
+    TellEach(OfLibrary + *OfClasses.begin());
   }
 }
 
 // The version-independent entries may belong to another copy of the module.
 TEST_F(Registration, CurVerSaysWhoOwnsTheVersionIndependentProgId) {
-  const std::string ProgId = "Mendwork.UFile", Id = GuidText(CLSID_UFile);
-  const std::string OfClass = "CLSID\\" + Id + "\\VersionIndependentProgID";
-  const auto Entries = [&] { return EntriesOf(ProgId) + EntriesOf(OfClass); };
-  const std::string Own = ProgId + "\\=UFile Object\n" + ProgId + "\\Clsid\\=" + Id + "\n" + ProgId +
-                          "\\CurVer\\=" + ProgId + ".6\n" + OfClass + "\\=" + ProgId + "\n";
-  const struct {
-    std::string CurVer;  ///< before registration; empty for no such entries at all
-    bool IsRewritten, GoesOnUnregistering;
-  } Rows[] = {{"", true, true},
-              {"Mendwork.UFile.5", true, true},
-              {"Mendwork.UFile.6", false, true},
-              {"mendwork.ufile.6", false, false},
-              {"Mendwork.UFile.10", false, false},
-              {"Mendwork.UFile.5.9", false, false},
-              {"Mendwork.UFile.5b", false, false},
-              {"Mend", false, false}};
-  for (const auto& Row : Rows) {
-    SCOPED_TRACE(Row.CurVer);
-    ASSERT_EQ(S_OK, Export("DllUnregisterServer"));
-    for (const auto& [Key, Value] : {std::pair{"\\Clsid", std::string("{other}")}, {"\\CurVer", Row.CurVer}})
-      if (!Row.CurVer.empty())
+  const std::string ProgId = "Mendwork.UFile", OfClass = "CLSID\\" + GuidText(CLSID_UFile);
+  for (const std::string CurVer : {"", "Mendwork.UFile.5", "Mendwork.UFile.6", "mendwork.ufile.6", "Mendwork.UFile.10",
+                                   "Mendwork.UFile.5.9", "Mendwork.UFile.5b", "Mend"}) {
+    ASSERT_EQ(S_OK, CallExport("DllUnregisterServer"));
+    for (const auto& [Key, Value] : {std::pair{"\\Clsid", std::string("{other}")}, {"\\CurVer", CurVer}})
+      if (!CurVer.empty())
         RegSetKeyValueA(HKEY_CLASSES_ROOT, (ProgId + Key).c_str(), nullptr, REG_SZ, Value.c_str(),
                         static_cast<DWORD>(Value.size() + 1));
-    const auto Before = Entries();
-    EXPECT_EQ(S_OK, Export("DllRegisterServer"));
-    EXPECT_EQ(Row.IsRewritten ? Own : Before, Entries());
-    EXPECT_EQ(S_OK, Export("DllUnregisterServer"));
-    EXPECT_EQ(Row.GoesOnUnregistering ? "" : Before, Entries());
-    EXPECT_EQ("", EntriesOf("CLSID\\" + Id) + EntriesOf(ProgId + ".6"));
+    for (const char* Function : {"DllRegisterServer", "DllUnregisterServer"}) {
+      Step("'" + CurVer + "' " + Function, CallExport(Function));
+      TellEach(EntriesOf(ProgId) + EntriesOf(ProgId + ".6") + EntriesOf(OfClass + "\\VersionIndependentProgID"));
+    }
     RegDeleteTreeA(HKEY_CLASSES_ROOT, ProgId.c_str());
   }
 }

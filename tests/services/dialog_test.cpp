@@ -28,63 +28,43 @@ HWND MakeOwner(const char* Class, const char* Title) {
   return CreateWindowExA(0, Class, Title, WS_OVERLAPPEDWINDOW, 0, 0, 100, 50, nullptr, nullptr, nullptr, nullptr);
 }
 
-class Dialogs : public TSandboxTest {
- protected:
-  Dialogs() : TSandboxTest(LogToFile) {}
-};
+class MessageBoxes : public TSandboxTest {};
 
-TMemoryLog& BoxLog = *new TMemoryLog;
-int BoxesShown = 0;
+std::tuple<HWND, std::string, std::string, UINT> Shown;
+TMemoryLog* LogOfBox = nullptr;
 
-int WINAPI AnswerYes(HWND, LPCSTR, LPCSTR, UINT) {
-  ++BoxesShown;
-  BoxLog.LinesLeft = 0;  // the End line's
-  return IDYES;
+int WINAPI AnswerNo(HWND Owner, LPCSTR Text, LPCSTR Caption, UINT Style) {
+  Shown = {Owner, Text, Caption, Style};
+  LogOfBox->LinesLeft = Style == MB_YESNO ? 0 : -1;  // the End line's
+  return IDNO;
 }
 
-TEST_F(Dialogs, FailWithTheirLogLines) {
-  const DWORD Entry = RegisterActive(&BoxLog, CLSID_UDebugLog);
-  const auto Object = Make<IUDialog>(CLSID_UDialog);
-  const TImportPatch Box("MessageBoxA", AnswerYes);
-  long Answer = -1;
-  EXPECT_EQ(E_ACCESSDENIED, Object->ShowMsgBox(Text("Text"), Text("Caption"), MB_YESNO, &Answer));
-  EXPECT_EQ(0, Answer) << "it is lost";
-  EXPECT_EQ(TWords{"Begin ShowMsgBox Text=Text Caption=Caption MsgType=4"}, BoxLog.Texts("UDialog"));
-  EXPECT_EQ(E_ACCESSDENIED, Object->ShowMsgBox(Text("Text"), Text("Caption"), MB_YESNO, &Answer));
-  EXPECT_EQ(1, BoxesShown) << "nothing is shown that the log does not know of";
-  RevokeActive(Entry);
-}
-
-TEST_F(Dialogs, ShowMessageBoxesOverTheProgressWindowOnly) {
-  const struct {
-    long MsgType;
-    std::vector<int> Buttons;
-    int DefaultButton;
-    const char *OwnerClass, *OwnerTitle;
-  } Rows[] = {{0x101, {IDOK, IDCANCEL}, IDCANCEL, "TMainForm", ProgressTitle},
-              {0x202, {IDABORT, IDRETRY, IDIGNORE}, IDIGNORE, "TMainForm", "Orvane Updater"},
-              {0x2024, {IDYES, IDNO}, IDYES, "TOtherForm", ProgressTitle}};
-  for (const auto& Row : Rows) {
-    HRESULT Result = E_FAIL;
+TEST_F(MessageBoxes, AreShownOverTheProgressWindowOnlyAndFailWithTheirLogLines) {
+  LogOfBox = &Log();
+  const TComRef<IUDialog> Object = Make<IUDialog>(CLSID_UDialog);
+  const TImportPatch Box("MessageBoxA", AnswerNo);
+  const std::string Words = "Two\r\nlines, \xFC and \x80";
+  for (const auto& [MsgType, OwnerClass, OwnerTitle] : {std::tuple{0x101, "TMainForm", ProgressTitle},
+                                                        {0x2024, "TMainForm", "Orvane Updater"},
+                                                        {MB_YESNO, "TOtherForm", ProgressTitle}}) {
+    const HWND Owner = MakeOwner(OwnerClass, OwnerTitle);
     long Answer = -1;
-    HWND Owner = nullptr;
-    TClientThread Client([&] {
-      Owner = MakeOwner(Row.OwnerClass, Row.OwnerTitle);
-      Result = Make<IUDialog>(CLSID_UDialog)
-                   ->ShowMsgBox(Text("Two\r\nlines, \xFC and \x80"), Text("A caption"), Row.MsgType, &Answer);
-      DestroyWindow(Owner);
-    });
-    const HWND Box = Client.Window(MessageBoxClass);
-    ASSERT_NE(nullptr, Box);
-    EXPECT_EQ((TMessageBoxFacts{"A caption", "Two\r\nlines, \xFC and \x80", Row.Buttons, Row.DefaultButton}),
-              FactsOf(Box));
-    EXPECT_EQ(&Row == Rows ? Owner : nullptr, GetWindow(Box, GW_OWNER)) << Row.MsgType;
-    Press(Box, Row.DefaultButton);
-    Client.Join();
-    EXPECT_EQ(S_OK, Result);
-    EXPECT_EQ(Row.DefaultButton, Answer);
+    const HRESULT Result = Object->ShowMsgBox(Text(Words), Text("A caption"), MsgType, &Answer);
+    EXPECT_EQ(MsgType == MB_YESNO ? E_ACCESSDENIED : S_OK, Result);
+    EXPECT_EQ(MsgType == MB_YESNO ? 0 : IDNO, Answer);
+    EXPECT_EQ(std::tuple(MsgType == 0x101 ? Owner : nullptr, Words, "A caption", static_cast<UINT>(MsgType)), Shown);
+    DestroyWindow(Owner);
   }
+  // Nothing is shown that the log does not know of.
+  EXPECT_EQ(E_ACCESSDENIED, Object->ShowCustomMsgBox(Text("Text"), Text(""), 1, Text("Yes"), Text(""), TBstr().Out()));
+  EXPECT_EQ("Begin ShowMsgBox Text=" + Words + " Caption=A caption MsgType=257", Log().Texts("UDialog")[0]);
+  EXPECT_EQ("End ShowMsgBox Result=7", Log().Texts("UDialog")[1]);
 }
+
+class CustomBoxes : public TSandboxTest {
+ protected:
+  CustomBoxes() : TSandboxTest(LogToFile) {}
+};
 
 struct TCustomCall {
   std::string Text = "Text", Caption = "Caption";
@@ -92,13 +72,12 @@ struct TCustomCall {
   std::string Buttons = "Yes,No,Cancel", DefButton = "No";
 };
 
-/// A custom box that a client's thread shows.
+/// A custom box that a client's thread shows, beside a window of that thread that may be the updater's.
 class TShownBox {
  public:
-  explicit TShownBox(const TCustomCall& Call, const char* OwnerClass = "TMainForm",
-                     const char* OwnerTitle = ProgressTitle)
+  explicit TShownBox(const TCustomCall& Call, const char* OwnerClass = "TMainForm")
       : Client([=, this] {
-          Owner = MakeOwner(OwnerClass, OwnerTitle);
+          Owner = MakeOwner(OwnerClass, ProgressTitle);
           TBstr Res;
           Result = Make<IUDialog>(CLSID_UDialog)
                        ->ShowCustomMsgBox(::Text(Call.Text), ::Text(Call.Caption), Call.IcoType, ::Text(Call.Buttons),
@@ -110,7 +89,9 @@ class TShownBox {
             if (Message.message == WM_QUIT) QuitStatus = static_cast<int>(Message.wParam);
           DestroyWindow(Owner);
         }),
-        Window(Client.Window(CustomBoxClass)) {}
+        Window(Client.Window(CustomBoxClass)) {
+    Must(Window, "no box is shown");
+  }
 
   void Click(const std::string& Caption) const {
     for (const HWND Control : ControlsOf(Window))
@@ -158,29 +139,24 @@ BOOL WINAPI RecordedDrawIcon(HDC, int, int, HICON Icon) {
   return TRUE;
 }
 
-TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
-  const struct {
-    TCustomCall Call;
-    TWords Captions;
-    const char *OwnerClass, *OwnerTitle;
-  } Rows[] = {{{"Go on?", "Question", 32514, "Yes,No", "No"}, {"Go on?", "Yes", "No"}, "TMainForm", ProgressTitle},
-              {{"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
-               {"\xFC\x80", "Yes to all", "No", "\"so\", \xFC"},
-               "TMainForm",
-               "Orvane Updater"},
-              {{"Enter closes this", "b", 32516, "", ""}, {"Enter closes this"}, "TOtherForm", ProgressTitle},
-              {{"above", "", 32518, "OK", ""}, {"above", "OK"}, "TOtherForm", ""},
-              {{"the last", "", 32517, "OK", ""}, {"the last", "OK"}, "TOtherForm", ""},
-              {{"below", "", 32511, "OK", ""}, {"below", "OK"}, "TOtherForm", ""}};
+TEST_F(CustomBoxes, ShowWhatTheCallAsksFor) {
+  const std::pair<TCustomCall, TWords> Rows[] = {
+      {{"Go on?", "Question", 32514, "Yes,No", "No"}, {"Go on?", "Yes", "No"}},
+      {{"\xFC\x80", "\xC4", 32512, "\"Yes to all\" No, \"\"\"so\"\", \xFC\"", "Yes to all"},
+       {"\xFC\x80", "Yes to all", "No", "\"so\", \xFC"}},
+      {{"Enter closes this", "b", 32516, "", ""}, {"Enter closes this"}},
+      {{"above", "", 32518, "OK", ""}, {"above", "OK"}},
+      {{"the last", "", 32517, "OK", ""}, {"the last", "OK"}},
+      {{"below", "", 32511, "OK", ""}, {"below", "OK"}}};
   const auto Loaded = Make<IUDialog>(CLSID_UDialog);
   const TImportPatch Load("LoadIconA", LentIcon), Draw("DrawIcon", RecordedDrawIcon);
-  for (const auto& [Call, Captions, OwnerClass, OwnerTitle] : Rows) {
+  for (const auto& [Call, Captions] : Rows) {
     SCOPED_TRACE(Call.Text);
     Drawn = nullptr;
-    TShownBox Box(Call, OwnerClass, OwnerTitle);
-    ASSERT_NE(nullptr, Box.Window);
+    const bool IsFirst = &Call == &Rows[0].first;
+    TShownBox Box(Call, IsFirst ? "TMainForm" : "TOtherForm");
     EXPECT_EQ(Call.Caption, TextOf(Box.Window));
-    EXPECT_EQ(&Call == &Rows[0].Call ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER));
+    EXPECT_EQ(IsFirst ? Box.Owner : nullptr, GetWindow(Box.Window, GW_OWNER));
     EXPECT_TRUE(IsWindowEnabled(Box.Owner));
     TWords Shown;
     RECT Frame = PlaceOf(Box.Window), Before{}, Common;
@@ -206,7 +182,7 @@ TEST_F(Dialogs, ShowInACustomBoxWhatTheCallAsksFor) {
   }
 }
 
-TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
+TEST_F(CustomBoxes, CloseWithTheAnswerOfTheWay) {
   constexpr LPARAM EnterScan = 0x1C, SpaceScan = 0x39, EscapeScan = 0x01, TabScan = 0x0F;
   const struct {
     std::function<void(const TShownBox& Box)> Act;
@@ -234,11 +210,10 @@ TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
               // A request to quit is the caller's.
               {[](const TShownBox& Box) { SendMessageA(Box.Owner, QuitRequest, 7, 0); }, "", 7}};
   // Another thread's box keeps its answer.
-  TShownBox Other({"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm", "");
+  TShownBox Other({"Other", "Other", 32513, "Left,Right", ""}, "TOtherForm");
   for (const auto& Way : Ways) {
     SCOPED_TRACE(&Way - Ways);
     TShownBox Box({});
-    ASSERT_NE(nullptr, Box.Window);
     Way.Act(Box);
     Box.ExpectAnswer(Way.Answer);
     EXPECT_EQ(Way.QuitStatus, Box.QuitStatus);
@@ -246,6 +221,11 @@ TEST_F(Dialogs, CloseACustomBoxWithTheAnswerOfTheWay) {
   EXPECT_TRUE(IsWindow(Other.Window));
   Other.Click("Left");
   Other.ExpectAnswer("Left");
+  CoFreeUnusedLibrariesEx(0, 0);  // the module keeps its log to itself
+  const std::string Lines = Read(Updates("Log\\update.log"));
+  EXPECT_NE(std::string::npos, Lines.find(" Begin ShowCustomMsgBox Text=Other Caption=Other MsgType=32513 "
+                                          "Buttons=Left,Right DefButton=\r\n"));
+  EXPECT_TRUE(Lines.ends_with(" UDialog End ShowCustomMsgBox Result=Left\r\n"));
 }
 
 }  // namespace

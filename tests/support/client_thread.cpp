@@ -75,18 +75,6 @@ std::string TextOf(HWND Window) {
   return ToAnsi(Buffer);
 }
 
-TMessageBoxFacts FactsOf(HWND MessageBox) {
-  std::string Text;
-  std::vector<int> Buttons;
-  for (const HWND Control : ControlsOf(MessageBox)) {
-    const bool Icon = (GetWindowLongA(Control, GWL_STYLE) & SS_TYPEMASK) == SS_ICON;
-    if (ClassOf(Control) == "Button" && IsWindowVisible(Control)) Buttons.push_back(GetDlgCtrlID(Control));
-    if (ClassOf(Control) == "Static" && !Icon) Text = TextOf(Control);
-  }
-  std::ranges::sort(Buttons);
-  return {TextOf(MessageBox), Text, Buttons, GetDlgCtrlID(FocusOf(GetWindowThreadProcessId(MessageBox, nullptr)))};
-}
-
 void Press(HWND MessageBox, int Answer) {
   PostMessageA(MessageBox, WM_COMMAND, static_cast<WPARAM>(Answer), 0);
   Until([&] { return !IsWindow(MessageBox); });

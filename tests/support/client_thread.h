@@ -40,9 +40,6 @@ std::string ClassOf(HWND Window);
 /// The text as the window itself gives it; of windows of other threads and processes too.
 std::string TextOf(HWND Window);
 
-/// What a system message box shows: caption, text, its buttons' answers in ascending order, and the default button.
-using TMessageBoxFacts = std::tuple<std::string, std::string, std::vector<int>, int>;
-TMessageBoxFacts FactsOf(HWND MessageBox);
 /// The window class of system message boxes.
 constexpr char MessageBoxClass[] = "#32770";
 /// Presses a button of a system message box and waits until the box is gone.

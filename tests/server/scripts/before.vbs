@@ -9,7 +9,8 @@ Dim FileName, CopyName, Answer, Item, Code, NoMore
 
 Sub Reach(Name)
   Dim Outcome
-  If Err.Number = 0 Then Outcome = "ok " & Answer Else Outcome = Hex(Err.Number) & " " & Err.Description
+  If Err.Number = 0 Then Outcome = RTrim("ok " & Answer) Else Outcome = Hex(Err.Number)
+  If Err.Number = &H80004001 Then Outcome = Outcome & " " & Err.Description
   WScript.Echo Name & ": " & Outcome
   Answer = ""
   Err.Clear
