@@ -73,8 +73,6 @@ TEST_F(Modules, AreTakenAsTypeLibrariesByTheUpperCaseExtensionOnly) {
   // The code page could not give this name back.
   for (const auto Method : {&IUCom::RegServerLogged, &IUCom::UnRegTLBLogged, &IUCom::Reg, &IUCom::RegTLB})
     Brief("outside the code page", (Com.Get()->*Method)(Text(std::wstring(L"C:\\\x0416.dll"))));
-  for (const long Code : {4L, -1L, 0x7FFFFFFFL}) Brief("code of nobody", Com->Rollback(Code, NumberedGuid(1)));
-  Brief("no item", Com->Rollback(0, NumberedGuid(1)));
 }
 
 TEST_F(Modules, AreLetGoWhereverTheDebugLogFails) {

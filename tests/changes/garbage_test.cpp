@@ -79,26 +79,15 @@ BOOL WINAPI WriteHalf(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, O
   SetLastError(ERROR_DISK_FULL);
   return FALSE;
 }
-const auto Hold = [](const std::string& Path, DWORD Share) {
-  return TFileHandle(CreateFileA(Path.c_str(), GENERIC_READ, Share, nullptr, OPEN_EXISTING, 0, nullptr));
-};
 
 TEST_F(Rubbish, ThatCannotBeListedOrReadLosesNoLine) {
   Put("a.txt", "");
   Garbage->PutFile(Text(App("a.txt")));
   Begin();
-  {
-    const TImportPatch Patch("WriteFile", WriteHalf);
-    Brief("half a line would name another file", Garbage->PutFile(Text(App("other"))));
-  }
-  {
-    const auto Held = Hold(List("Files.grb"), FILE_SHARE_READ);
-    Brief("held list", Garbage->PutFile(Text(App("other"))));
-  }
-  {
-    const auto Held = Hold(List("Files.grb"), 0);
-    Brief("held list", Garbage->Garbage());
-  }
+  const auto PutOther = [&] { return Garbage->PutFile(Text(App("other"))); };
+  Brief("half a line would name another file", While(TImportPatch("WriteFile", WriteHalf), PutOther));
+  Brief("held list", While(Hold(List("Files.grb"), FILE_SHARE_READ), PutOther));
+  Brief("held list", While(Hold(List("Files.grb")), [&] { return Garbage->Garbage(); }));
   // A process died while it wrote: the end of a list that is no whole line reaches nothing and costs no other.
   for (const std::string& Whole : {App("none") + "\r\n", std::string()}) {
     Write(List("Files.grb"), Whole + App("a.tx"));
