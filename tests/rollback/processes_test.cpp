@@ -36,7 +36,7 @@ TEST_F(Processes, ADeadOneBlocksNobodyAndCostsNoEntryWhereverItHeldTheLock) {
   const auto Entry = [](int Code) { return TStory::RecordOf(CLSID_UCanRollback, Code, NumberedGuid(Code)); };
   int Point = 0, TookSemaphore = 0;
   for (bool Ended = false; !Ended;) {
-    SCOPED_TRACE("point " + std::to_string(++Point));
+    SCOPED_TRACE(++Point);
     Write(Service("update.prt"), Entry(1) + Entry(2));
     TChild Holder({"put", "stop", std::to_string(Point)});
     Ended = !Holder.WaitUntilReady();

@@ -92,35 +92,35 @@ TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
 
 // ---- An entry of the updater's own
 
-std::vector<std::pair<WPARAM, LPARAM>> Messages;
+std::string Messages;
 LRESULT CALLBACK NoteMessage(HWND Window, UINT Message, WPARAM WParam, LPARAM LParam) {
   constexpr UINT RollbackMessage = 0x7EB;
-  if (Message == RollbackMessage) Messages.emplace_back(WParam, LParam);
+  if (Message == RollbackMessage) Messages += std::to_string(WParam) + " " + std::to_string(LParam) + ", ";
   return DefWindowProcA(Window, Message, WParam, LParam);
 }
 
 TEST_F(TransactionLog, TheUpdatersEntryGoesToItsWindowOrToItsClass) {
   constexpr int Code = -3;
-  constexpr char Title[] = "Orvane Updater - Update progress";
   const GUID Updater = Guid("{E39B3518-306A-4B3F-9095-5A3226FF60C9}");
-  WNDCLASSA Class{};
-  Class.lpfnWndProc = NoteMessage;
-  Class.lpszClassName = "TMainForm";
+  const WNDCLASSA Class{0, NoteMessage, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, "TMainForm"};
   RegisterClassA(&Class);
+  const auto Window = [](const char* ClassName) {
+    return CreateWindowA(ClassName, "Orvane Updater - Update progress", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr,
+                         nullptr);
+  };
   Transactions->Put(Updater, Code, NumberedGuid(4));
-  const HWND Other = CreateWindowA("STATIC", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  Window("STATIC");
   EXPECT_EQ(REGDB_E_CLASSNOTREG, RollBack());
   TUndoTarget Object(Updater);
-  const HWND Window = CreateWindowA("TMainForm", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  const HWND Main = Window("TMainForm");
   EXPECT_EQ(S_OK, RollBack());
   // A negative code arrives as the signed number that it is, whatever the width of a message parameter.
-  EXPECT_EQ((std::vector{std::pair{static_cast<WPARAM>(Code), LPARAM{0}}}), Messages);
+  EXPECT_EQ(std::to_string(static_cast<WPARAM>(Code)) + " 0, ", Messages);
   EXPECT_EQ("undone ", Object.Calls());
-  DestroyWindow(Window);
+  DestroyWindow(Main);
   Transactions->Put(Updater, Code, NumberedGuid(4));
   EXPECT_EQ(S_OK, RollBack());
   EXPECT_EQ("undone -3 4, ", Object.Calls());
-  DestroyWindow(Other);
 }
 
 // ---- The history
@@ -175,9 +175,9 @@ class BackupStore : public TStory {
     void* Buffer = &Buffer;
     long Size = 0;
     const HRESULT Result = Backup->RestoreData(DataID, &Buffer, &Size);
-    const TTaskMemory Memory(Buffer);
     Tell("restored " + (Buffer ? std::to_string(Size) + " bytes" : "nothing"));
     if (Buffer) Restored.assign(static_cast<char*>(Buffer), static_cast<size_t>(Size));
+    CoTaskMemFree(Buffer);
     return Result;
   }
   std::string Restored;
