@@ -15,18 +15,9 @@ class Files : public TStory {
                                                                                  Mode);
   }
   /// Flags: R for subfolders, E for empty ones, U for the mask's own.
-  HRESULT Delete(bool Logged, const std::string& Mask, const std::string& Flags = "") {
-    const auto Is = [&](char Flag) { return static_cast<VARIANT_BOOL>(Flags.find(Flag) != std::string::npos); };
-    return (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Text(Mask), Is('R'), Is('E'),
-                                                                                       Is('U'));
-  }
-  static TFileHandle Hold(const std::string& Path) {
-    return TFileHandle(CreateFileA(Path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-  }
-  template <class TCall>
-  HRESULT WhileHeld(const std::string& Name, TCall Call) {
-    const TFileHandle Held = Hold(App(Name));
-    return Call();
+  HRESULT Delete(bool Logged, BSTR Mask, const std::string& Flags = "") {
+    return (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Mask, Is(Flags, 'R'),
+                                                                                       Is(Flags, 'E'), Is(Flags, 'U'));
   }
   void LayOut() {
     for (const char* Name : {"a.log", "b.log\\c.log", "b.log\\deep\\d.log", "mixed\\e.log", "mixed\\keep.txt"})
@@ -97,14 +88,13 @@ TEST_F(Files, ACopyThatCannotBeDoneChangesNothing) {
   for (const long Mode : {0, 4, 5})
     for (const bool Logged : {false, true}) {
       Brief("missing source, mode " + std::to_string(Mode), Copy(Logged, "missing", "dest", Mode));
-      Brief("held source, mode " + std::to_string(Mode),
-            WhileHeld("source", [&] { return Copy(Logged, "source", "dest", Mode); }));
+      const HRESULT Held = While(Hold(App("source")), [&] { return Copy(Logged, "source", "dest", Mode); });
+      Brief("held source, mode " + std::to_string(Mode), Held);
     }
-  Brief("held destination", WhileHeld("dest", [&] { return Copy(true, "source", "dest"); }));
-  {
-    const TFault Fault("SetFileTime", {.Times = 1, .Code = ERROR_ACCESS_DENIED});
-    Brief("half done", Copy(true, "source", "dest"));
-  }
+  const auto CopyLogged = [&] { return Copy(true, "source", "dest"); };
+  const HRESULT Held = While(Hold(App("dest")), CopyLogged);
+  Brief("held destination", Held);
+  Brief("half done", While(TFault("SetFileTime", {0, 1, ERROR_ACCESS_DENIED}), CopyLogged));
   EXPECT_TRUE(Hold(App("source")) && Hold(App("dest"))) << "nothing stays open";
   UndoAll();
 }
@@ -117,15 +107,13 @@ TEST_F(Files, TheFlagsSayWhatIsDeleted) {
       {"hollow\\*.log", "U"}, {"*.log", "R"},          {"*.log", "RE"},         {"b.log\\*.log", "REU"},
       {"mixed\\*", "REU"},    {"mixed\\*.log", "REU"}, {"none\\*.*", "RE"},     {"none\\*.*", "U"}};
   for (const auto& [Mask, Flags] : Rows) {
-    Brief(std::string("logged ") + Mask + " " + Flags, Delete(true, App(Mask), Flags));
+    Brief(std::string("logged ") + Mask + " " + Flags, Delete(true, Text(App(Mask)), Flags));
     UndoAll();
   }
-  const auto Plain = [&](VARIANT_BOOL R, VARIANT_BOOL E, VARIANT_BOOL U) {
-    return File->DeleteFiles(Text(App("b.log\\*.log")), R, E, U);
-  };
-  Brief("plain, empty folders only in the recursion", Plain(0, -1, 0));
-  Brief("plain, any number is true", Plain(1, 2, 3));
-  Step("plain, a missing folder", Delete(false, App("none\\*.*"), "RE"));
+  const Text Mask(App("b.log\\*.log"));
+  Brief("plain, empty folders only in the recursion", Delete(false, Mask, "E"));
+  Brief("plain, any number is true", File->DeleteFiles(Mask, 1, 2, 3));
+  Step("plain, a missing folder", Delete(false, Text(App("none\\*.*")), "RE"));
 }
 
 TEST_F(Files, AMaskThatCouldReachOthersIsRefused) {
@@ -136,34 +124,20 @@ TEST_F(Files, AMaskThatCouldReachOthersIsRefused) {
   for (const bool Logged : {false, true}) {
     for (const std::string& Mask : {std::string("*.log"), std::string("C:*.log"), std::string(), Slashes,
                                     App("b.log/*.log"), App("*.log") + std::string(1, '\0') + "x"})
-      Brief("mask " + std::string(Mask.c_str()), Delete(Logged, Mask, "REU"));
+      Brief("mask " + std::string(Mask.c_str()), Delete(Logged, Text(Mask), "REU"));
     // As '?' the first would find every one-letter name, and as the nearest letter the second finds A.log.
     for (const wchar_t* Name : {L"\\\x4E2D.log", L"\\\x0100.log"})
-      Brief("name that the code page lacks",
-            (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Text(ToWide(App()) + Name), 0,
-                                                                                        0, 0));
+      Brief("name that the code page lacks", Delete(Logged, Text(ToWide(App()) + Name)));
   }
   Brief("copy to such a name", File->CopyFile(Text(App("a.log")), Text(ToWide(App()) + L"\\\x4E2D"), 0));
   Brief("logged copy of one", File->CopyFileLogged(Text(ToWide(App()) + L"\\\x0100.log"), Text(App("new")), 0));
   SetCurrentDirectoryA("C:\\");
   const std::wstring Odd = ToWide(App("hollow")) + L"\\\x4E2D.log";
   ASSERT_TRUE(CopyFileW(ToWide(App("a.log")).c_str(), Odd.c_str(), TRUE));
-  Brief("such a name is found", Delete(true, App("hollow\\*.log")));
+  Brief("such a name is found", Delete(true, Text(App("hollow\\*.log"))));
   EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Odd.c_str()));
   SetFileAttributesW(Odd.c_str(), FILE_ATTRIBUTE_NORMAL);
   DeleteFileW(Odd.c_str());  // the sandbox cannot name it
-}
-
-TEST_F(Files, RollbackLooksAtItsCodesOnly) {
-  Put("other", "other", Everything);
-  GUID Vanished{}, Other{};
-  Backup->BackupString(Text(App("vanished")), &Vanished);
-  Backup->BackupString(Text(App("other")), &Other);
-  Begin();
-  for (const long Code : {0, 4, -1}) Brief("code " + std::to_string(Code), File->Rollback(Code, Other));
-  Brief("created and vanished", File->Rollback(3, Vanished));
-  Brief("created", File->Rollback(3, Other));
-  for (const long Code : {1, 2}) Brief("an item of another kind", File->Rollback(Code, Other));
 }
 
 }  // namespace

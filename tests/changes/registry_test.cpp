@@ -15,22 +15,16 @@ class Registry : public TStory {
   static constexpr int Operations = 5;
   HRESULT Run(int Code, bool Logged, const std::wstring& KeyName, const std::wstring& Name, unsigned long Root = User) {
     char Bytes[] = "new";
-    IURegistry& R = *TStory::Registry.Get();
     const Text Key(KeyName), Value(Name), New("n\xE4w \x80");
-    switch (Code) {
-      case 0:
-        return Logged ? R.DeleteRegKeyLogged(Root, Key) : R.DeleteRegKey(Root, Key);
-      case 1:
-        return Logged ? R.DeleteRegKeyValueLogged(Root, Key, Value) : R.DeleteRegKeyValue(Root, Key, Value);
-      case 2:
-        return Logged ? R.SetBinaryValueLogged(Root, Key, Value, Bytes, 3)
-                      : R.SetBinaryValue(Root, Key, Value, Bytes, 3);
-      case 3:
-        return Logged ? R.SetDwordValueLogged(Root, Key, Value, 0xFFFFFFFF)
-                      : R.SetDwordValue(Root, Key, Value, 0xFFFFFFFF);
-      default:
-        return Logged ? R.SetStringValueLogged(Root, Key, Value, New) : R.SetStringValue(Root, Key, Value, New);
-    }
+    const auto Do = [&](auto Plain, auto WithLog, auto... Args) {
+      return (TStory::Registry.Get()->*(Logged ? WithLog : Plain))(Root, Key, Args...);
+    };
+    using R = IURegistry;
+    if (Code == 0) return Do(&R::DeleteRegKey, &R::DeleteRegKeyLogged);
+    if (Code == 1) return Do(&R::DeleteRegKeyValue, &R::DeleteRegKeyValueLogged, BSTR(Value));
+    if (Code == 2) return Do(&R::SetBinaryValue, &R::SetBinaryValueLogged, BSTR(Value), Bytes, 3);
+    if (Code == 3) return Do(&R::SetDwordValue, &R::SetDwordValueLogged, BSTR(Value), 0xFFFFFFFF);
+    return Do(&R::SetStringValue, &R::SetStringValueLogged, BSTR(Value), BSTR(New));
   }
 };
 const wchar_t* const ValueNames[] = {L"", L"Text", L"Bytes", L"Number", L"Text"};
@@ -46,18 +40,8 @@ TEST_F(Registry, IsChangedAndComesBack) {
       Step("on nothing", Run(Code, Logged, Wide(L"New\\Deep"), ValueNames[Code]));
 }
 
-TEST_F(Registry, RollsBackItsOwnCodesFromItsOwnItemsOnly) {
-  for (const long Code : {5, -1, 0x7FFFFFFF})
-    Brief("code of nobody", TStory::Registry->Rollback(Code, NumberedGuid(1)));
-  const GUID Other = Stored("\1\0\0\0");
-  for (const long Code : {0, 1, 4}) Brief("item of another kind", TStory::Registry->Rollback(Code, Other));
-}
-
 TEST_F(Registry, APlaceThatNoCallTakesIsRefused) {
-  struct TRow {
-    unsigned long Root;
-    std::wstring KeyName, ValueName;
-  };
+  using TRow = std::tuple<unsigned long, std::wstring, std::wstring>;
   const TRow Rows[] = {{0, Wide(L"Key"), L"Text"},
                        {0x7FFFFFFF, Wide(L"Key"), L"Text"},
                        {0x80000006, Wide(L"Key"), L"Text"},
@@ -67,12 +51,12 @@ TEST_F(Registry, APlaceThatNoCallTakesIsRefused) {
                        {User, L"\\\\", L"Text"},
                        {User, Wide(L"Key"), std::wstring(16384, L'v')},
                        {User, Wide(L"Key"), L"T\x0113xt"}};
-  for (const TRow& Row : Rows)
+  for (const auto& [Root, KeyName, ValueName] : Rows)
     for (int Code = 0; Code < Operations; ++Code) {
       // The values of a root are no danger, and a deleted key has no value's name.
-      if (Code == 0 ? Row.ValueName != L"Text" : Row.KeyName == L"\\\\") continue;
+      if (Code == 0 ? ValueName != L"Text" : KeyName == L"\\\\") continue;
       for (const bool Logged : {false, true})
-        Brief("operation " + std::to_string(Code), Run(Code, Logged, Row.KeyName, Row.ValueName, Row.Root));
+        Brief("operation " + std::to_string(Code), Run(Code, Logged, KeyName, ValueName, Root));
     }
   char Byte = 0;
   for (const auto& [Buffer, Size] : std::initializer_list<std::pair<void*, long>>{{&Byte, -1}, {nullptr, 1}}) {
@@ -83,22 +67,18 @@ TEST_F(Registry, APlaceThatNoCallTakesIsRefused) {
 }
 
 TEST_F(Registry, WhatTheCodePageLacksIsNotSavedAndSoNotDeleted) {
-  struct TRow {
-    std::wstring Subkey, Name;
-    DWORD Type;
-    std::string Data;
-  };
+  using TRow = std::tuple<std::wstring, std::wstring, DWORD, std::string>;
   const TRow Rows[] = {{L"", L"Lost", REG_EXPAND_SZ, WideBytes(L"a\x0416")},
                        {L"", L"Lost", REG_MULTI_SZ, WideBytes(L"\x0113")},
                        {L"", L"Lost", REG_SZ, "odd"},
                        {L"", L"Lost\x0416", REG_DWORD, "1234"},
                        {L"\\Lost\x0416", L"", REG_DWORD, "1234"}};
-  for (const TRow& Row : Rows) {
-    StoreValue(Wide(L"Key") + Row.Subkey, Row.Name, Row.Type, Row.Data);
+  for (const auto& [Subkey, Name, Type, Data] : Rows) {
+    StoreValue(Wide(L"Key") + Subkey, Name, Type, Data);
     Begin();
     Brief("not in the code page", Run(0, true, Wide(L"Key"), L""));
-    RegDeleteTreeW(HKEY_CURRENT_USER, (Wide(L"Key") + (Row.Subkey.empty() ? L"\\none" : Row.Subkey)).c_str());
-    RegDeleteKeyValueW(HKEY_CURRENT_USER, Wide(L"Key").c_str(), Row.Name.c_str());
+    RegDeleteTreeW(HKEY_CURRENT_USER, (Wide(L"Key") + (Subkey.empty() ? L"\\none" : Subkey)).c_str());
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, Wide(L"Key").c_str(), Name.c_str());
   }
 }
 
@@ -115,11 +95,10 @@ TEST_F(Registry, ATreeOfEveryTypeComesBackAsItWas) {
   StoreValue(Top, L" \x00E4\x20AC\\=\"\",\r\n", REG_LINK, "odd");
   StoreValue(Top, std::wstring(16383, L'n'), REG_BINARY, "long");
   StoreValue(Top, L"big text", REG_SZ, WideBytes(std::wstring(1 << 20, L'\x20AC')));
-  const TRegistryTree Before = Tree();
-  ASSERT_EQ(S_OK, Run(0, true, Top, L"")) << ErrorText();
-  ASSERT_NE(Before, Tree());
-  ASSERT_EQ(S_OK, RollBack()) << ErrorText();
-  EXPECT_EQ("", Difference(Before, Tree()));
+  Begin();
+  EXPECT_EQ(S_OK, Run(0, true, Top, L""));
+  EXPECT_EQ(TRegistryEntry{}, Value(L"Tree", L""));
+  UndoAll();
 }
 
 }  // namespace

@@ -7,9 +7,7 @@ constexpr uint32_t ToDelete = 0, Server = 0x10, Library = 0x40;
 
 /// A log with these records, as the installer leaves it.
 TRawLog LogOf(uint32_t NumRecs, const std::string& Stream) {
-  TRawLog Raw{.NumRecs = NumRecs, .Blocks = BlocksOf(Stream)};
-  Raw.Reserved = "reserved" + std::string(100, 'r');
-  return Raw;
+  return {.NumRecs = NumRecs, .Reserved = "reserved" + std::string(100, 'r'), .Blocks = BlocksOf(Stream)};
 }
 /// The log after an update that brought these records.
 TRawLog After(TRawLog Raw, uint32_t Added, const std::string& Stream) {
@@ -47,10 +45,8 @@ TEST_F(InstallerLog, ListsANameOnceAndMakesUpForAFailedSave) {
   Step("same file", AddFile("c:\\app\\A \xC4.DLL"));
   Step("server", AddCOM("b.dll"));
   Step("same server", AddCOM("B.dll"));
-  {
-    const TFault Fault("WriteFile", {0, 1, ERROR_DISK_FULL});
-    Step("file that cannot be saved", AddFile("say \"hi\", b-dll"));
-  }
+  const TFault Fault("WriteFile", {0, 1, ERROR_DISK_FULL});
+  Step("file that cannot be saved", AddFile("say \"hi\", b-dll"));
   TellLists();
   for (const char* Again : {"again", "and again"}) Step(Again, AddFile("SAY \"hi\", b-dll"));
   TellLists();
@@ -122,17 +118,14 @@ TEST_F(InstallerLog, StaysAsItIsWhenItIsNotUnderstoodOrACallFails) {
     EXPECT_TRUE(Raw.Bytes() == Read(LogName())) << What;
   }
   Write(LogName(), Good.Bytes());
-  const struct {
-    const char* Function;
-    TFaultPlan Plan;
-  } Faults[] = {{"WriteFile", {0, 1, ERROR_DISK_FULL}},
-                {"WriteFile", {1, 1, ERROR_DISK_FULL}},
-                {"SetEndOfFile", {0, 1, ERROR_DISK_FULL}},
-                {"FlushFileBuffers", {0, 1, ERROR_DISK_FULL}},
-                {"ReadFile", {0, 2, 0x2FFFFFFF}},  // a code without a text
-                // Held only while the first phase looks: the second one reads for itself what it must keep.
-                {"CreateFileA", {0, 1, ERROR_SHARING_VIOLATION}}};
-  for (const auto& [Function, Plan] : Faults) {
+  // A code without a text; a file that is held only while the first phase looks: the second one reads for itself what
+  // it must keep.
+  for (const auto& [Function, Plan] : {std::pair{"WriteFile", TFaultPlan{0, 1, ERROR_DISK_FULL}},
+                                       {"WriteFile", {1, 1, ERROR_DISK_FULL}},
+                                       {"SetEndOfFile", {0, 1, ERROR_DISK_FULL}},
+                                       {"FlushFileBuffers", {0, 1, ERROR_DISK_FULL}},
+                                       {"ReadFile", {0, 2, 0x2FFFFFFF}},
+                                       {"CreateFileA", {0, 1, ERROR_SHARING_VIOLATION}}}) {
     const TFault Fault(Function, Plan);
     Process(Function);
     EXPECT_EQ(Good.Bytes().substr(448), Read(LogName()).substr(448, Good.Blocks.size())) << Function;
@@ -148,9 +141,10 @@ TEST_F(SavedLists, AreRestoredByTheFirstObjectThatCan) {
   History->Put(Guid("{A7D03F9E-26C4-4B85-9E71-3F0B8C52D6A4}"), 0, Servers);
   Begin();
   TComRef<IUInno> Inno;
-  Step("damaged", CoCreateInstance(CLSID_UInno, nullptr, CLSCTX_INPROC_SERVER, IID_IUInno, Inno.OutVoid()));
-  Write(ItemPath(Files), std::string("\1\0\0\0", 4) + "a.dll, \"b c.dll\"");
-  Step("mended", CoCreateInstance(CLSID_UInno, nullptr, CLSCTX_INPROC_SERVER, IID_IUInno, Inno.OutVoid()));
+  for (const char* Time : {"damaged", "mended"}) {
+    Step(Time, CoCreateInstance(CLSID_UInno, nullptr, CLSCTX_INPROC_SERVER, IID_IUInno, Inno.OutVoid()));
+    Write(ItemPath(Files), std::string("\1\0\0\0", 4) + "a.dll, \"b c.dll\"");
+  }
   Tell(ListsOf(*Inno));
 }
 

@@ -9,24 +9,17 @@ const GUID UndoClass = Guid("{6E1C0B5A-92D4-4F0B-8C57-3B1D0A9E7F42}"), Late = Nu
 
 /// An object of a class that undoes changes, the active one of that class for as long as it lives: it notes what it is
 /// called back with and answers as told.
-class TUndoTarget {
- public:
-  explicit TUndoTarget(const GUID& ClassId) : Entry(RegisterActive(Object.Get(), ClassId)) {}
-  ~TUndoTarget() { RevokeActive(Entry); }
-  std::string Calls() const { return "undone " + std::exchange(Object->Calls, ""); }
-  void Answer(std::function<HRESULT()> OnRollback) { Object->OnRollback = std::move(OnRollback); }
-
- private:
-  struct TObject final : TDouble<IUCanRollback> {
-    STDMETHOD(Rollback)(long Code, GUID DataID) override {
-      Calls += std::to_string(Code) + " " + std::to_string(DataID.Data4[7]) + ", ";
-      return OnRollback ? OnRollback() : S_OK;
-    }
-    std::string Calls;
-    std::function<HRESULT()> OnRollback;
-  };
-  TComRef<TObject> Object{new TObject};
-  DWORD Entry;
+struct TUndoTarget final : TDouble<IUCanRollback> {
+  explicit TUndoTarget(const GUID& ClassId) : Entry(RegisterActive(this, ClassId)) {}
+  ~TUndoTarget() override { RevokeActive(Entry); }
+  STDMETHOD(Rollback)(long Code, GUID DataID) override {
+    Noted += std::to_string(Code) + " " + std::to_string(DataID.Data4[7]) + ", ";
+    return Answer ? Answer() : S_OK;
+  }
+  std::string Calls() { return "undone " + std::exchange(Noted, ""); }
+  std::string Noted;
+  std::function<HRESULT()> Answer;
+  const DWORD Entry;
 };
 
 class TransactionLog : public TStory {
@@ -86,20 +79,15 @@ TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
     }
   }
   Tell(Target.Calls());
-  const TUndoTarget Now(Late);
-  Target.Answer([] {
+  TUndoTarget Now(Late);
+  Target.Answer = [] {
     TellError("The thing is in use, \xE4h.");
     return static_cast<HRESULT>(0x80040ABC);
-  });
+  };
   Brief("a failure of the target's own", RollBack());
   Tell(Now.Calls() + Target.Calls());
-  Target.Answer([this] {
-    GUID Unused = NumberedGuid(77);
-    EXPECT_EQ(E_UNEXPECTED, Put(8)) << "it would wait for itself";
-    EXPECT_NE("", ErrorText());
-    EXPECT_EQ(E_UNEXPECTED, Transactions->Rollback(VARIANT_TRUE, &Unused));
-    return S_OK;
-  });
+  // It would wait for itself.
+  Target.Answer = [this] { return Put(8) == E_UNEXPECTED && RollBack() == E_UNEXPECTED ? S_OK : E_FAIL; };
   Brief("called back from an undo", RollBack());
   Tell(Target.Calls());
   Brief("the lock is free again", Put(3));
@@ -107,35 +95,35 @@ TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
 
 // ---- An entry of the updater's own
 
-std::vector<std::pair<WPARAM, LPARAM>> Messages;
+std::string Messages;
 LRESULT CALLBACK NoteMessage(HWND Window, UINT Message, WPARAM WParam, LPARAM LParam) {
   constexpr UINT RollbackMessage = 0x7EB;
-  if (Message == RollbackMessage) Messages.emplace_back(WParam, LParam);
+  if (Message == RollbackMessage) Messages += std::to_string(WParam) + " " + std::to_string(LParam) + ", ";
   return DefWindowProcA(Window, Message, WParam, LParam);
 }
 
 TEST_F(TransactionLog, TheUpdatersEntryGoesToItsWindowOrToItsClass) {
   constexpr int Code = -3;
-  constexpr char Title[] = "Orvane Updater - Update progress";
   const GUID Updater = Guid("{E39B3518-306A-4B3F-9095-5A3226FF60C9}");
-  WNDCLASSA Class{};
-  Class.lpfnWndProc = NoteMessage;
-  Class.lpszClassName = "TMainForm";
+  const WNDCLASSA Class{0, NoteMessage, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, "TMainForm"};
   RegisterClassA(&Class);
+  const auto Window = [](const char* ClassName) {
+    return CreateWindowA(ClassName, "Orvane Updater - Update progress", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr,
+                         nullptr);
+  };
   Transactions->Put(Updater, Code, NumberedGuid(4));
-  const HWND Other = CreateWindowA("STATIC", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  Window("STATIC");
   EXPECT_EQ(REGDB_E_CLASSNOTREG, RollBack());
-  const TUndoTarget Object(Updater);
-  const HWND Window = CreateWindowA("TMainForm", Title, 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  TUndoTarget Object(Updater);
+  const HWND Main = Window("TMainForm");
   EXPECT_EQ(S_OK, RollBack());
   // A negative code arrives as the signed number that it is, whatever the width of a message parameter.
-  EXPECT_EQ((std::vector{std::pair{static_cast<WPARAM>(Code), LPARAM{0}}}), Messages);
+  EXPECT_EQ(std::to_string(static_cast<WPARAM>(Code)) + " 0, ", Messages);
   EXPECT_EQ("undone ", Object.Calls());
-  DestroyWindow(Window);
+  DestroyWindow(Main);
   Transactions->Put(Updater, Code, NumberedGuid(4));
   EXPECT_EQ(S_OK, RollBack());
   EXPECT_EQ("undone -3 4, ", Object.Calls());
-  DestroyWindow(Other);
 }
 
 // ---- The history
@@ -168,11 +156,9 @@ TEST_F(HistoryGroups, GiveBackLastInFirstOut) {
   }
   Brief("get", Get(Group));
   Brief("another group", Get(Other));
-  {
-    // The first write makes the group's file anew from the copy.
-    const TFault Fault("WriteFile", {1, 1, ERROR_DISK_FULL});
-    Brief("put fails", History->Put(Other, 8, NumberedGuid(15)));
-  }
+  // The first write makes the group's file anew from the copy.
+  const TFault Fault("WriteFile", {1, 1, ERROR_DISK_FULL});
+  Brief("put fails", History->Put(Other, 8, NumberedGuid(15)));
   Brief("get", Get(Other));
   Step("clear", History->ClearAll(Other));
   Brief("clear again", History->ClearAll(Other));
@@ -192,15 +178,10 @@ class BackupStore : public TStory {
     void* Buffer = &Buffer;
     long Size = 0;
     const HRESULT Result = Backup->RestoreData(DataID, &Buffer, &Size);
-    const TTaskMemory Memory(Buffer);
     Tell("restored " + (Buffer ? std::to_string(Size) + " bytes" : "nothing"));
     if (Buffer) Restored.assign(static_cast<char*>(Buffer), static_cast<size_t>(Size));
+    CoTaskMemFree(Buffer);
     return Result;
-  }
-  /// The item of one part of a set or key.
-  template <class TItem>
-  GUID Part(const TItem& Fields) {
-    return Stored(EncodeItem(Fields));
   }
   std::string Restored;
 };
@@ -232,15 +213,12 @@ TEST_F(BackupStore, KeepsFilesAsTheFlagsSay) {
   Put("sub\\deep.er\\d.txt", std::string(70000, 'd'), FILE_ATTRIBUTE_SYSTEM);
   MakeFolders(App("void"));
   const TTree All = TreeOf(App());
+  GUID DataID{};
   for (const std::string Flags : {"", "DU", "R", "RU", "RD", "RDU"}) {
-    const auto Is = [&](char Flag) {
-      return static_cast<VARIANT_BOOL>(Flags.find(Flag) == std::string::npos ? 0 : -1);
-    };
     Plant(App(), All);
     Begin();
-    GUID DataID{};
-    const HRESULT Saved = Backup->BackupFilesLogged(Text(App("*.txt")), Is('R'), Is('D'), Is('U'), &DataID);
-    Brief("flags " + Flags, Saved);
+    Brief("flags " + Flags,
+          Backup->BackupFilesLogged(Text(App("*.txt")), Is(Flags, 'R'), Is(Flags, 'D'), Is(Flags, 'U'), &DataID));
     RemoveTree(App());
     if (Flags == "RD") Write(App("a.txt"), "changed since");
     UndoAll();
@@ -248,7 +226,6 @@ TEST_F(BackupStore, KeepsFilesAsTheFlagsSay) {
     Flags == "RDU" ? Step("again", Restored) : Brief("again", Restored);
   }
   const std::string Name = "C:\\mendwork-root-test";
-  GUID DataID{};
   Write(Name, "");
   Begin();
   Step("a drive's root", Backup->BackupFiles(Text(Name + "*"), 0, 0, -1, &DataID));
@@ -276,36 +253,35 @@ TEST_F(BackupStore, KeepsValuesAndKeys) {
   Brief("value", Backup->RestoreRegKeyValue(Value));
   DeleteKeyTree(Wide(L"Key"));
   UndoAll();
-  for (const long Code : {0, 3, 5}) Brief("code of nobody", Backup->Rollback(Code, NumberedGuid(1)));
-  for (const long Code : {1, 2, 4}) Brief("no item", Backup->Rollback(Code, NumberedGuid(1)));
   Brief("no such value", Backup->BackupRegKeyValue(User, Text(Key("Key")), Text("none"), &Value));
 }
 
 TEST_F(BackupStore, RefusesDamagedItemsAndChangesNothing) {
   Put("app.dll", "precious", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
   Begin();
+  const auto Part = [&](const auto& Fields) { return BytesOf(Stored(EncodeItem(Fields))); };
+  const auto SetOf = [&](const TGuidBytes& Id) { return Stored(EncodeItem(TFileSetItem{{Id}, {}, {}})); };
   const std::string Beyond(1, '\0'), CutShort("\0.bak", 5);
-  constexpr uint64_t Time = 0x01C0000000000000;
-  const TSingleFileItem Single{App("app.dll"), FILE_ATTRIBUTE_NORMAL, Time, Time, Time},
-      OtherPath{App("app.dll") + CutShort, FILE_ATTRIBUTE_NORMAL, Time, Time, Time};
-  const auto SetOf = [&](const GUID& Part) { return this->Part(TFileSetItem{{BytesOf(Part)}, {}, {}}); };
+  const TSingleFileItem Single{App("app.dll"), FILE_ATTRIBUTE_NORMAL, 0, 0, 0},
+      OtherPath{App("app.dll") + CutShort, FILE_ATTRIBUTE_NORMAL, 0, 0, 0};
   const TRegistryValueItem Value{User, Key("Key"), "Name", REG_BINARY, {'d'}},
       OtherName{User, Key("Key"), "Name" + CutShort, REG_BINARY, {'d'}};
-  const TRegistryKeyItem Saved{User, Key("Key"), {BytesOf(Part(Value))}, {}}, OtherRoot{1, Key("Key"), {}, {}};
+  const TGuidBytes Good = Part(Value), Damaged = BytesOf(Stored(EncodeItem(Value) + Beyond));
+  const TRegistryKeyItem Saved{User, Key("Key"), {Good}, {}}, OtherRoot{1, Key("Key"), {}, {}},
+      Sub{User, Key("Sub"), {Damaged}, {}}, Outer{User, Key("Key"), {Good}, {Part(Sub)}};
+  // Each as everything but what it is; the last ones are damaged in their last part only.
   for (const std::string& Content :
-       {std::string(), EncodeItem(Single).substr(0, 4), EncodeItem(OtherPath), EncodeItem(Value)})
-    Brief("file", Backup->RestoreFiles(SetOf(Stored(Content))));
-  for (const std::string& Content : {EncodeItem(TFileSetItem{}).substr(0, 15), EncodeItem(TFileSetItem{}) + Beyond})
-    Brief("set", Backup->RestoreFiles(Stored(Content)));
-  for (const std::string& Content : {EncodeItem(OtherName), EncodeItem(Value) + Beyond, EncodeItem(Saved)})
-    Brief("value", Backup->RestoreRegKeyValue(Stored(Content)));
-  for (const std::string& Content : {EncodeItem(OtherRoot), EncodeItem(Saved) + Beyond, EncodeItem(Value)})
-    Brief("key", Backup->RestoreRegKey(Stored(Content)));
-  // Of a key whose last part is damaged, nothing is written.
-  const GUID Damaged = Stored(EncodeItem(Value) + Beyond),
-             Sub = Part(TRegistryKeyItem{User, Key("Sub"), {BytesOf(Damaged)}, {}});
-  Brief("part of a key",
-        Backup->RestoreRegKey(Part(TRegistryKeyItem{User, Key("Key"), {BytesOf(Part(Value))}, {BytesOf(Sub)}})));
+       {std::string(), EncodeItem(Single).substr(0, 4), EncodeItem(OtherPath), EncodeItem(Value) + Beyond,
+        EncodeItem(OtherName), EncodeItem(TFileSetItem{}).substr(0, 15), EncodeItem(TFileSetItem{}) + Beyond,
+        EncodeItem(Saved) + Beyond, EncodeItem(OtherRoot), EncodeItem(Outer)}) {
+    const GUID Id = Stored(Content);
+    Brief("file", Backup->RestoreFiles(SetOf(BytesOf(Id))));
+    Brief("set", Backup->RestoreFiles(Id));
+    Brief("value", Backup->RestoreRegKeyValue(Id));
+    Brief("key", Backup->RestoreRegKey(Id));
+  }
+  Brief("value as key", Backup->RestoreRegKey(GuidOf(Good)));
+  Brief("key as value", Backup->RestoreRegKeyValue(GuidOf(Part(Saved))));
   // Items that contain themselves; the same one twice, side by side, is no circle.
   const GUID Circle = NumberedGuid(1001), Ring = NumberedGuid(1002);
   Write(ItemPath(Circle), EncodeItem(TFileSetItem{{}, {}, {BytesOf(Circle)}}));
@@ -314,10 +290,26 @@ TEST_F(BackupStore, RefusesDamagedItemsAndChangesNothing) {
   Brief("set in itself", Backup->RestoreFiles(Circle));
   Brief("key in itself", Backup->RestoreRegKey(Ring));
   Log().LinesLeft = -1;
-  const TGuidBytes Empty = BytesOf(Part(TFileSetItem{}));
-  Brief("set twice", Backup->RestoreFiles(Part(TFileSetItem{{}, {}, {Empty, Empty}})));
-  Brief("good key", Backup->RestoreRegKey(Part(Saved)));
+  const TGuidBytes Empty = Part(TFileSetItem{});
+  Brief("set twice", Backup->RestoreFiles(GuidOf(Part(TFileSetItem{{}, {}, {Empty, Empty}}))));
+  Brief("good key", Backup->RestoreRegKey(GuidOf(Part(Saved))));
   Brief("good file", Backup->RestoreFiles(SetOf(Part(Single))));
+}
+
+class Undo : public TStory {};
+
+TEST_F(Undo, LooksAtTheCodesAndItemsOfItsClassOnly) {
+  IUCanRollback* const Objects[] = {File.Get(), Registry.Get(), Com.Get(), Backup.Get()};
+  GUID Path{};
+  Backup->BackupString(Text(App("other")), &Path);
+  for (IUCanRollback* const Object : Objects)
+    for (const long Code : {-1, 0, 1, 2, 3, 4, 5, 0x7FFFFFFF}) {
+      Put("other", "other", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+      Begin();
+      Brief("code " + std::to_string(Code) + ", text", Object->Rollback(Code, Path));
+      Brief("again", Object->Rollback(Code, Path));
+      Brief("no item", Object->Rollback(Code, NumberedGuid(1)));
+    }
 }
 
 }  // namespace

@@ -159,6 +159,8 @@ void TStory::TellLines() {
     // A wrapper's bare End says nothing new.
     if (Wrapper && At->Action == "End" && At->Text.find(' ') == std::string::npos) continue;
     std::string Words = Wrapper && At->Text.starts_with("Retry") ? At->Text.substr(5) : At->Text;
+    const auto Ends = [&](const TLine& Line) { return Line.Action == "End" && Line.Id == At->Id; };
+    if (Wrapper && Begins && std::none_of(At, All.end(), Ends)) Words += ", no end";
     if (!Wrapper || !Begins) Words = At->Action + (Words.empty() ? "" : " " + Words);
     if (!Wrapper && Begins) {
       const auto End = std::find_if(At + 1, All.end(), [&](const TLine& Line) { return Line.Id == At->Id; });

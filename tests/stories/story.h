@@ -26,6 +26,13 @@ class TStory : public TSandboxTest {
   void Put(const std::string& Name, const std::string& Content, DWORD Attributes = FILE_ATTRIBUTE_NORMAL) {
     Write(App(Name), Content, Attributes);
   }
+  /// What a call gives while a fault, an open file or a replaced function lasts, which is to the end of the expression.
+  static HRESULT While(const auto& /*Lasting*/, const auto& Call) { return Call(); }
+  static TFileHandle Hold(const std::string& Path, DWORD Share = 0) {
+    return TFileHandle(CreateFileA(Path.c_str(), GENERIC_READ, Share, nullptr, OPEN_EXISTING, 0, nullptr));
+  }
+  /// A flag of a call, by its letter.
+  static VARIANT_BOOL Is(const std::string& Flags, char Flag) { return Flags.find(Flag) == std::string::npos ? 0 : -1; }
   /// Leaves error information behind, as an object does that fails.
   static void TellError(const std::string& Description);
   /// A record of the transaction log or of a history group, by hand.

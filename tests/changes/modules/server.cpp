@@ -8,35 +8,21 @@
 
 namespace {
 
-void Count(const char* Function) {
+HRESULT Behave(const char* Function) {
   constexpr char Key[] = "Software\\MendworkTests";
   DWORD Calls = 0, Size = sizeof Calls;
   RegGetValueA(HKEY_CURRENT_USER, Key, Function, RRF_RT_REG_DWORD, nullptr, &Calls, &Size);
   ++Calls;
   RegSetKeyValueA(HKEY_CURRENT_USER, Key, Function, REG_DWORD, &Calls, sizeof Calls);
-}
-
-[[noreturn]] void ThrowException() {
-#if defined(__i386__)
-  // As the platform's usual compiler throws; what this one throws in 32 bits does not leave the module.
-  constexpr DWORD CppException = 0xE06D7363, Magic = 0x19930520;
-  const ULONG_PTR Arguments[] = {Magic, 0, 0};
-  RaiseException(CppException, EXCEPTION_NONCONTINUABLE, 3, Arguments);
-  std::abort();
-#else
-  throw 1;
-#endif
-}
-
-HRESULT Behave(const char* Function) {
   HMODULE Own = nullptr;
   char Path[MAX_PATH] = "";
   GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<const char*>(&Count), &Own);
+                     reinterpret_cast<const char*>(&Behave), &Own);
   GetModuleFileNameA(Own, Path, sizeof Path);
-  Count(Function);
   if (std::strstr(Path, "\\crash")) *static_cast<volatile int*>(nullptr) = 1;
-  if (std::strstr(Path, "\\throw")) ThrowException();
+  // As the platform's usual compiler throws; what this one throws in 32 bits does not leave the module.
+  constexpr ULONG_PTR Magic[] = {0x19930520, 0, 0};
+  if (std::strstr(Path, "\\throw")) RaiseException(0xE06D7363, EXCEPTION_NONCONTINUABLE, 3, Magic);
   const char* const Result = std::strstr(Path, "\\returns-");
   return Result ? static_cast<HRESULT>(std::strtoul(Result + std::strlen("\\returns-"), nullptr, 16)) : E_UNEXPECTED;
 }
