@@ -1,6 +1,5 @@
 #include "server/published.h"
-#include "support/expected.h"
-#include "support/sandbox_test.h"
+#include "stories/story.h"
 
 #include <sstream>
 

@@ -68,18 +68,21 @@ TStory::TStory()
   Begin();
 }
 
+void ExpectText(const std::string& Folder, const std::string& Name, const std::string& Found) {
+  const std::string Path = "Z:" MENDWORK_TEST_FILES "/" + Folder + "/" + Name;
+  const std::string Wanted = Exists(Path) ? Read(Path) : "", Left = BuiltFile("tests\\" + Folder + "\\" + Name);
+  if (Wanted == Found) return;
+  Write(Left, Found);
+  const auto At = std::ranges::mismatch(Found, Wanted).in1 - Found.begin();
+  const size_t Start = Found.substr(0, static_cast<size_t>(At)).rfind('\n') + 1;
+  const auto Line = [Start](const std::string& Text) { return Text.substr(Start, Text.find('\n', Start) - Start); };
+  ADD_FAILURE() << Name << ", line " << std::count(Found.begin(), Found.begin() + At, '\n') + 1 << ":\n  "
+                << Line(Found) << "\ninstead of\n  " << Line(Wanted) << "\nwhole: " << Left;
+}
+
 void TStory::TearDown() {
   const testing::TestInfo& Test = *testing::UnitTest::GetInstance()->current_test_info();
-  const std::string Name = std::string(Test.test_suite_name()) + "." + Test.name() + ".txt";
-  const std::string Path = "Z:" MENDWORK_TEST_FILES "/stories/" + Name;
-  const std::string Wanted = Exists(Path) ? Read(Path) : "", Left = BuiltFile("tests\\stories\\" + Name);
-  if (Wanted == Told) return;
-  Write(Left, Told);
-  const auto At = std::ranges::mismatch(Told, Wanted).in1 - Told.begin();
-  const size_t Start = Told.substr(0, static_cast<size_t>(At)).rfind('\n') + 1;
-  const auto Line = [Start](const std::string& Text) { return Text.substr(Start, Text.find('\n', Start) - Start); };
-  ADD_FAILURE() << Name << ", line " << std::count(Told.begin(), Told.begin() + At, '\n') + 1 << ":\n  " << Line(Told)
-                << "\ninstead of\n  " << Line(Wanted) << "\nwhole: " << Left;
+  ExpectText("stories", std::string(Test.test_suite_name()) + "." + Test.name() + ".txt", Told);
 }
 
 void TStory::Begin() {

@@ -5,6 +5,10 @@
 
 #include <set>
 
+/// Holds a long text against FOLDER\NAME of the tests' sources; no text needs no file. What was found is left in the
+/// build folder when it differs.
+void ExpectText(const std::string& Folder, const std::string& Name, const std::string& Found);
+
 /// Tests that tell everything: each step's result and boxes, the lines of the debug log with the locks that were taken
 /// between them, what it changed in files, registry, transaction log and the system's own folder. What is told must be
 /// what tests/stories/SUITE.TEST.txt has, to the last character; GUIDs, handles, folders, ids and the system's words

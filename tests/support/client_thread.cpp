@@ -74,8 +74,3 @@ std::string TextOf(HWND Window) {
   SendMessageW(Window, WM_GETTEXT, std::size(Buffer), reinterpret_cast<LPARAM>(Buffer));
   return ToAnsi(Buffer);
 }
-
-void Press(HWND MessageBox, int Answer) {
-  PostMessageA(MessageBox, WM_COMMAND, static_cast<WPARAM>(Answer), 0);
-  Until([&] { return !IsWindow(MessageBox); });
-}

@@ -39,8 +39,3 @@ std::vector<HWND> ControlsOf(HWND Window);
 std::string ClassOf(HWND Window);
 /// The text as the window itself gives it; of windows of other threads and processes too.
 std::string TextOf(HWND Window);
-
-/// The window class of system message boxes.
-constexpr char MessageBoxClass[] = "#32770";
-/// Presses a button of a system message box and waits until the box is gone.
-void Press(HWND MessageBox, int Answer);
