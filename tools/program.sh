@@ -100,7 +100,7 @@ command_torture() {
   mkdir -p "$Dir/0" "$Dir/1"
   rm -f "$Dir"/[01]/results.json
   for Word; do
-    [[ $Word != --shard && $Word != --json ]] || die "$Word is not for a run that is divided: it sets this itself."
+    [[ $Word != --shard ]] || die "$Word is not for a run that is divided: it sets this itself."
     [[ $Word != --list && $Word != --help ]] || {
       torture_share 0 1 "$@"
       return

@@ -3,42 +3,79 @@
 #include "base/text.h"
 #include "support/module_calls.h"
 #include "support/sandbox.h"
+#include "update.h"
+
+#include <algorithm>
+#include <optional>
+#include <sstream>
 
 namespace {
 
-/// Without the library that is tortured.
-void SetRegistered(const std::string& Server, bool Registered) {
-  using TFunction = HRESULT(STDAPICALLTYPE*)();
-  const TModuleHandle Module(LoadLibraryA(Server.c_str()));
-  const auto Function = reinterpret_cast<TFunction>(
-      reinterpret_cast<void*>(GetProcAddress(Module.Get(), Registered ? "DllRegisterServer" : "DllUnregisterServer")));
-  if (Function) Function();
-}
-void RemoveTypeLibrary() {
-  constexpr LCID Neutral = 0;
-  UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, Neutral, OwnKind);
+TComRef<IClassFactory> LoadModule() {
+  TComRef<IClassFactory> Loaded;
+  const HRESULT Result =
+      CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
+  Must(SUCCEEDED(Result), "the library is not registered");
+  return Loaded;
 }
 
-/// The key that a path of HKEY_CLASSES_ROOT belongs to: a class, an interface, a library or a name.
-std::wstring OwnKey(const std::wstring& Path) {
-  size_t Parts = 1;
-  for (const wchar_t* Folder : {L"CLSID\\", L"Interface\\", L"TypeLib\\", L"AppID\\"})
-    Parts += Path.starts_with(Folder);
-  if (Path.starts_with(L"Wow6432Node\\")) Parts = 3;
-  size_t End = 0;
-  for (; Parts > 0 && End != std::wstring::npos; --Parts) End = Path.find(L'\\', End + 1);
-  return Path.substr(0, End);
+/// The one server, and what is not registered before an update: the other one and no type library.
+void SetClasses(bool Server, bool Others) {
+  RunSystemProgram("regsvr32.exe", (Server ? "/s " : "/s /u ") + RegisteredServer());
+  RunSystemProgram("regsvr32.exe", (Others ? "/s " : "/s /u ") + UnregisteredServer());
+  if (!Others) UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, LANG_NEUTRAL, OwnKind);
 }
+
+std::string ToldFile(const std::string& Root) { return Root + "\\told.txt"; }
+
+/// change ROOT update|rollback EVENT POINT: see module_calls.h for the event at a point.
+/// change ROOT fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the failing call with one answer, and
+/// who retries gives up when it does not help. Some of those who give up roll back in the same process. Without a
+/// FUNCTION all calls are counted.
+const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
+  constexpr int MostRetries = 4;  // as often as a call fails
+  constexpr long Kinds = 15;
+  const std::string &Root = Words.at(0), &What = Words.at(1), &Event = Words.at(2);
+  const int Point = std::stoi(Words.at(3));
+  const bool IsFault = What == "fault", Retry = IsFault && Words.at(5) == "retry";
+  int Boxes = 0;
+  std::string Step = What, StepAsked, Calls;
+  User.OnBox = [&] {
+    const bool Failure = (User.Boxes.back().MsgType & Kinds) == MB_RETRYCANCEL;
+    if (Failure && Boxes++ == 0) StepAsked = Step;
+    User.Answer({!Failure ? IDYES : Retry && Boxes <= MostRetries ? IDRETRY : IDCANCEL});
+  };
+  const auto Loaded = LoadModule();
+  std::optional<TUpdater> Updater;
+  std::optional<TFault> Fault;
+  const TNoPauses NoPauses;
+  if (IsFault) Updater.emplace(Root);  // creating the objects is not a step of the update
+  if (IsFault && !Event.empty()) {
+    const auto Call = std::ranges::find(ModuleCalls(), Event, &TModuleCall::Name);
+    Fault.emplace(Event, TFaultPlan{Point - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(4)))});
+  } else {
+    PlanEvent(IsFault ? "nothing" : Event, Point, IsFault ? AllCalls : ChangingCalls);
+  }
+  if (What == "update") Updater.emplace(Root);
+  HRESULT Result = Updater ? RunUpdate(*Updater, Step) : RollBack();
+  if (!Fault)
+    for (const char* Name : CallsMade()) Calls += " " + std::string(Name);
+  if (!Updater && SUCCEEDED(Result)) Step = "history, macros, garbage lists", Result = LookAtStores();
+  const std::string Error = FAILED(Result) ? ErrorText() : "";
+  Write(ToldFile(Root), std::to_string(Boxes) + " " + std::to_string(Result) + Calls + "\n" +
+                            (Boxes > 0 ? StepAsked : Step) + "\n" + Error);
+  const bool RollsBack = IsFault && FAILED(Result) && Point % 2 == 1;
+  return int{RollsBack && FAILED(RollBack())};
+});
 
 }  // namespace
 
-TMachine::TMachine() : TSandbox(NoDoubles) {
-  Must(SUCCEEDED(
-           CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid())),
-       "the library is not registered");
+TMachine::TMachine() : TSandbox(NoDoubles), Loaded(LoadModule()) {
   const std::string Forgotten = ForgottenCalls();
   Must(Forgotten.empty(), "the list in tests/support/module_calls.cpp lacks what the library imports: " + Forgotten);
   Window = CreateWindowExA(0, "Static", "", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+  LayOutFiles(Root()), LayOutRegistry(), FindClassKeys();
+  Original = Capture();
 }
 TMachine::~TMachine() {
   DestroyWindow(Window);
@@ -48,43 +85,28 @@ TMachine::~TMachine() {
 void TMachine::LayOut() {
   RemoveTree(Base());
   MakeFolders(Base());
-  if (Original.Files.empty())
-    LayOutFiles(Root());
-  else
-    Plant(App(), Original.Files);
+  Plant(App(), Original.Files);
   LayOutLists(Root());
-  if (Original.Registry.empty() || RegistryTreeOf(AppKeyName) != Original.Registry) LayOutRegistry();
-  LayOutClasses();
-  if (Original.Files.empty()) Original = Capture();
-}
-
-void TMachine::LayOutClasses() {
-  const bool First = ClassKeys.empty();
-  if (First) FindClassKeys();
-  if (!First && CaptureClasses() == Original.Classes) return;
-  SetRegistered(RegisteredServer(), true);
-  SetRegistered(UnregisteredServer(), false);
-  RemoveTypeLibrary();
+  if (RegistryTreeOf(AppKeyName) != Original.Registry) LayOutRegistry();
+  if (CaptureClasses() != Original.Classes) SetClasses(true, false);
 }
 
 /// By what changes when they are registered and unregistered.
 void TMachine::FindClassKeys() {
   const auto All = [] { return RegistryTreeOf(L"", HKEY_CLASSES_ROOT); };
-  SetRegistered(RegisteredServer(), true);
-  SetRegistered(UnregisteredServer(), true);
-  const std::wstring Library = ToWide(App("types.TLB"));
+  SetClasses(true, true);
+  std::wstring Library = ToWide(App("types.TLB"));
   TComRef<ITypeLib> Made;
-  if (SUCCEEDED(LoadTypeLib(Library.c_str(), Made.Out())))
-    RegisterTypeLib(Made.Get(), const_cast<wchar_t*>(Library.c_str()), nullptr);
+  if (SUCCEEDED(LoadTypeLib(Library.c_str(), Made.Out()))) RegisterTypeLib(Made.Get(), Library.data(), nullptr);
   const TRegistryTree With = All();
-  SetRegistered(RegisteredServer(), false);
-  SetRegistered(UnregisteredServer(), false);
-  RemoveTypeLibrary();
+  SetClasses(false, false);
   const TRegistryTree Without = All();
+  std::wstring Last;  // the key before it; what lies in it belongs to it
   for (const auto& [Path, Entry] : With)
     if (const auto Found = Without.find(Path); Found == Without.end() || !(Found->second == Entry))
-      ClassKeys.insert(OwnKey(Path));
+      if (Last.empty() || !Path.starts_with(Last + L"\\")) ClassKeys.insert(Last = Path.substr(0, Path.rfind(L'\\')));
   Must(!ClassKeys.empty(), "the platform's servers and the type library cannot be registered");
+  SetClasses(true, false);
 }
 
 TRegistryTree TMachine::CaptureClasses() const {
@@ -95,6 +117,20 @@ TRegistryTree TMachine::CaptureClasses() const {
 }
 
 TCapture TMachine::Capture() const { return {TreeOf(App()), RegistryTreeOf(AppKeyName), CaptureClasses()}; }
+
+TTold TMachine::Change(const std::string& What, const TWords& Event) const {
+  TWords Words = {"change", Root(), What};
+  Words.insert(Words.end(), Event.begin(), Event.end());
+  DeleteFileA(ToldFile(Root()).c_str());
+  TTold Told{TChild(Words).Wait()};
+  std::istringstream In(Read(ToldFile(Root())));
+  In >> Told.Boxes >> Told.Result;
+  for (std::string Name; In.peek() == ' ' && In >> Name;) Told.Calls.push_back(Name);
+  In.ignore();
+  std::getline(In, Told.Step), std::getline(In, Told.Error, '\0');
+  if (Told.Status != 0) Told.Result = -1;
+  return Told;
+}
 
 std::string Difference(const TCapture& Before, const TCapture& After) {
   return Difference(Before.Files, After.Files) + Difference(Before.Registry, After.Registry) +

@@ -7,17 +7,25 @@
 
 #include <set>
 #include <string>
-#include <vector>
 
 /// All of a sample application that an update may change, as it can be compared: files with their bytes, attributes and
 /// times, folders, registry keys with their values' types and bytes, class registrations.
 struct TCapture {
   TTree Files;
-  TRegistryTree Registry;
-  TRegistryTree Classes;
+  TRegistryTree Registry, Classes;
 };
 /// One line for each thing that differs; "" when nothing does.
 std::string Difference(const TCapture& Before, const TCapture& After);
+
+/// What a process told that changed the machine.
+struct TTold {
+  DWORD Status;
+  int Boxes = 0;           ///< that told of a failing call
+  HRESULT Result = -1;     ///< -1 when the process did not come to its end
+  std::string Step = {};   ///< in which the user was asked, or which failed
+  std::string Error = {};  ///< the failure's text
+  TWords Calls = {};       ///< the names of its calls, when they were counted
+};
 
 /// The machine that is tortured: a sandbox with the sample application, its package, its part of the registry and its
 /// base folder. The processes that change it find it by the base folder's value in the registry.
@@ -28,10 +36,13 @@ class TMachine final : public TSandbox {
 
   /// The sample application and its package as they are before an update; the base folder is empty.
   void LayOut();
+  const TCapture& Before() const { return Original; }
   TCapture Capture() const;
+  /// Lets a process make the update, or roll everything back and look at what outlives it; the role in machine.cpp says
+  /// what may happen to it.
+  TTold Change(const std::string& What, const TWords& Event = {"nothing", "0"}) const;
 
  private:
-  void LayOutClasses();
   void FindClassKeys();
   TRegistryTree CaptureClasses() const;
 

@@ -1,5 +1,6 @@
 #include "sample.h"
 
+#include "support/memory_file.h"
 #include "support/process.h"
 #include "support/raw_uninstall_log.h"
 #include "support/sandbox.h"
@@ -10,9 +11,7 @@ namespace {
 constexpr char Bytes[] = "\0\x01\x80\xFF bytes";
 
 void CopyBuilt(const std::string& Name, const std::string& Path) {
-  std::string Content = Read(BuiltFile("tests\\versioned\\" + Name));
-  Content.resize(8192);  // whatever the linker made of it
-  Write(Path, Content);
+  Write(Path, Padded(Read(BuiltFile("tests\\versioned\\" + Name)), 8192));  // whatever the linker made of it
 }
 
 std::string SystemFile(const std::string& Name) {
@@ -90,4 +89,14 @@ void LayOutLists(const std::string& Root) {
   Write(UninstallLogOf(Root), TRawLog{.NumRecs = UninstallRecords, .Blocks = BlocksOf(Records)}.Bytes());
   Write(Root + "\\Rubbish\\folder\\file.txt", "");
   Write(Root + "\\Rubbish\\file.txt", "");
+}
+
+int UninstallRecordsOf(const std::string& Log) {
+  try {
+    TUninstallLog Loaded;
+    LoadFrom(Log, Loaded);
+    return Loaded.Count();
+  } catch (const EUninstallLogError&) {
+    return -1;
+  }
 }

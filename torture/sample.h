@@ -27,6 +27,8 @@ std::string UnregisteredServer();
 /// The installer's uninstall log holds so many records before the update.
 constexpr int UninstallRecords = 3;
 inline std::string UninstallLogOf(const std::string& Root) { return Root + "\\Base\\Uninstall\\unins000.dat"; }
+/// How many records an uninstall log holds; -1 when it is damaged.
+int UninstallRecordsOf(const std::string& Log);
 
 /// The application's key below HKEY_CURRENT_USER.
 inline constexpr wchar_t AppKeyName[] = L"Software\\MendworkTorture";

@@ -2,7 +2,6 @@
 
 #include "machine.h"
 
-#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,13 +24,12 @@ struct TResult {
   std::map<std::string, int> Notes{};  ///< what else was counted: known remains and so on
   std::vector<std::string> Bad{};      ///< one text a case: which, and what differs
   bool Skipped = false;                ///< the part cannot be divided, and another process has it
-};
 
-/// A part is a row of the list in torture_main.cpp.
-struct TPart {
-  const char* Name;
-  const char* What;
-  TResult (*Run)(const TPlan& Plan);
+  /// Counts a case; the text says which it is, and what is wrong unless it is good.
+  void Count(bool IsGood, const std::string& Text) {
+    ++Cases;
+    IsGood ? void(++Good) : Bad.push_back(Text);
+  }
 };
 
 TResult KillMatrix(const TPlan& Plan);

@@ -1,28 +1,20 @@
 #include "update.h"
 
-#include "support/module_calls.h"
 #include "support/tree.h"
-
-#include <algorithm>
-#include <sstream>
 
 namespace {
 
-constexpr unsigned long User = 0x80000001;
-constexpr VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
 const GUID HistoryGroup = NumberedGuid(9);
 constexpr char MacroValue[] = "C:\\A, \"b\"";
 
-Text KeyName(const std::string& Below = "") {
-  return Text("Software\\MendworkTorture" + (Below.empty() ? "" : "\\" + Below));
-}
-
-/// A change that no method makes: the updater's own, after it has saved what it changes.
-HRESULT Overwrite(const std::string& Path, const std::string& Content) {
-  constexpr uint64_t LastAccess = 160000000000000000, LastWrite = 132000000000000000;
-  Write(Path, Content);
-  SetTimes(Path, LastAccess, LastWrite);
-  return S_OK;
+// Changes that no method makes: the updater's own, after it has saved what it changes.
+TStep Edit(const std::string& Name) {
+  return {"edit " + Name, [=](TUpdater& U) {
+            constexpr uint64_t LastAccess = 160000000000000000, LastWrite = 132000000000000000;
+            Write(U.Places.App(Name), "edited by the updater");
+            SetTimes(U.Places.App(Name), LastAccess, LastWrite);
+            return S_OK;
+          }};
 }
 HRESULT SetNumber(const wchar_t* Key, const wchar_t* Name, char Number) {
   StoreValue(std::wstring(AppKeyName) + L"\\" + Key, Name, REG_DWORD, std::string(1, Number) + std::string(3, '\0'));
@@ -67,12 +59,8 @@ TStep DeleteKey(const std::string& Key) {
 
 TStep SaveFiles(const std::string& Mask, VARIANT_BOOL Recurse) {
   return {"save " + Mask, [=](TUpdater& U) {
-            GUID DataID;
-            return U.Backup->BackupFilesLogged(Text(U.Places.App(Mask)), Recurse, Recurse, No, &DataID);
+            return U.Backup->BackupFilesLogged(Text(U.Places.App(Mask)), Recurse, Recurse, No, &U.Item);
           }};
-}
-TStep Edit(const std::string& Name) {
-  return {"edit " + Name, [=](TUpdater& U) { return Overwrite(U.Places.App(Name), "edited by the updater"); }};
 }
 
 std::vector<TStep> FileSteps() {
@@ -103,13 +91,9 @@ std::vector<TStep> FileSteps() {
 
 std::vector<TStep> RegistrySteps() {
   const auto SaveValue = [](TUpdater& U) {
-    GUID DataID;
-    return U.Backup->BackupRegKeyValueLogged(User, KeyName("Watched"), Text("Level"), &DataID);
+    return U.Backup->BackupRegKeyValueLogged(User, KeyName("Watched"), Text("Level"), &U.Item);
   };
-  const auto SaveKey = [](TUpdater& U) {
-    GUID DataID;
-    return U.Backup->BackupRegKeyLogged(User, KeyName("Plugins"), Yes, &DataID);
-  };
+  const auto SaveKey = [](TUpdater& U) { return U.Backup->BackupRegKeyLogged(User, KeyName("Plugins"), Yes, &U.Item); };
   return {SetString("", "Version", "2.0"),
           SetString("", "Build", "now a text \xFC\x80"),
           SetString("", "", "the default value"),
@@ -128,32 +112,28 @@ std::vector<TStep> RegistrySteps() {
 }
 
 std::vector<TStep> StateSteps() {
-  const auto Put = [](TUpdater& U) { return U.Log->Put(CLSID_UCanRollback, 7, NumberedGuid(7)); };
-  const auto CheckPoint = [](TUpdater& U) { return U.Log->PutCheckPoint(NumberedGuid(8)); };
-  const auto SaveText = [](TUpdater& U) {
-    GUID DataID;
-    return U.Backup->BackupString(Text("a text"), &DataID);
-  };
-  return {{"entry that changes nothing", Put},
-          {"check point", CheckPoint},
-          {"permanent macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Path"), Text(MacroValue), Yes); }},
-          {"temporary macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Temp"), Text("x=y"), No); }},
-          {"delete macro", [](TUpdater& U) { return U.Macro->DelMacro(Text("TEMP")); }},
-          {"history record", [](TUpdater& U) { return U.History->Put(HistoryGroup, 3, NumberedGuid(10)); }},
-          {"history check point", [](TUpdater& U) { return U.History->PutCheckPoint(HistoryGroup, NumberedGuid(11)); }},
-          {"history cut", [](TUpdater& U) { return U.History->DeleteLastRecord(HistoryGroup); }},
-          {"text item", SaveText}};
+  return {
+      {"entry that changes nothing", [](TUpdater& U) { return U.Log->Put(CLSID_UCanRollback, 7, NumberedGuid(7)); }},
+      {"check point", [](TUpdater& U) { return U.Log->PutCheckPoint(NumberedGuid(8)); }},
+      {"permanent macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Path"), Text(MacroValue), Yes); }},
+      {"temporary macro", [](TUpdater& U) { return U.Macro->SetMacro(Text("Temp"), Text("x=y"), No); }},
+      {"delete macro", [](TUpdater& U) { return U.Macro->DelMacro(Text("TEMP")); }},
+      {"history record", [](TUpdater& U) { return U.History->Put(HistoryGroup, 3, NumberedGuid(10)); }},
+      {"history check point", [](TUpdater& U) { return U.History->PutCheckPoint(HistoryGroup, NumberedGuid(11)); }},
+      {"history cut", [](TUpdater& U) { return U.History->DeleteLastRecord(HistoryGroup); }},
+      {"text item", [](TUpdater& U) { return U.Backup->BackupString(Text("a text"), &U.Item); }}};
 }
 
 std::vector<TStep> ComSteps() {
-  const auto Step = [](const char* Name, HRESULT (STDMETHODCALLTYPE IUCom::*Method)(BSTR), auto FileOf) {
-    return TStep{Name, [=](TUpdater& U) { return (U.Com.Get()->*Method)(Text(FileOf(U))); }};
+  using TMethod = HRESULT (STDMETHODCALLTYPE IUCom::*)(BSTR);
+  const std::string Library;
+  const auto Step = [](const char* Name, TMethod Method, const std::string& Server) {
+    return TStep{Name, [=](TUpdater& U) {
+                   return (U.Com.Get()->*Method)(Text(Server.empty() ? U.Places.App("types.TLB") : Server));
+                 }};
   };
-  const auto Registered = [](TUpdater&) { return RegisteredServer(); };
-  const auto Unregistered = [](TUpdater&) { return UnregisteredServer(); };
-  const auto Library = [](TUpdater& U) { return U.Places.App("types.TLB"); };
-  return {Step("unregister server", &IUCom::UnRegServerLogged, Registered),
-          Step("register server", &IUCom::RegLogged, Unregistered),
+  return {Step("unregister server", &IUCom::UnRegServerLogged, RegisteredServer()),
+          Step("register server", &IUCom::RegLogged, UnregisteredServer()),
           Step("register type library", &IUCom::RegLogged, Library),
           Step("unregister type library", &IUCom::UnRegTLBLogged, Library),
           Step("register type library again", &IUCom::RegTLBLogged, Library)};
@@ -184,6 +164,8 @@ const char* const Remains[] = {"themes\\",       "themes\\dark\\",     "Themes\\
 
 }  // namespace
 
+Text KeyName(const std::string& Name) { return Text("Software\\MendworkTorture" + (Name.empty() ? "" : "\\" + Name)); }
+
 const std::vector<TStep>& UpdateSteps() {
   static const std::vector<TStep> Steps = [] {
     std::vector<TStep> All;
@@ -197,42 +179,25 @@ const std::vector<TStep>& UpdateSteps() {
 HRESULT RunUpdate(TUpdater& Updater, std::string& Current) {
   for (const TStep& Step : UpdateSteps()) {
     Current = Step.Name;
-    const HRESULT Result = Step.Run(Updater);
-    if (FAILED(Result)) return Result;
+    if (const HRESULT Result = Step.Run(Updater); FAILED(Result)) return Result;
   }
   return S_OK;
 }
 
-void WriteCalls(const std::string& Root) {
-  std::string Names;
-  for (const char* Name : CallsMade()) Names += std::string(Name) + "\n";
-  Write(Root + "\\calls.txt", Names);
-}
-
 HRESULT LookAtStores() {
-  long Code = 0;
-  GUID DataID{};
-  VARIANT_BOOL NoMore = 0, CheckPoint = 0;
-  const HRESULT Got = Make<IUHistory>(CLSID_UHistory)->Get(HistoryGroup, &Code, &DataID, &NoMore, &CheckPoint);
-  if (FAILED(Got)) return Got;
-  TBstr Value;
-  const HRESULT Found = Make<IUMacro>(CLSID_UMacro)->GetMacro(Text("Path"), Value.Out());
-  if (FAILED(Found)) return Found;
-  const std::string Macro = Take(Value);
-  if (!Macro.empty() && Macro != MacroValue) return E_UNEXPECTED;
-  return Make<IUGarbage>(CLSID_UGarbage)->Garbage();
+  TUpdater U("");
+  if (const HRESULT Got = U.ReadGroup(HistoryGroup); FAILED(Got)) return Got;
+  if (const HRESULT Found = U.Macro->GetMacro(Text("Path"), U.Content.Out()); FAILED(Found)) return Found;
+  const std::string Macro = Take(U.Content);
+  return Macro.empty() || Macro == MacroValue ? U.Garbage->Garbage() : E_UNEXPECTED;
 }
 
 int RemoveKnownRemains(std::string& Difference) {
-  std::istringstream Lines(Difference);
-  std::string Rest;
   int Count = 0;
-  for (std::string Line; std::getline(Lines, Line);) {
-    const bool Known = std::any_of(std::begin(Remains), std::end(Remains),
-                                   [&](const std::string& Name) { return Line == "new: " + Name; });
-    Count += Known;
-    if (!Known) Rest += Line + "\n";
+  for (const char* Name : Remains) {
+    const std::string Line = "new: " + std::string(Name) + "\n";
+    const size_t At = Difference.find(Line);
+    if (At != std::string::npos) Difference.erase(At, Line.size()), ++Count;
   }
-  Difference = Rest;
   return Count;
 }

@@ -10,11 +10,23 @@
 /// One update of everything: every kind of change that the system offers, one step after the other, on the sample
 /// application of machine.h.
 
+constexpr unsigned long User = 0x80000001;
+constexpr VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
+/// The application's key or one below it.
+Text KeyName(const std::string& Below = "");
+
 /// The objects of one process that updates.
 struct TUpdater {
   explicit TUpdater(const std::string& Root) : Places{Root} {}
 
+  HRESULT ReadGroup(const GUID& Group) { return History->Get(Group, &Code, &Item, &Flag, &Flag); }
+
   TPlaces Places;
+  // What calls gave back; nobody looks at most of it.
+  GUID Item{};
+  TBstr Content;
+  long Code = 0;
+  VARIANT_BOOL Flag = No;
   TComRef<IUFile> File = Make<IUFile>(CLSID_UFile);
   TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
   TComRef<IUBackup> Backup = Make<IUBackup>(CLSID_UBackup);
@@ -37,8 +49,6 @@ inline constexpr char UninstallLogStep[] = "uninstall log: write";
 /// Runs the steps until one fails. `Current` is the name of the step that runs, or has failed. The answers of the user,
 /// when a step asks whether to overwrite, are the caller's business: Yes.
 HRESULT RunUpdate(TUpdater& Updater, std::string& Current);
-/// The names of the calls that this process made since PlanEvent go to a file, calls.txt.
-void WriteCalls(const std::string& Root);
 /// Fails when the history, the macros or the garbage lists, which outlive a rollback, are not whole.
 HRESULT LookAtStores();
 

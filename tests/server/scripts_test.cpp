@@ -41,7 +41,7 @@ TEST_F(Script, ReachesEveryMethodByName) {
   std::erase(Output, '\r');
   ExpectText("server\\scripts", "outcomes.txt", Output);
   for (const auto& Class : Classes)
-    for (const std::string& Method : Class.Methods)
+    for (const auto& [Id, Method] : Class.Methods)
       EXPECT_NE(std::string::npos, Output.find(Class.Name + "." + Method + ": ")) << Class.Name << "." << Method;
 }
 
