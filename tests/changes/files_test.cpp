@@ -11,13 +11,13 @@ constexpr DWORD Everything = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | F
 class Files : public TStory {
  protected:
   HRESULT Copy(bool Logged, const std::string& Source, const std::string& Dest, long Mode = 0) {
-    return (File.Get()->*(Logged ? &IUFile::CopyFileLogged : &IUFile::CopyFile))(Text(App(Source)), Text(App(Dest)),
-                                                                                 Mode);
+    const auto Method = Logged ? &IUFile::CopyFileLogged : &IUFile::CopyFile;
+    return (File.Get()->*Method)(Text(App(Source)), Text(App(Dest)), Mode);
   }
   /// Flags: R for subfolders, E for empty ones, U for the mask's own.
   HRESULT Delete(bool Logged, BSTR Mask, const std::string& Flags = "") {
-    return (File.Get()->*(Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles))(Mask, Is(Flags, 'R'),
-                                                                                       Is(Flags, 'E'), Is(Flags, 'U'));
+    const auto Method = Logged ? &IUFile::DeleteFilesLogged : &IUFile::DeleteFiles;
+    return (File.Get()->*Method)(Mask, Is(Flags, 'R'), Is(Flags, 'E'), Is(Flags, 'U'));
   }
   void LayOut() {
     for (const char* Name : {"a.log", "b.log\\c.log", "b.log\\deep\\d.log", "mixed\\e.log", "mixed\\keep.txt"})
@@ -96,6 +96,7 @@ TEST_F(Files, ACopyThatCannotBeDoneChangesNothing) {
   Brief("held destination", Held);
   Brief("half done", While(TFault("SetFileTime", {0, 1, ERROR_ACCESS_DENIED}), CopyLogged));
   EXPECT_TRUE(Hold(App("source")) && Hold(App("dest"))) << "nothing stays open";
+  Step("to a new folder", Copy(true, "source", "new\\deep\\dest"));
   UndoAll();
 }
 

@@ -151,9 +151,6 @@ TEST_F(Rubbish, OfFoldersGoesButDotNamesLinksAndWhatIsHeld) {
   ASSERT_TRUE(CreateDirectoryW(Bent.c_str(), nullptr));
   RemoveFolder(App("Bent"));
   EXPECT_TRUE(RemoveDirectoryW(Bent.c_str()));
-}
-
-TEST_F(Rubbish, OfADriveGoesAndTheDriveStays) {
   const THostLink Drive("q:", App());
   // A single letter stands for the drive, but only where there is a folder of that name.
   for (const char* Name : {"q", "Q:\\", "Q:", "Q:"}) {

@@ -124,7 +124,7 @@ std::string TStory::Entries() const {
 /// What changes from run to run gets a name.
 std::string TStory::Plain(std::string Text) const {
   constexpr size_t GuidSize = 38;
-  for (const DWORD Code : {2, 3, 5, 32, 112, 123, 126, 127, 183, 193})
+  for (const DWORD Code : {2, 3, 5, 32, 112, 123, 126, 127, 183, 193, 234})
     Replace(Text, SystemText(Code), "<" + std::to_string(Code) + ">");
   Replace(Text, Root(), "R:");
   std::string Slashes = Root();
