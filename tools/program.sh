@@ -98,7 +98,7 @@ command_torture() {
   build_quietly win32 mendwork_torture
   claim torture
   mkdir -p "$Dir/0" "$Dir/1"
-  rm -f "$Dir"/[01]/results.json
+  rm -f "$Dir"/[01]/results.txt
   for Word; do
     [[ $Word != --shard ]] || die "$Word is not for a run that is divided: it sets this itself."
     [[ $Word != --list && $Word != --help ]] || {
@@ -114,16 +114,16 @@ command_torture() {
   for Shard in "${Pids[@]}"; do wait "$Shard" || Status=1; done
   trap - EXIT
   for Shard in 0 1; do
-    [[ -s $Dir/$Shard/results.json && $(tail -n 1 "$Dir/$Shard/results.json") == ']' ]] ||
-      die "The torture did not come to its end: build/torture/$Shard/results.json is missing or not whole."
+    [[ -s $Dir/$Shard/results.txt && $(tail -n 1 "$Dir/$Shard/results.txt") == end* ]] ||
+      die "The torture did not come to its end: build/torture/$Shard/results.txt is missing or not whole."
   done
-  sum_torture "$Dir/0/results.json" "$Dir/1/results.json"
+  sum_torture "$Dir/0/results.txt" "$Dir/1/results.txt"
   ((Status == 0)) || die "Not every case of the torture ended as it must."
 }
 
-# One line for each part, both shares together; each is one line of the results files.
+# One line for each part, both shares together; each is a line "NAME CASES GOOD" of the results files.
 sum_torture() {
-  cat "$@" | sed -nE 's/.*"part": "([^"]+)", "cases": ([0-9]+), "good": ([0-9]+).*/\1 \2 \3/p' | awk '
+  cat "$@" | grep -E '^[a-z]+ [0-9]+ [0-9]+$' | awk '
     !($1 in Cases) { Names[++Count] = $1 }
     { Cases[$1] += $2; Good[$1] += $3; All += $2; AllGood += $3 }
     END {

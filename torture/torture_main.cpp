@@ -28,20 +28,9 @@ constexpr char Usage[] =
     "  --match TEXT the cases whose description has this in it; of torn, the files; many and long ignore it\n"
     "  --shard I/N  every N-th case, beginning with the I-th (from 0)\n"
     "  --list       lists the parts\n\n"
-    "The results go to results.json in the current folder. Ends with status 1 when a case ended otherwise than it "
+    "The results go to results.txt in the current folder. Ends with status 1 when a case ended otherwise than it "
     "must,\n"
     "or a part had none.\n";
-
-std::string Quoted(const std::string& Text) {
-  std::string Result = "\"";
-  for (const char Character : Text) {
-    char Code[8];
-    std::snprintf(Code, sizeof Code, "\\u%04x", static_cast<unsigned char>(Character));
-    const bool Plain = Character >= ' ' && Character < 127 && Character != '"' && Character != '\\';
-    Result += Plain ? std::string(1, Character) : Code;
-  }
-  return Result + '"';
-}
 
 void Print(const TPart& Part, const TResult& Result, double Seconds) {
   std::printf("%-6s %d cases, %d as they must be, %d not  (%.0f s)\n       %s\n", Part.Name.c_str(), Result.Cases,
@@ -54,34 +43,29 @@ void Print(const TPart& Part, const TResult& Result, double Seconds) {
   std::fflush(stdout);
 }
 
-/// One line of the results file.
-std::string Json(const TPart& Part, const TResult& Result) {
-  std::string Notes, Bad;
-  for (const auto& [Note, Count] : Result.Notes)
-    Notes += (Notes.empty() ? "" : ", ") + Quoted(Note) + ": " + std::to_string(Count);
-  for (const std::string& Text : Result.Bad) Bad += (Bad.empty() ? "" : ", ") + Quoted(Text);
-  return "{\"part\": " + Quoted(Part.Name) + ", \"cases\": " + std::to_string(Result.Cases) +
-         ", \"good\": " + std::to_string(Result.Good) + ", \"notes\": {" + Notes + "}, \"bad\": [" + Bad + "]}";
+/// For whom reads it afterwards: name, cases and good ones in a line of their own, then all that was counted.
+void Record(std::ostream& File, const TPart& Part, const TResult& Result) {
+  File << Part.Name << " " << Result.Cases << " " << Result.Good << "\n";
+  for (const auto& [Note, Count] : Result.Notes) File << "  " << Note << ": " << Count << "\n";
+  for (const std::string& Text : Result.Bad) File << "  BAD " << Text << "\n";
 }
 
 /// Whether every case of every part that is wanted was as it must be.
 bool RunParts(const TPlan& Plan, const std::set<std::string>& Only) {
-  std::ofstream File("results.json", std::ios::binary);
+  std::ofstream File("results.txt", std::ios::binary);
   bool Good = true;
-  const char* Separator = "[\n  ";
   for (const TPart& Part : Parts) {
     if (!Only.empty() && !Only.count(Part.Name)) continue;
     const ULONGLONG Begin = GetTickCount64();
     const TResult Result = Part.Run(Plan);
     if (Result.Skipped) continue;
     Print(Part, Result, static_cast<double>(GetTickCount64() - Begin) / 1000);
-    File << Separator << Json(Part, Result);
-    Separator = ",\n  ";
+    Record(File, Part, Result);
     // A match may leave this share nothing to do.
     Good = Good && (Result.Cases > 0 || !Plan.Match.empty()) && Result.Good == Result.Cases;
   }
-  File << (*Separator == '[' ? "[\n]\n" : "\n]\n") << std::flush;
-  Must(File.good(), "cannot write results.json");
+  File << "end" << std::endl;
+  Must(File.good(), "cannot write results.txt");
   return Good;
 }
 

@@ -68,7 +68,6 @@ enum TPoints { ChangingCalls, AllCalls };
 ///   before   the process ends just before the call, with DiedStatus
 ///   after    it ends just after the call
 ///   torn     it ends when the call, a WriteFile, has written half of its bytes; only those calls are counted
-///   stop     it tells that it is ready (process.h) just before the call, and stays there
 void PlanEvent(const std::string& Event, int Point, TPoints Points = ChangingCalls);
 
 /// The names of the points that were passed since, in order.

@@ -15,10 +15,6 @@ std::map<std::string, TRole::TPlay>& Roles() {
   return All;
 }
 
-HANDLE ReadyEvent(DWORD ChildId) {
-  return CreateEventA(nullptr, FALSE, FALSE, ("mendwork-tests.ready." + std::to_string(ChildId)).c_str());
-}
-
 std::string OwnPath() {
   char Path[MAX_PATH] = "";
   GetModuleFileNameA(nullptr, Path, sizeof Path);
@@ -71,20 +67,6 @@ DWORD TChild::Wait() {
   GetExitCodeProcess(Process.Get(), &Status);
   return Status;
 }
-
-void TChild::Kill() {
-  TerminateProcess(Process.Get(), 1);
-  WaitForSingleObject(Process.Get(), Patience);
-}
-
-bool TChild::WaitUntilReady() {
-  const TKernelHandle Ready(ReadyEvent(GetProcessId(Process.Get())));
-  const HANDLE Either[] = {Ready.Get(), Process.Get()};
-  return WaitForMultipleObjects(2, Either, FALSE, Patience) == WAIT_OBJECT_0;
-}
-
-// The event stays open, for one who asks later.
-void TellReady() { SetEvent(ReadyEvent(GetCurrentProcessId())); }
 
 TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)()) {
   char System[MAX_PATH] = "", Temp[MAX_PATH] = "";

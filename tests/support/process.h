@@ -31,23 +31,20 @@ class TChild {
   /// The role's name and its words, which hold no quotation marks.
   explicit TChild(const TWords& Words);
   explicit TChild(TKernelHandle Process) : Process(std::move(Process)) {}
-  ~TChild() { Kill(); }
+  ~TChild() {
+    TerminateProcess(Process.Get(), 1);
+    WaitForSingleObject(Process.Get(), INFINITE);
+  }
   TChild(const TChild&) = delete;
   TChild& operator=(const TChild&) = delete;
   /// Waits for its end and gives the exit status; fails after a minute.
   DWORD Wait();
   /// Whether it has ended; does not wait.
   bool HasEnded() const { return WaitForSingleObject(Process.Get(), 0) == WAIT_OBJECT_0; }
-  /// Ends it at once, wherever it is.
-  void Kill();
-  /// Waits until the child signals that it has got where its role says. False after a minute, or when it ended.
-  bool WaitUntilReady();
 
  private:
   TKernelHandle Process;
 };
-/// For the child's side.
-void TellReady();
 
 struct TProgramResult {
   DWORD Status;

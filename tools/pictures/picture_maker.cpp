@@ -79,6 +79,13 @@ bool TakePicture(const TScene& Scene, const std::string& Folder) {
   return Saved;
 }
 
+/// The window class of system message boxes.
+constexpr char MessageBoxClass[] = "#32770";
+/// Presses a button of a system message box and waits until the box is gone.
+void Press(HWND MessageBox, int Answer) {
+  PostMessageA(MessageBox, WM_COMMAND, static_cast<WPARAM>(Answer), 0);
+  Until([&] { return !IsWindow(MessageBox); });
+}
 void PressCancel(HWND Box) { Press(Box, IDCANCEL); }
 void PressNo(HWND Box) { Press(Box, IDNO); }
 
