@@ -20,17 +20,11 @@ const struct TPart {
     {"long", "many calls on one set of objects: handles, windows' objects, memory", LongLife},
 };
 
+/// ./mend torture --help tells what the options are for.
 constexpr char Usage[] =
-    "usage: mendwork_torture [--quick | --full] [--only PART]... [--match TEXT] [--shard I/N] [--list] [--help]\n\n"
-    "  --quick      a fixed sample of the cases (the default)\n"
-    "  --full       all of them\n"
-    "  --only PART  this part and no other; may be repeated\n"
-    "  --match TEXT the cases whose description has this in it; of torn, the files; many and long ignore it\n"
-    "  --shard I/N  every N-th case, beginning with the I-th (from 0)\n"
-    "  --list       lists the parts\n\n"
+    "usage: mendwork_torture [--quick | --full] [--only PART]... [--match TEXT] [--shard I/N] [--list] [--help]\n"
     "The results go to results.txt in the current folder. Ends with status 1 when a case ended otherwise than it "
-    "must,\n"
-    "or a part had none.\n";
+    "must.\n";
 
 void Print(const TPart& Part, const TResult& Result, double Seconds) {
   std::printf("%-6s %d cases, %d as they must be, %d not  (%.0f s)\n       %s\n", Part.Name.c_str(), Result.Cases,
