@@ -136,7 +136,8 @@ constexpr char Harmless[] =
     "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)A|"
     "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
     "GetActiveObject|GetHandleInformation|GetModuleFileNameA|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
-    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects";
+    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects|__C_"
+    "specific_handler";
 
 }  // namespace
 
