@@ -45,6 +45,7 @@ const TModeRow ModeRows[] = {
     {2, "second", "first", Midnight, Noon},
     {2, "first", "second", Noon, Midnight},
     {2, "third", "second", Midnight, Noon},
+    {2, "fourth", "second", Midnight, Noon},
     {2, "second", "second", Noon, Midnight},
     {2, "", "first", Noon, Midnight},
     {3, "first", "third", OneTickLater, Midnight},
