@@ -128,6 +128,11 @@ command_test() {
   return "$Status"
 }
 
+command_faults() {
+  ensure_setup
+  "$Root/tools/faults.py" "$@"
+}
+
 # ---- fuzz ----
 
 # usage: run_fuzzer TARGET SECONDS

@@ -162,6 +162,8 @@ TEST_F(HistoryGroups, GiveBackLastInFirstOut) {
   Brief("get", Get(Other));
   Step("clear", History->ClearAll(Other));
   Brief("clear again", History->ClearAll(Other));
+  Brief("a group of the class's own name", History->Put(CLSID_UHistory, 7, NumberedGuid(16)));
+  Brief("is no check point", Get(CLSID_UHistory));
 }
 
 // ---- The backup store

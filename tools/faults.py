@@ -1,0 +1,180 @@
+#!/usr/bin/env python3
+"""Plants single faults in src, one at a time, and tells which of them the tests find.
+
+usage: faults.py [--list] [NAME...]
+
+The faults are of the kind that a tired engineer makes. Each is one text of one file and what takes its place; a fault
+whose text is not there any more, or more than once, is told and counts as not found, and wants its row mended. Needs
+src as it was committed, and leaves it so. Ends with status 1 when a fault was not found.
+"""
+import os
+import re
+import subprocess
+import sys
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+# name, file below src, what stands there, what the fault makes of it
+FAULTS = [
+    ('no-expand', 'base/data_folders.cpp',
+     'return Type == REG_EXPAND_SZ ? Expanded(Text) : Text;',
+     'return Type == REG_BINARY ? Expanded(Text) : Text;'),
+    ('file-version', 'base/file_version.h',
+     'Info.dwProductVersionLS',
+     'Info.dwFileVersionLS'),
+    ('lost-count', 'base/named_lock.cpp',
+     'INFINITE) != WAIT_ABANDONED) return;',
+     'INFINITE) == WAIT_ABANDONED) return;'),
+    ('ext-first-dot', 'base/paths.cpp',
+     "Name.rfind('.')",
+     "Name.find('.')"),
+    ('last-root', 'base/registry_roots.h',
+     'RootKey <= Last',
+     'RootKey < Last'),
+    ('module-stays', 'changes/com_registration.cpp',
+     '    SwallowingQuietly([&] { RetryFreeLibrary(Module); });  // the first failure is the one to tell\n',
+     '    Module.Handle.Detach();\n'),
+    ('nearly-empty', 'changes/file_operations.cpp',
+     'if (Entries == 0) RetryDeleteDirectory',
+     'if (Entries <= 1) RetryDeleteDirectory'),
+    ('onto-itself', 'changes/file_operations.cpp',
+     '  RequireDifferentFiles(Source, Dest);\n',
+     ''),
+    ('not-newer', 'changes/file_operations.cpp',
+     'static_cast<int64_t>(TicksOf(New.LastWrite)) > static_cast',
+     'static_cast<int64_t>(TicksOf(New.LastWrite)) >= static_cast'),
+    ('torn-garbage', 'changes/garbage.cpp',
+     '    if (!EndsInWholeLine(Path)) CutTornLine(Path);\n',
+     ''),
+    ('save-permanent', 'changes/macros.cpp',
+     '    Save(Permanent);\n',
+     '    if (IsPermanent) Save(Permanent);\n'),
+    ('text-bound', 'formats/backup_items.cpp',
+     'Fits = Fits && Length <= LongestText && Length <= Source.Remaining();',
+     'Fits = Fits && Length <= Source.Remaining();'),
+    ('quote-comma', 'formats/comma_text.cpp',
+     '|| Character == \',\' || Character == \'"\') return true;',
+     '|| Character == \'"\') return true;'),
+    ('torn-line', 'formats/garbage_lines.cpp',
+     'if (End == std::string_view::npos) return std::nullopt;',
+     'if (End == std::string_view::npos) { if (Text.empty()) return std::nullopt; auto L = Text; Text = {}; return L; }'),
+    ('help-module', 'formats/type_library_bounds.cpp',
+     '& HasHelpModule ? 4 : 0',
+     '& HasHelpModule ? 0 : 4'),
+    ('block-size', 'formats/uninstall_blocks.cpp',
+     '|| Size > LargestBlock)',
+     '|| Size >= LargestBlock)'),
+    ('version-lost', 'formats/uninstall_log.cpp',
+     'std::max(Version, Header.Number<int32_t>(VersionAt))',
+     'Version'),
+    ('tlb-case', 'installer/installer_log.cpp',
+     'ExtensionOf(FileName) == ".TLB"',
+     'ExtensionOf(FileName) == ".tlb"'),
+    ('bits-lost', 'installer/installer_log.cpp',
+     '  Added.Is64Bit = Identity.Is64Bit;\n',
+     ''),
+    ('patience', 'retry/engine.h',
+     '.SilentRepeats = 3',
+     '.SilentRepeats = 2'),
+    ('path-not-found', 'retry/file_wrappers.cpp',
+     'NotFound = Code == ERROR_FILE_NOT_FOUND || Code == ERROR_PATH_NOT_FOUND;',
+     'NotFound = Code == ERROR_FILE_NOT_FOUND;'),
+    ('read-only', 'retry/file_wrappers.cpp',
+     '        RetrySetFileAttributes(FileName, FILE_ATTRIBUTE_NORMAL);\n',
+     ''),
+    ('message-by-disposition', 'retry/file_wrappers.cpp',
+     'Disposition == OPEN_EXISTING ? MsgCannotOpen',
+     'Disposition == OPEN_ALWAYS ? MsgCannotOpen'),
+    ('room', 'retry/registry_wrappers.cpp',
+     '          Size = Room;  // a failed attempt may have changed it\n',
+     '          if (Room == 0) Size = Room;\n'),
+    ('no-seek-back', 'rollback/backup_store.cpp',
+     '  if (Untaken > 0) RetrySetFilePointer(File, -static_cast<LONG>(Untaken), FILE_CURRENT);\n',
+     ''),
+    ('upper-below', 'rollback/file_backup.cpp',
+     'Flags.DirNames, VARIANT_FALSE}',
+     'Flags.DirNames, Flags.UpperDirName}'),
+    ('history-check-point', 'rollback/history.cpp',
+     ' && Record.Code == CheckPointCode',
+     ''),
+    ('act-first', 'rollback/logged_change.h',
+     '  if (DataID) CheckCall(TransactionLog.Put(Owner, Code, *DataID));\n  Act();',
+     '  Act();\n  if (DataID) CheckCall(TransactionLog.Put(Owner, Code, *DataID));'),
+    ('no-empty-copy', 'rollback/record_file.cpp',
+     '    TOpenFile Empty = CreateToWrite(CopyPath);\n    RetryCloseHandle(Empty);\n',
+     ''),
+    ('terminator', 'rollback/registry_backup.cpp',
+     'NoTerminator = 0xFF',
+     'NoTerminator = 0'),
+    ('commit-first', 'rollback/transaction_log.cpp',
+     '    Change.Append({BytesOf(Id), static_cast<int32_t>(Code), BytesOf(DataID)});\n    Change.Commit();',
+     '    Change.Commit();\n    Change.Append({BytesOf(Id), static_cast<int32_t>(Code), BytesOf(DataID)});'),
+    ('key-part', 'server/arguments.cpp',
+     'End - At > LongestPart',
+     'End - At >= LongestPart'),
+    ('newer-version', 'server/class_factory.cpp',
+     'RegisteredVersion() < Version)',
+     'RegisteredVersion() <= Version)'),
+    ('two-sinks', 'server/connection_point.cpp',
+     '  if (Connected) return CONNECT_E_ADVISELIMIT;\n',
+     ''),
+    ('end-anyway', 'server/routine.h',
+     'void HasNoEnd() { Ends = false; }',
+     'void HasNoEnd() {}'),
+    ('default-button', 'services/custom_message_box.cpp',
+     '(Default ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON)',
+     '(Default ? BS_PUSHBUTTON : BS_DEFPUSHBUTTON)'),
+    ('log-begin', 'services/debug_log.cpp',
+     'FILE_END',
+     'FILE_BEGIN'),
+]
+
+
+def tests_fail():
+    """Builds and runs the tests up to the first that fails; gives its name, "the build", or None."""
+    run = subprocess.run(['./mend', 'test', 'native', 'win32', '--', '--stop-on-failure'], cwd=ROOT, text=True,
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    if run.returncode == 0:
+        return None
+    failed = re.search(r'- ((?:native|win32)\.\S+) \(', run.stdout)
+    return failed.group(1) if failed else 'the build' if 'The build of' in run.stdout else 'the run'
+
+
+def plant(name, file, old, new):
+    """Whether a test finds one fault."""
+    path = os.path.join(ROOT, 'src', file)
+    with open(path) as source:
+        text = source.read()
+    begin = time.time()
+    if text.count(old) != 1:
+        found = None
+        print(f'{name}: its text stands {text.count(old)} times in {file}.')
+    else:
+        try:
+            with open(path, 'w') as source:
+                source.write(text.replace(old, new))
+            found = tests_fail()
+        finally:
+            with open(path, 'w') as source:
+                source.write(text)
+    by_test = found is not None and '.' in found
+    print(f'{name:24} {file:36} {time.time() - begin:4.0f} s  {found or "NOT FOUND"}', flush=True)
+    return by_test
+
+
+def main(names):
+    wanted = [row for row in FAULTS if not names or row[0] in names]
+    if names == ['--list'] or len(wanted) < len(names):
+        print('\n'.join(f'{row[0]:24} {row[1]}' for row in FAULTS))
+        return 0 if names == ['--list'] else 2
+    if subprocess.run(['git', 'diff', '--quiet', 'HEAD', '--', 'src'], cwd=ROOT).returncode:
+        print('src has changes that are not committed.')
+        return 2
+    found = sum([plant(*row) for row in wanted])
+    print(f'{found} of {len(wanted)} faults were found by a test.')
+    return 0 if found == len(wanted) else 1
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1:]))
