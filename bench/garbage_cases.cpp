@@ -1,7 +1,7 @@
 // The removal of what the garbage lists hold.
 
 #include "bench.h"
-#include "retry/file_wrappers.h"
+#include "retry/folder_walk.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 Packages=(wine wine64 libwine-dev g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools
   cmake ninja-build googletest util-linux g++ make clang clang-format libclang-rt-14-dev python3
-  zlib1g-dev libz-mingw-w64-dev)
+  zlib1g-dev libz-mingw-w64-dev locales)
 PicturePackages=(xvfb imagemagick)
 
 # To be raised when the content of the cache changes its shape.
@@ -17,6 +17,7 @@ find_cache() {
   WineVersion=$(dpkg-query -W -f '${Version}' libwine:amd64 2>/dev/null) || return 1
   Cache=$CacheHome/wine-${WineVersion//[:~]/-}-$CacheFormat
   Wine32=$Cache/wine32     # holds i386-windows, as WINEDLLPATH wants it
+  Locales=$Cache/locales   # for tests under another code page, which Wine takes from the locale
   Template=$Cache/prefix   # for both bitnesses
   Template64=$Cache/prefix64 # when the 32-bit half cannot be had
 }
@@ -121,6 +122,16 @@ fetch_wine32() {
   [[ -s $Dir/i386-windows/kernel32.dll ]]
 }
 
+# A Japanese locale of our own: the machine's list of locales stays as it is.
+ensure_locales() {
+  [[ ! -d $Locales ]] || return 0
+  rm -rf "$Locales.new"
+  mkdir -p "$Locales.new"
+  quietly "$SetupLog" localedef -i ja_JP -f UTF-8 "$Locales.new/ja_JP.UTF-8" ||
+    die "The locale for tests under code page 932 could not be made (all of the output: $SetupLog)."
+  mv "$Locales.new" "$Locales"
+}
+
 ensure_wine32() {
   [[ ! -d $Wine32 ]] || return 0
   say "Fetching the 32-bit half of Wine $WineVersion (95 MB)"
@@ -159,7 +170,7 @@ ensure_template() {
 # usage: ensure_setup [--64-will-do]
 ensure_setup() {
   missing_packages "${Packages[@]}"
-  if ((${#Missing[@]} == 0)) && find_cache && [[ -e $Cache/ready ]]; then
+  if ((${#Missing[@]} == 0)) && find_cache && [[ -e $Cache/ready && -d $Locales ]]; then
     Has32=1
     return
   fi
@@ -171,6 +182,7 @@ ensure_setup() {
   ensure_packages "${Packages[@]}"
   find_cache || die "The package libwine is not installed although wine is."
   mkdir -p "$Cache"
+  ensure_locales
   if ensure_wine32; then
     Has32=1
     ensure_template "$Template"

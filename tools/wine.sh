@@ -42,9 +42,10 @@ wine_env() {
   esac
 }
 
-# Runs a Windows program in the prefix of wine_env, without the caller's locks.
+# Runs a Windows program in the prefix of wine_env, without the caller's locks, with what OwnEnvironment adds.
 # usage: wine_do PROGRAM [ARG...]
-wine_do() { taskset -c "$Cpu" "$WineLoader" "$@" 5>&- 9>&-; }
+OwnEnvironment=()
+wine_do() { env "${OwnEnvironment[@]}" taskset -c "$Cpu" "$WineLoader" "$@" 5>&- 9>&-; }
 
 # Starts a server for wine_env's prefix, unless it has one, that goes after 30 idle seconds or with wine_stop.
 # Otherwise each program would start the prefix's services anew, and sometimes meet a server on its way out. The

@@ -13,7 +13,9 @@ struct TPlaces {
   std::string Root;
   std::string App(const std::string& Name = "") const { return Below("App", Name); }
   std::string Package(const std::string& Name = "") const { return Below("Package", Name); }
-  std::string Service(const std::string& Name = "") const { return Below("Base\\Updates\\Mendwork", Name); }
+  std::string Service(const std::string& Name = "") const {
+    return Below(sizeof(void*) == 8 ? "Base\\Updates\\Mendwork64" : "Base\\Updates\\Mendwork", Name);
+  }
 
  private:
   std::string Below(const std::string& Folder, const std::string& Name) const {

@@ -2,11 +2,13 @@
 
 #include "base/error_code.h"
 #include "base/failure.h"
+#include "base/file_content.h"
 #include "base/handles.h"
 #include "base/system_error.h"
 #include "base/text.h"
 
-#include <cstring>
+#include <optional>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -15,15 +17,24 @@ constexpr char BaseKeyName[] = "Software\\Orvane\\Core";
 
 std::string UpdatesDir;
 std::string ServiceDir;
+/// The service folder and the log folder, and where they really are; asked for once.
+struct TOwnFolder {
+  std::string Name;
+  std::wstring Place;
+};
+std::vector<TOwnFolder> OwnFolders;
+
+// Programs of both kinds may update one application.
+constexpr const char* ServiceName = sizeof(void*) == 8 ? "\\Mendwork64" : "\\Mendwork";
 
 [[noreturn]] void RaiseNoBaseFolder(long Code, const std::string& Why) {
   throw EFailure(MakeErrorHResult(Code), ToWide(FormatMessageText(MsgNoBaseFolder, std::string(BaseKeyName), Why)));
 }
 
-std::string Expanded(const std::string& Text) {
-  std::string Result(ExpandEnvironmentStringsA(Text.c_str(), nullptr, 0), '\0');
-  ExpandEnvironmentStringsA(Text.c_str(), Result.data(), static_cast<DWORD>(Result.size()));
-  Result.resize(std::strlen(Result.c_str()));
+std::wstring Expanded(const std::wstring& Text) {
+  std::wstring Result(ExpandEnvironmentStringsW(Text.c_str(), nullptr, 0), L'\0');
+  ExpandEnvironmentStringsW(Text.c_str(), Result.data(), static_cast<DWORD>(Result.size()));
+  Result.resize(Result.find(L'\0'));
   return Result;
 }
 
@@ -31,17 +42,20 @@ std::string ReadBaseFolder() {
   TRegistryKey Key;
   LSTATUS Status = RegOpenKeyExA(HKEY_CURRENT_USER, BaseKeyName, 0, KEY_ALL_ACCESS, Key.Out());
   DWORD Type = REG_NONE, Size = 0;
-  if (Status == ERROR_SUCCESS) Status = RegQueryValueExA(Key.Get(), nullptr, nullptr, &Type, nullptr, &Size);
+  if (Status == ERROR_SUCCESS) Status = RegQueryValueExW(Key.Get(), nullptr, nullptr, &Type, nullptr, &Size);
   // One zero more than asked for: a stored string need not have its terminator.
-  std::vector<char> Buffer(Size + 1);
+  std::vector<wchar_t> Buffer(Size / sizeof(wchar_t) + 2);
   if (Status == ERROR_SUCCESS)
-    Status = RegQueryValueExA(Key.Get(), nullptr, nullptr, &Type, reinterpret_cast<BYTE*>(Buffer.data()), &Size);
+    Status = RegQueryValueExW(Key.Get(), nullptr, nullptr, &Type, reinterpret_cast<BYTE*>(Buffer.data()), &Size);
   if (Status != ERROR_SUCCESS) RaiseNoBaseFolder(Status, SystemErrorText(static_cast<DWORD>(Status)));
   if (Type != REG_SZ && Type != REG_EXPAND_SZ)
     RaiseNoBaseFolder(ERROR_INVALID_DATA, LoadMessage(MsgBaseFolderNoString));
-  const std::string Text = Buffer.data();
+  std::wstring Text = Buffer.data();
+  if (Type == REG_EXPAND_SZ) Text = Expanded(Text);
   if (Text.empty()) RaiseNoBaseFolder(ERROR_INVALID_DATA, LoadMessage(MsgBaseFolderEmpty));
-  return Type == REG_EXPAND_SZ ? Expanded(Text) : Text;
+  std::optional<std::string> Folder = ExactAnsi(Text);
+  if (!Folder) RaiseNoBaseFolder(ERROR_NO_UNICODE_TRANSLATION, FormatMessageText(MsgNotInCodePage, LossyAnsi(Text)));
+  return std::move(*Folder);
 }
 
 /// An existing folder is what is wanted, and the first file operation in a missing one tells the user what is wrong.
@@ -60,7 +74,7 @@ std::string GetUpdatesDir() {
 
 std::string GetServiceDir() {
   if (ServiceDir.empty()) {
-    ServiceDir = GetUpdatesDir() + "\\Mendwork";
+    ServiceDir = GetUpdatesDir() + ServiceName;
     MakeFolder(ServiceDir);
     for (const char* Name : {"\\Garbage", "\\History", "\\Backup"}) MakeFolder(ServiceDir + Name);
   }
@@ -68,6 +82,36 @@ std::string GetServiceDir() {
 }
 
 std::string GetUninstallDir() { return ReadBaseFolder() + "\\Uninstall"; }
+
+namespace {
+
+std::wstring WithEnd(const std::wstring& Place) { return Place.ends_with(L'\\') ? Place : Place + L"\\"; }
+
+/// Whether a place is a folder or lies in it.
+bool LiesIn(const std::wstring& Place, const std::wstring& Folder) {
+  const std::wstring Whole = WithEnd(Place), Begin = WithEnd(Folder);
+  return Whole.size() >= Begin.size() &&
+         CompareStringOrdinal(Whole.data(), static_cast<int>(Begin.size()), Begin.data(),
+                              static_cast<int>(Begin.size()), TRUE) == CSTR_EQUAL;
+}
+
+TOwnFolder OwnFolder(const std::string& Name) {
+  const TFileHandle Open(OpenToAsk(Name));
+  return {Name, Open ? FinalPath(Open.Get()) : L""};
+}
+
+}  // namespace
+
+void RequireOutsideOwnFolders(const std::string& Mask, HANDLE Folder, bool Recursive) {
+  if (!PrepareDataFolders()) return;  // there are none
+  if (OwnFolders.empty()) OwnFolders = {OwnFolder(GetServiceDir()), OwnFolder(GetUpdatesDir() + "\\Log")};
+  const std::wstring Place = FinalPath(Folder);
+  for (const TOwnFolder& Own : OwnFolders) {
+    const bool Known = !Place.empty() && !Own.Place.empty();
+    if (Known && (LiesIn(Place, Own.Place) || (Recursive && LiesIn(Own.Place, Place))))
+      Refuse(MsgOwnFolder, ToWide(Mask), ToWide(Own.Name));
+  }
+}
 
 bool PrepareDataFolders() noexcept {
   try {
@@ -80,4 +124,5 @@ bool PrepareDataFolders() noexcept {
 void ForgetDataFolders() {
   UpdatesDir.clear();
   ServiceDir.clear();
+  OwnFolders.clear();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/windows_api.h"
+
 #include <string>
 
 /// The folders that the system keeps its state in. They lie below the application's base folder, which the default
@@ -10,11 +12,17 @@
 /// missing, empty or not a string.
 std::string GetUpdatesDir();
 
-/// The service folder (updates folder + "\Mendwork"); the first call creates it with "Garbage", "History" and "Backup".
+/// The service folder (updates folder + "\Mendwork", of the 64-bit build "\Mendwork64"); the first call creates it with
+/// "Garbage", "History" and "Backup". Each build has its own: 32-bit and 64-bit programs see other registry keys and
+/// another system folder under the same names, so neither could undo what the other changed.
 std::string GetServiceDir();
 
 /// The uninstall folder (base folder + "\Uninstall"), read afresh on every call and not created.
 std::string GetUninstallDir();
+
+/// Fails with E_INVALIDARG when a mask would reach the service folder or the log folder: when its own folder, which is
+/// open, is or lies in one of them, or, `Recursive`, holds one. The change could not be undone any more.
+void RequireOutsideOwnFolders(const std::string& Mask, HANDLE Folder, bool Recursive);
 
 /// Fills the caches while an object starts. A missing base folder is no failure yet: creating an object loses the text
 /// of a failure on its way to a script, so the first call that needs a folder tells it. Gives whether the folders are

@@ -53,8 +53,13 @@ class TOwned {
   T Value = Empty();
 };
 
+/// Closes a handle; when that fails, once more: what stays open would be in the way of whoever deletes or renames it.
+inline void CloseForGood(HANDLE Open) {
+  if (!CloseHandle(Open)) CloseHandle(Open);
+}
+
 constexpr intptr_t InvalidHandle = -1;
-using TFileHandle = TOwned<HANDLE, CloseHandle, InvalidHandle>;
+using TFileHandle = TOwned<HANDLE, CloseForGood, InvalidHandle>;
 using TFindHandle = TOwned<HANDLE, FindClose, InvalidHandle>;
 using TKernelHandle = TOwned<HANDLE, CloseHandle>;
 using TModuleHandle = TOwned<HMODULE, FreeLibrary>;

@@ -1,6 +1,23 @@
 #include "base/text.h"
 
+#include <limits>
 #include <new>
+#include <stdexcept>
+
+namespace {
+
+int SizeOf(size_t Size) {
+  if (Size > std::numeric_limits<int>::max()) throw std::bad_alloc();
+  return static_cast<int>(Size);
+}
+
+/// A conversion that gives nothing has failed, and must not pass for an empty text.
+int Converted(int Size) {
+  if (Size <= 0) throw std::runtime_error("A text could not be converted.");
+  return Size;
+}
+
+}  // namespace
 
 std::wstring_view ViewOf(BSTR Text) { return Text ? std::wstring_view(Text, SysStringLen(Text)) : std::wstring_view(); }
 
@@ -10,20 +27,30 @@ TBstr MakeBstr(std::wstring_view Text) {
   return Result;
 }
 
-std::string ToAnsi(std::wstring_view Text, DWORD Flags, BOOL* Replaced) {
+std::string LossyAnsi(std::wstring_view Text) {
   if (Text.empty()) return {};
-  const int Length = static_cast<int>(Text.size());
-  const int Size = WideCharToMultiByte(CP_ACP, Flags, Text.data(), Length, nullptr, 0, nullptr, nullptr);
-  std::string Result(static_cast<size_t>(Size), '\0');
-  WideCharToMultiByte(CP_ACP, Flags, Text.data(), Length, Result.data(), Size, nullptr, Replaced);
+  const int Length = SizeOf(Text.size());
+  const auto Convert = [&](char* To, int Room) {
+    return WideCharToMultiByte(CP_ACP, 0, Text.data(), Length, To, Room, nullptr, nullptr);
+  };
+  std::string Result(static_cast<size_t>(Converted(Convert(nullptr, 0))), '\0');
+  Converted(Convert(Result.data(), static_cast<int>(Result.size())));
+  return Result;
+}
+
+std::optional<std::string> ExactAnsi(std::wstring_view Text) {
+  std::string Result = LossyAnsi(Text);
+  if (ToWide(Result) != Text) return std::nullopt;
   return Result;
 }
 
 std::wstring ToWide(std::string_view Ansi) {
   if (Ansi.empty()) return {};
-  const int Length = static_cast<int>(Ansi.size());
-  const int Size = MultiByteToWideChar(CP_ACP, 0, Ansi.data(), Length, nullptr, 0);
-  std::wstring Result(static_cast<size_t>(Size), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, Ansi.data(), Length, Result.data(), Size);
+  const int Length = SizeOf(Ansi.size());
+  const auto Convert = [&](wchar_t* To, int Room) {
+    return MultiByteToWideChar(CP_ACP, 0, Ansi.data(), Length, To, Room);
+  };
+  std::wstring Result(static_cast<size_t>(Converted(Convert(nullptr, 0))), L'\0');
+  Converted(Convert(Result.data(), static_cast<int>(Result.size())));
   return Result;
 }

@@ -2,6 +2,7 @@
 
 #include "base/handles.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -11,9 +12,14 @@ std::wstring_view ViewOf(BSTR Text);
 /// A new BSTR with these characters. Raises std::bad_alloc.
 TBstr MakeBstr(std::wstring_view Text);
 
-/// Converts to the system's ANSI code page; characters that it lacks become its replacement character. `Flags` and
-/// `Replaced` (whether there were such characters) are those of WideCharToMultiByte.
-std::string ToAnsi(std::wstring_view Text, DWORD Flags = 0, BOOL* Replaced = nullptr);
+/// Converts to the ANSI code page when the way back gives the same text; nothing when the code page does not hold all
+/// of it. What the system tells of lost characters is not asked for: it tells nothing with code page 65001, and some
+/// others.
+std::optional<std::string> ExactAnsi(std::wstring_view Text);
 
-/// Converts from the system's ANSI code page.
+/// Converts to the ANSI code page what is only shown or told: characters that it lacks become its replacement character
+/// or one that looks alike. Never for a name that is acted on.
+std::string LossyAnsi(std::wstring_view Text);
+
+/// Converts from the ANSI code page.
 std::wstring ToWide(std::string_view Ansi);

@@ -67,7 +67,8 @@ class TLoadedLibrary {
     constexpr int WholeLibrary = -1;
     TBstr HelpFile;
     CheckSystemCall(Library->GetDocumentation(WholeLibrary, nullptr, nullptr, nullptr, HelpFile.Out()));
-    return ToWide(FolderPrefix(ToAnsi(ViewOf(HelpFile.Get()))));
+    const std::wstring_view Path = ViewOf(HelpFile.Get());
+    return std::wstring(Path.substr(0, Path.find_last_of(L"\\:") + 1));
   }
 
   const TComRef<ITypeLib> Library;
@@ -149,6 +150,7 @@ void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
   const TOperationRow& Operation = Operations[Code];
   Perform(Form, Operation.Name, Code, {FileName}, [&] {
     const std::string File = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
+    if (Form == TForm::Logged) RequireRoot(File);
     return TPreparedChange{[=, this] { return Store().SaveString(File); },
                            [=](TRoutine& Lines) { Operation.Run(File, Lines); }};
   });

@@ -1,16 +1,18 @@
 #include "changes/file_operations.h"
 
+#include "base/data_folders.h"
 #include "base/failure.h"
+#include "base/file_content.h"
 #include "base/file_time.h"
 #include "base/file_version.h"
+#include "base/folder_content.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "changes/copy_mode.h"
+#include "retry/engine.h"
+#include "rollback/saved_files.h"
 #include "server/arguments.h"
 #include "server/service_calls.h"
-
-#include <optional>
-#include <vector>
 
 namespace {
 
@@ -31,36 +33,43 @@ FILETIME LastWriteOf(const std::string& Name) {
   return Times.LastWrite;
 }
 
-TFileFacts FactsOf(const std::string& Name) {
+TFileFacts CopyFactsOf(const std::string& Name) {
   const DWORD Attributes = RetryGetFileAttributes(Name);
-  TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Attributes);
+  TOpenFile File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, OpenFlagsOf(Attributes));
   const TFileFacts Facts{RetryGetFileTime(File).LastWrite, RetryGetFileSize(File)};
   RetryCloseHandle(File);
   return Facts;
 }
 
-/// What tells one file of a machine from another; all zero when it cannot be read.
-BY_HANDLE_FILE_INFORMATION IdentityOf(const std::string& Name) {
-  BY_HANDLE_FILE_INFORMATION Identity{};
-  const TFileHandle File(CreateFileA(Name.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                     OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (File) GetFileInformationByHandle(File.Get(), &Identity);
-  return Identity;
+/// Whether two names stand for one file. Under the same name clearing the way would delete the source, and that is
+/// refused; under two (hard links), only the one name goes. A plain test before the change; it shows and logs nothing.
+bool AreNamesOfOneFile(const std::string& Source, const std::string& Dest) {
+  const TFileHandle Left(OpenToAsk(Source)), Right(OpenToAsk(Dest));
+  const BY_HANDLE_FILE_INFORMATION Facts = FactsOf(Left.Get());
+  if (!AreOneFile(Facts, FactsOf(Right.Get()))) return false;
+  const std::wstring Here = FinalPath(Left.Get()), There = FinalPath(Right.Get());
+  const bool HardLinks = Facts.nNumberOfLinks > 1 && !Here.empty() && !There.empty() &&
+                         CompareStringOrdinal(Here.c_str(), -1, There.c_str(), -1, TRUE) != CSTR_EQUAL;
+  if (!HardLinks) Refuse(MsgCopyOntoItself, ToWide(Source));
+  return true;
 }
 
-/// Clearing the way would delete the source. A plain test before the change; it shows and logs nothing.
-void RequireDifferentFiles(const std::string& Source, const std::string& Dest) {
-  const auto Left = IdentityOf(Source), Right = IdentityOf(Dest);
-  const bool Known = Left.nFileIndexLow != 0 || Left.nFileIndexHigh != 0;
-  if (Known && Left.dwVolumeSerialNumber == Right.dwVolumeSerialNumber && Left.nFileIndexHigh == Right.nFileIndexHigh &&
-      Left.nFileIndexLow == Right.nFileIndexLow)
-    Refuse(MsgCopyOntoItself, ToWide(Source));
+bool IsFile(const std::string& Name) {
+  const DWORD Attributes = GetFileAttributesA(Name.c_str());
+  return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-std::string MaskArgument(BSTR FileNameMask) {
-  std::string Mask = FileNameArgument(FileNameMask);
+std::string DeletionMask(BSTR FileNameMask) {
+  std::string Mask = MaskArgument(FileNameMask);
   RequireFolderInMask(Mask);
   return Mask;
+}
+
+/// The name of a file in a copy; a logged one is undone by whoever rolls back, in another folder.
+std::string CopyName(BSTR FileName, TForm Form) {
+  std::string Name = FileNameArgument(FileName);
+  if (Form == TForm::Logged) RequireRoot(Name);
+  return Name;
 }
 
 }  // namespace
@@ -69,61 +78,82 @@ std::string MaskArgument(BSTR FileNameMask) {
 
 HRESULT TUFile::DeleteFiles(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DeleteEmptyDir,
                             VARIANT_BOOL DeleteUpperDir) {
-  const TDeleteFlags Flags{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir};
+  TDeletion Deletion{{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir}};
   return Method("DeleteFiles", {FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
-                [&] { DeleteMatching(MaskArgument(FileNameMask), Flags); });
+                [&] { DeleteMatching(DeletionMask(FileNameMask), Deletion); });
 }
 
 HRESULT TUFile::DeleteFilesLogged(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DeleteEmptyDir,
                                   VARIANT_BOOL DeleteUpperDir) {
-  const TDeleteFlags Flags{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir};
+  TDeletion Deletion{{RecurseSubDir, DeleteEmptyDir, DeleteUpperDir}};
   return Method("DeleteFilesLogged", {FileNameMask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
                 [&](TRoutine& Lines) {
-                  const std::string Mask = MaskArgument(FileNameMask);
-                  const GUID DataID = MakeChange(
-                      TForm::Logged, FileCode::Deleted,
-                      [&] { return Store().SaveFiles(Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir); },
-                      [&] {
-                        Routine("DeleteFiles", {Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
-                                [&] { DeleteMatching(Mask, Flags); });
-                      });
+                  const std::string Mask = DeletionMask(FileNameMask);
+                  const auto Save = [&] {
+                    const GUID DataID = Store().SaveFiles(Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir);
+                    Deletion.Saved = SavedNames(DataID);
+                    return DataID;
+                  };
+                  const GUID DataID = MakeChange(TForm::Logged, FileCode::Deleted, Save, [&] {
+                    Routine("DeleteFiles", {Mask, RecurseSubDir, DeleteEmptyDir, DeleteUpperDir},
+                            [&] { DeleteMatching(Mask, Deletion); });
+                  });
                   Lines.EndsWith({DataID});
                 });
 }
 
-void TUFile::DeleteMatching(const std::string& Mask, const TDeleteFlags& Flags) const {
-  DeleteSomeFiles(Mask, Flags);
-  if (Flags.DeleteUpperDir) DeleteEmptyDirectory(FolderPart(Mask));
+void TUFile::TDeletion::Leave(const std::string& Folder, const std::vector<TUnnamed>& Unnamed, bool Folders) {
+  for (const TUnnamed& Entry : Unnamed)
+    if (Entry.Folder == Folders) Left.push_back(ToWide(Folder) + Entry.Name);
 }
 
-void TUFile::DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags) const {
-  Routine("DeleteSomeFiles", {Mask, Flags.RecurseSubDir, Flags.DeleteEmptyDir}, [&] {
+void TUFile::DeleteMatching(const std::string& Mask, TDeletion& Deletion) const {
+  if (const THeldFolder Held(FolderPart(Mask)); Held)
+    RequireOutsideOwnFolders(Mask, Held.Get(), Deletion.Flags.RecurseSubDir != VARIANT_FALSE);
+  DeleteSomeFiles(Mask, Deletion, false);
+  if (Deletion.Flags.DeleteUpperDir) DeleteEmptyDirectory(FolderPart(Mask));
+  if (!Deletion.Left.empty())
+    FailureStep(ERROR_NO_UNICODE_TRANSLATION,
+                FormatWideMessage(MsgEntriesNotNamed, Deletion.Left.front(), std::to_wstring(Deletion.Left.size())));
+}
+
+void TUFile::DeleteSomeFiles(const std::string& Mask, TDeletion& Deletion, bool Subfolder) const {
+  Routine("DeleteSomeFiles", {Mask, Deletion.Flags.RecurseSubDir, Deletion.Flags.DeleteEmptyDir}, [&](TRoutine& Lines) {
     const std::string Folder = WithBackslash(FolderPart(Mask));
-    ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
-      if (!IsFolder(Entry)) RetryDeleteFile(Folder + Entry.cFileName);
+    const THeldFolder Held(FolderPart(Mask));
+    if (Subfolder && Held.IsLink()) return;  // it was none when it was found
+    const std::vector<TUnnamed> Unnamed = ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
+      const std::string Name = Folder + Entry.cFileName;
+      if (IsFolder(Entry)) return;
+      if (Deletion.MayDelete(Name))
+        RetryDeleteFile(Name);
+      else
+        Lines.Line(L"Kept", FormatWideMessage(MsgNotSavedNotDeleted, ToWide(Name)));
     });
-    if (Flags.RecurseSubDir) DeleteInSubfolders(Mask, Flags);
+    Deletion.Leave(Folder, Unnamed, false);
+    if (Deletion.Flags.RecurseSubDir) DeleteInSubfolders(Mask, Deletion);
   });
 }
 
-void TUFile::DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags) const {
+void TUFile::DeleteInSubfolders(const std::string& Mask, TDeletion& Deletion) const {
   const std::string Folder = WithBackslash(FolderPart(Mask)), Pattern = NamePart(Mask);
   std::vector<std::string> Subfolders;
-  ForEachEntry(Folder + "*.*", [&](const WIN32_FIND_DATAA& Entry) {
-    if (IsFolder(Entry)) Subfolders.push_back(Folder + Entry.cFileName);
+  const std::vector<TUnnamed> Unnamed = ForEachEntry(Folder + "*.*", [&](const WIN32_FIND_DATAA& Entry) {
+    if (IsFolder(Entry) && !IsLink(Entry)) Subfolders.push_back(Folder + Entry.cFileName);
   });
+  Deletion.Leave(Folder, Unnamed, true);
   for (const std::string& Subfolder : Subfolders) {
-    DeleteSomeFiles(Subfolder + "\\" + Pattern, Flags);
-    if (Flags.DeleteEmptyDir) DeleteEmptyDirectory(Subfolder);
+    DeleteSomeFiles(Subfolder + "\\" + Pattern, Deletion, true);
+    if (Deletion.Flags.DeleteEmptyDir && Deletion.MayDelete(Subfolder)) DeleteEmptyDirectory(Subfolder);
   }
 }
 
 void TUFile::DeleteEmptyDirectory(const std::string& Folder) const {
   Routine("DeleteEmptyDirectory", {Folder}, [&] {
-    int Entries = 0;
-    ForEachEntry(Folder + "\\*.*", [&](const WIN32_FIND_DATAA&) { ++Entries; });
+    size_t Entries = 0;
+    Entries += ForEachEntry(Folder + "\\*.*", [&](const WIN32_FIND_DATAA&) { ++Entries; }).size();
     // A folder that does not exist counts none either; its removal then fails, and the user hears of it.
-    if (Entries == 0) RetryDeleteDirectory(Folder);
+    if (Entries == 0 && !IsLink(ToWide(Folder))) RetryDeleteDirectory(Folder);
   });
 }
 
@@ -131,13 +161,15 @@ void TUFile::DeleteEmptyDirectory(const std::string& Folder) const {
 
 HRESULT TUFile::CopyFile(BSTR SourceFileName, BSTR DestFileName, long CopyMode) {
   return Method("CopyFile", {SourceFileName, DestFileName}, [&] {
-    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, TForm::Plain);
+    constexpr TForm Form = TForm::Plain;
+    CopySomeFile(CopyName(SourceFileName, Form), CopyName(DestFileName, Form), CopyMode, Form);
   });
 }
 
 HRESULT TUFile::CopyFileLogged(BSTR SourceFileName, BSTR DestFileName, long CopyMode) {
   return Method("CopyFileLogged", {SourceFileName, DestFileName}, [&] {
-    CopySomeFile(FileNameArgument(SourceFileName), FileNameArgument(DestFileName), CopyMode, TForm::Logged);
+    constexpr TForm Form = TForm::Logged;
+    CopySomeFile(CopyName(SourceFileName, Form), CopyName(DestFileName, Form), CopyMode, Form);
   });
 }
 
@@ -151,18 +183,25 @@ void TUFile::CopySomeFile(const std::string& Source, const std::string& Dest, lo
 }
 
 GUID TUFile::CopyOver(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const {
-  RequireDifferentFiles(Source, Dest);
+  const bool OneFile = AreNamesOfOneFile(Source, Dest);
   // Where nothing else has looked at the source yet, it is opened before the destination goes: a missing or locked
-  // source must not cost the destination.
+  // source must not cost the destination. Another name of the destination is there, and would be in its way.
   std::optional<TSource> Open;
-  if (CopyRuleOf(CopyMode).Compare == TCopyRule::Always) Open = OpenSource(Source);
-  return MakeChange(
-      Form, FileCode::Overwritten, [&] { return Store().SaveFile(Dest); },
-      [&] {
-        RetryDeleteFile(Dest);
-        if (!Open) Open = OpenSource(Source);
-        CopyContent(*Open, Dest);
-      });
+  if (CopyRuleOf(CopyMode).Compare == TCopyRule::Always && !OneFile) Open = OpenSource(Source);
+  const auto Save = [&] {
+    const GUID DataID = Store().SaveFile(Dest);
+    // A folder of this name is no file to be saved, and not deleted.
+    if (!HasSavedFile(DataID) && IsFile(Dest))
+      FailureStep(ERROR_FILE_NOT_FOUND, FormatMessageText(MsgNotSavedNotDeleted, Dest));
+    return DataID;
+  };
+  return MakeChange(Form, FileCode::Overwritten, Save, [&] {
+    const DWORD Attributes = OneFile ? RetryGetFileAttributes(Source) : 0;
+    RetryDeleteFile(Dest);
+    if (OneFile) RetrySetFileAttributes(Source, Attributes);  // the deletion cleared them, for both names
+    if (!Open) Open = OpenSource(Source);
+    CopyContent(*Open, Dest);
+  });
 }
 
 GUID TUFile::CopyToNew(const std::string& Source, const std::string& Dest, TForm Form) const {
@@ -189,7 +228,7 @@ bool TUFile::DecideOverwrite(const std::string& Source, const std::string& Dest,
            Ask(FormatMessageText(MsgOverwriteByVersion, Dest, FormatFileVersion(Old), DateTimeText(OldTime), Source,
                                  FormatFileVersion(New), DateTimeText(NewTime)));
   }
-  const TFileFacts New = FactsOf(Source), Old = FactsOf(Dest);
+  const TFileFacts New = CopyFactsOf(Source), Old = CopyFactsOf(Dest);
   if (static_cast<int64_t>(TicksOf(New.LastWrite)) > static_cast<int64_t>(TicksOf(Old.LastWrite))) return true;
   return Rule.AsksOtherwise &&
          Ask(FormatMessageText(MsgOverwriteBySize, Dest, std::to_string(Old.Size), DateTimeText(Old.LastWrite), Source,
@@ -203,13 +242,13 @@ bool TUFile::Ask(const std::string& Question) const {
 TUFile::TSource TUFile::OpenSource(const std::string& Name) {
   TSource Source{};
   Source.Attributes = RetryGetFileAttributes(Name);
-  Source.File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, Source.Attributes);
+  Source.File = RetryCreateFile(Name, GENERIC_READ, 0, OPEN_EXISTING, OpenFlagsOf(Source.Attributes));
   Source.Times = RetryGetFileTime(Source.File);
   return Source;
 }
 
 void TUFile::CopyContent(TSource& Source, const std::string& Dest) {
-  TOpenFile File = RetryCreateFile(Dest, GENERIC_WRITE, 0, CREATE_NEW, Source.Attributes);
+  TOpenFile File = RetryCreateFile(Dest, GENERIC_WRITE, 0, CREATE_NEW, OpenFlagsOf(Source.Attributes));
   RetryReadAndAppendFile(Source.File, File);
   RetryCloseHandle(Source.File);
   RetrySetFileTime(File, Source.Times);

@@ -1,15 +1,24 @@
 #pragma once
 
 #include "retry/file_wrappers.h"
+#include "retry/folder_walk.h"
 #include "rollback/logged_change.h"
 
+#include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 /// Deletes files by mask and copies single files under a copy mode, plainly or logged. The logged forms save what the
 /// change destroys and record it in the transaction log before anything is changed.
 ///
-/// What goes wrong ends the operation at once; what it did before stays done, and a logged form can be rolled back. A
-/// mask without a folder part, and a file copied onto itself, fail with E_INVALIDARG and change nothing.
+/// What goes wrong ends the operation at once; what it did before stays done, and a logged form can be rolled back.
+/// These fail and change nothing, with E_INVALIDARG unless another code is told: a mask without a folder part, or one
+/// that reaches the system's own folders; a wildcard in the name of a copy; a file copied onto itself (another name of
+/// the same file is none); in the logged forms a name that is not a full one, a file that is a link (0x80040981), and
+/// what the code page has no name for (0x80040659). A plain deletion takes links to files like files, deletes what it
+/// can name, and then fails with 0x80040659 when something was left. Folders that are links are never entered or
+/// removed.
 class TUFile final : public TChangeObject<IUFile, IUDialog> {
  public:
   using TChangeObject::TChangeObject;
@@ -32,9 +41,19 @@ class TUFile final : public TChangeObject<IUFile, IUDialog> {
   struct TDeleteFlags {
     VARIANT_BOOL RecurseSubDir, DeleteEmptyDir, DeleteUpperDir;
   };
-  void DeleteMatching(const std::string& Mask, const TDeleteFlags& Flags) const;
-  void DeleteSomeFiles(const std::string& Mask, const TDeleteFlags& Flags) const;
-  void DeleteInSubfolders(const std::string& Mask, const TDeleteFlags& Flags) const;
+  /// One deletion on its walk.
+  struct TDeletion {
+    TDeleteFlags Flags;
+    /// What a logged deletion keeps to: what was not found when it was saved stays. Nothing in a plain one.
+    std::optional<std::set<std::string>> Saved = std::nullopt;
+    std::vector<std::wstring> Left = {};  ///< what could not be named
+
+    bool MayDelete(const std::string& Name) const { return !Saved || Saved->contains(Name); }
+    void Leave(const std::string& Folder, const std::vector<TUnnamed>& Unnamed, bool Folders);
+  };
+  void DeleteMatching(const std::string& Mask, TDeletion& Deletion) const;
+  void DeleteSomeFiles(const std::string& Mask, TDeletion& Deletion, bool Subfolder) const;
+  void DeleteInSubfolders(const std::string& Mask, TDeletion& Deletion) const;
   void DeleteEmptyDirectory(const std::string& Folder) const;
 
   struct TSource {

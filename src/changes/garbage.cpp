@@ -4,7 +4,9 @@
 #include "base/failure.h"
 #include "base/file_content.h"
 #include "base/named_lock.h"
+#include "base/paths.h"
 #include "base/registry_roots.h"
+#include "base/text.h"
 #include "changes/folder_tree.h"
 #include "formats/garbage_lines.h"
 #include "retry/file_wrappers.h"
@@ -28,6 +30,12 @@ void RequireLine(const std::string& Name) {
   if (Name.empty() || Name.find_first_of("\r\n") != std::string::npos) Refuse(MsgBadGarbageLine);
 }
 
+/// A name as its caller wrote it; it must be one that means the same to whoever removes what is listed.
+std::string ListedName(BSTR Name) {
+  RequireRoot(MaskArgument(Name));
+  return TextArgument(Name);
+}
+
 /// Takes back what a failed write left: the next line must not be appended to half of one.
 void CutBack(HANDLE File, int64_t Size) {
   LARGE_INTEGER Target;
@@ -44,7 +52,7 @@ bool RemoveFile(const std::string& Line) {
 }
 
 bool RemoveFolder(const std::string& Line) {
-  DeleteFolderTree(Line, true);
+  DeleteFolderTree(ToWide(Line), true);
   return true;
 }
 
@@ -126,11 +134,11 @@ void TUGarbage::Initialize() {
 }
 
 HRESULT TUGarbage::PutFile(BSTR FileName) {
-  return Method("PutFile", {FileName}, [&] { WriteToGrbFile(FilesList, FileNameArgument(FileName)); });
+  return Method("PutFile", {FileName}, [&] { WriteToGrbFile(FilesList, ListedName(FileName)); });
 }
 
 HRESULT TUGarbage::PutDirectory(BSTR DirName) {
-  return Method("PutDirectory", {DirName}, [&] { WriteToGrbFile(FoldersList, FileNameArgument(DirName)); });
+  return Method("PutDirectory", {DirName}, [&] { WriteToGrbFile(FoldersList, ListedName(DirName)); });
 }
 
 HRESULT TUGarbage::PutRegKey(unsigned long RootKey, BSTR KeyName) {

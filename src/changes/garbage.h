@@ -7,7 +7,8 @@
 /// Lists of things to be removed later: files, folders, registry keys and registry values, one list file each in the
 /// "Garbage" folder, shared by all processes and outliving them. Nothing here can be rolled back.
 ///
-/// What the lists cannot hold is refused with E_INVALIDARG: an empty name, one with a line break, a root that is none,
+/// What the lists cannot hold is refused with E_INVALIDARG: an empty name, one with a line break, a file or folder that
+/// is not named in full (another process removes it, from another current folder), a root that is none,
 /// and for a value a key path with a blank, which ends the path there.
 ///
 /// Removal reaches nothing outside what is listed. An empty line names nothing. A line with a NUL, which the system

@@ -2,6 +2,7 @@
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "server/arguments.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ HRESULT TUMacro::GetMacro(BSTR Name, BSTR* Value) {
     const std::string Found = Routine("GetMacro", {Name}, [&] {
       std::string Text;
       WithLists([&] {
-        const std::string* Entry = FindMacro(ToAnsi(ViewOf(Name)));
+        const std::string* Entry = FindMacro(TextArgument(Name));
         if (Entry) Text = ValueOf(*Entry);
       });
       return Text;
@@ -43,14 +44,14 @@ HRESULT TUMacro::GetMacro(BSTR Name, BSTR* Value) {
 
 HRESULT TUMacro::SetMacro(BSTR Name, BSTR Value, VARIANT_BOOL IsPermanent) {
   return Method("SetMacro", {Name, Value, IsPermanent}, [&] {
-    const std::string NewName = ToAnsi(ViewOf(Name)), NewValue = ToAnsi(ViewOf(Value));
+    const std::string NewName = TextArgument(Name), NewValue = TextArgument(Value);
     if (NewName.empty() || NewName.find('=') != std::string::npos) Refuse(MsgBadMacroName);
     Replace(NewName, NewValue, IsPermanent != VARIANT_FALSE);
   });
 }
 
 HRESULT TUMacro::DelMacro(BSTR Name) {
-  return Method("DelMacro", {Name}, [&] { Replace(ToAnsi(ViewOf(Name)), "", false); });
+  return Method("DelMacro", {Name}, [&] { Replace(TextArgument(Name), "", false); });
 }
 
 void TUMacro::Replace(const std::string& Name, const std::string& NewValue, bool IsPermanent) const {
@@ -68,7 +69,7 @@ HRESULT TUMacro::MacroExists(BSTR Name, VARIANT_BOOL* Exists) {
     return Routine("MacroExists", {Name}, [&] {
       VARIANT_BOOL Found = VARIANT_FALSE;
       WithLists([&] {
-        if (FindMacro(ToAnsi(ViewOf(Name)))) Found = VARIANT_TRUE;
+        if (FindMacro(TextArgument(Name))) Found = VARIANT_TRUE;
       });
       return Found;
     });

@@ -56,7 +56,7 @@ void TURegistry::DeleteValue(TForm Form, unsigned long RootKey, BSTR KeyName, BS
 
 void TURegistry::SetString(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, BSTR Value) const {
   Perform(Form, "SetStringValue", RegistryCode::StringSet, {KeyName, RootKey, ValueName, Value},
-          [&] { return WriteOf(ValueArgument(RootKey, KeyName, ValueName), REG_SZ, ToAnsi(ViewOf(Value)) + '\0'); });
+          [&] { return WriteOf(ValueArgument(RootKey, KeyName, ValueName), REG_SZ, TextArgument(Value) + '\0'); });
 }
 
 void TURegistry::SetDword(TForm Form, unsigned long RootKey, BSTR KeyName, BSTR ValueName, unsigned long Value) const {

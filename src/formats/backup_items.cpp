@@ -16,6 +16,7 @@ void TItemWriter::operator()(uint32_t Number) { AppendNumber(Bytes, Number); }
 void TItemWriter::operator()(uint64_t Number) { AppendNumber(Bytes, Number); }
 
 void TItemWriter::operator()(const std::string& Text) {
+  Good = Good && Text.size() <= LongestText;
   (*this)(static_cast<uint32_t>(Text.size()));
   Bytes += Text;
 }
@@ -87,6 +88,7 @@ bool TRegistryValueItem::Plausible() const { return IsKeyPlace(RootKey, KeyName)
 bool TRegistryKeyItem::Plausible() const { return IsKeyPlace(RootKey, KeyName); }
 
 bool TSingleFileItem::Plausible() const {
-  constexpr uint32_t OpenFlags = 0xFF000000, Directory = 0x10;
-  return !Path.empty() && !HasNul(Path) && (Attributes & (OpenFlags | Directory)) == 0;
+  // What no file reports: the bits beyond 0x00400000, but for 0x20000000 ("strictly sequential").
+  constexpr uint32_t NoAttributes = 0xDF800000, Directory = 0x10;
+  return !Path.empty() && !HasNul(Path) && (Attributes & (NoAttributes | Directory)) == 0;
 }

@@ -25,7 +25,7 @@ class TItemWriter {
  public:
   void operator()(uint32_t Number);
   void operator()(uint64_t Number);
-  /// 4-byte length, then the characters, no terminator.
+  /// 4-byte length, then the characters, no terminator. One that is longer than a reader takes leaves Good false.
   void operator()(const std::string& Text);
   /// 4-byte size, then the bytes.
   void operator()(const std::vector<uint8_t>& Data);
@@ -33,6 +33,7 @@ class TItemWriter {
   void operator()(const std::vector<TGuidBytes>& List);
 
   std::string Bytes;
+  bool Good = true;
 };
 
 /// Where an item's bytes come from.
@@ -70,12 +71,14 @@ class TItemReader {
 struct TStringItem {
   static constexpr TItemKind Kind = StringKind;
   void Fields(auto&) {}
+  bool Plausible() const { return true; }
 };
 
 /// Bytes of a caller; they follow to the end of the item.
 struct TRawDataItem {
   static constexpr TItemKind Kind = RawDataKind;
   void Fields(auto&) {}
+  bool Plausible() const { return true; }
 };
 
 /// One saved file; the content follows to the end of the item.
@@ -86,8 +89,7 @@ struct TSingleFileItem {
   uint64_t Creation = 0, LastAccess = 0, LastWrite = 0;  ///< FILETIMEs
 
   void Fields(auto& Io) { Io(Path), Io(Attributes), Io(Creation), Io(LastAccess), Io(LastWrite); }
-  /// Whether the fields can have been saved from a file: a path without NULs, and attributes rather than the flags that
-  /// change how an opened file behaves (deletion on close among them).
+  /// Whether the fields can have been saved from a file: a path without NULs, and attributes of a file.
   bool Plausible() const;
 };
 
@@ -134,4 +136,12 @@ std::string EncodeItem(TItem Item) {
   Writer(static_cast<uint32_t>(TItem::Kind));
   Item.Fields(Writer);
   return Writer.Bytes;
+}
+
+/// Whether a reader would take the bytes of an item.
+template <class TItem>
+bool CanBeRead(TItem Item) {
+  TItemWriter Writer;
+  Item.Fields(Writer);
+  return Writer.Good && Item.Plausible();
 }

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "formats/uninstall_log.h"
 #include "installer/file.h"
+#include "server/arguments.h"
 
 #include <exception>
 #include <new>
@@ -98,7 +99,7 @@ HRESULT TUInno::AddCOM(BSTR FileName) { return Add("AddCOM", Servers, FileName);
 HRESULT TUInno::Add(const char* Name, TInstallerList& To, BSTR FileName) {
   return Method(Name, {FileName}, [&] {
     WithLists([&] {
-      const std::string File = ToAnsi(ViewOf(FileName));
+      const std::string File = TextArgument(FileName);
       if (!To.Names.Find(File)) {
         To.Names.Add(File);
         To.Unsaved = true;

@@ -34,10 +34,12 @@ void TRetryCall::AskOrFail(const TOutcome& Last, const std::string& Words) {
   if (Answer != IDRETRY) FailureStep(Last.Code, Text);
 }
 
-void FailureStep(long Code, const std::string& Text) {
+void FailureStep(long Code, const std::wstring& Text) {
   DebugLogPut(NextCallId(), L"Common", LoadWideMessage(MsgException), LogText(Code, {Text}));
-  throw EFailure(MakeErrorHResult(static_cast<int32_t>(Code)), ToWide(Text));
+  throw EFailure(MakeErrorHResult(static_cast<int32_t>(Code)), Text);
 }
+
+void FailureStep(long Code, const std::string& Text) { FailureStep(Code, ToWide(Text)); }
 
 void FailureStep(long Code) { FailureStep(Code, SystemErrorText(static_cast<DWORD>(Code))); }
 

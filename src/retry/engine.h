@@ -101,6 +101,7 @@ class TRetryCall {
 };
 
 /// Writes the "Exception" line (code in signed decimal, a blank, the text) under a new call id and raises the failure.
+[[noreturn]] void FailureStep(long Code, const std::wstring& Text);
 [[noreturn]] void FailureStep(long Code, const std::string& Text);
 
 /// The same with the system's text for the code.

@@ -1,10 +1,31 @@
 #include "retry/file_wrappers.h"
 
+#include "base/file_content.h"
 #include "base/file_time.h"
 #include "base/paths.h"
 #include "retry/engine.h"
 
 #include <vector>
+
+namespace {
+
+/// FileExistsByFind, with what the search tells; only the attributes when it told nothing.
+bool FindEntry(const std::string& FileName, WIN32_FIND_DATAA& Entry) {
+  NextCallId();
+  TSearch Search{FileName, TFindHandle(FindFirstFileA(FileName.c_str(), &Entry))};
+  if (!Search) {
+    if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
+    // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
+    // they undo that, so a file that is there must not be missed.
+    Entry = {};
+    Entry.dwFileAttributes = GetFileAttributesA(FileName.c_str());
+    return Entry.dwFileAttributes != INVALID_FILE_ATTRIBUTES && !(Entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
+  }
+  RetryFindClose(Search);
+  return true;
+}
+
+}  // namespace
 
 DWORD RetryGetFileAttributes(const std::string& FileName) {
   DWORD Attr = 0;
@@ -56,7 +77,8 @@ void RetryForceDirectories(const std::string& Folder) {
   const bool Trailing = !Folder.empty() && WithBackslash(Folder) == Folder;
   const std::string Wanted = Trailing ? Folder.substr(0, Folder.size() - 1) : Folder;
   const std::string Parent = FolderPrefix(Wanted);
-  if (Wanted.size() < ShortestFolder || Parent == Wanted) return;  // the walk's end writes no End line
+  if (Wanted.size() < ShortestFolder || Parent == Wanted || IsRoot(Wanted))
+    return;  // the walk's end writes no End line
   RetryForceDirectories(Parent);
   RetryCreateDirectory(Wanted);
   Call.End();
@@ -160,18 +182,26 @@ void RetrySetFilePointer(const TOpenFile& File, LONG Distance, DWORD Method) {
 void RetryDeleteFile(const std::string& FileName) {
   constexpr DWORD GoneCheckMilliseconds = 1;
   bool Deleted = false;
+  WIN32_FIND_DATAA Before{}, Now{};
   TRetryCall Call(Patient, "RetryDeleteFile", FileName);
   Call.Until(
       [&] {
-        if (!FileExistsByFind(FileName)) return TOutcome{true};
+        if (!FindEntry(FileName, Before)) return TOutcome{true};
         RetrySetFileAttributes(FileName, FILE_ATTRIBUTE_NORMAL);
         const TOutcome Outcome = ByLastError(DeleteFileA(FileName.c_str()));
+        if (!Outcome.Ok) SetFileAttributesA(FileName.c_str(), Before.dwFileAttributes);
         Deleted = Deleted || Outcome.Ok;
         return Outcome;
       },
       MsgCannotDelete, FileName);
-  // A file that somebody still has open goes when he closes it; until then its name cannot be used again.
-  while (Deleted && FileExistsByFind(FileName)) {
+  // A file that somebody still has open goes when he closes it; until then its name cannot be used again, and Windows
+  // opens the file for nobody. What can be opened is a new file, or, where Wine opens it after all, the same one.
+  const auto IsNew = [&] {
+    const bool Same = Before.nFileSizeLow == Now.nFileSizeLow && Before.nFileSizeHigh == Now.nFileSizeHigh &&
+                      CompareFileTime(&Before.ftLastWriteTime, &Now.ftLastWriteTime) == 0;
+    return !Same && TFileHandle(OpenToAsk(FileName, FILE_FLAG_OPEN_REPARSE_POINT));
+  };
+  while (Deleted && FindEntry(FileName, Now) && !IsNew()) {
     Call.Line(L"RetryDeleteWait", L"RetryDeleteWait");
     Sleep(GoneCheckMilliseconds);
   }
@@ -190,15 +220,11 @@ void RetrySetEndOfFile(const TOpenFile& File) {
 
 bool FileExistsByFind(const std::string& FileName) {
   WIN32_FIND_DATAA Entry;
-  NextCallId();
-  TSearch Search{FileName, TFindHandle(FindFirstFileA(FileName.c_str(), &Entry))};
-  if (!Search) {
-    if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
-    // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
-    // they undo that, so a file that is there must not be missed.
-    const DWORD Attributes = GetFileAttributesA(FileName.c_str());
-    return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);
-  }
-  RetryFindClose(Search);
-  return true;
+  return FindEntry(FileName, Entry);
+}
+
+bool IsMissing(const std::string& Name) {
+  if (GetFileAttributesA(Name.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
+  const DWORD Code = GetLastError();
+  return Code == ERROR_FILE_NOT_FOUND || Code == ERROR_PATH_NOT_FOUND;
 }

@@ -24,7 +24,8 @@ void RetrySetFileTime(const TOpenFile& File, const TFileTimes& Times);
 /// A folder that exists already counts as created.
 void RetryCreateDirectory(const std::string& Folder);
 void RetryDeleteDirectory(const std::string& Folder);
-/// Creates a folder with all its missing parents. A text of fewer than 3 characters, such as a drive, creates nothing.
+/// Creates a folder with all its missing parents. A text of fewer than 3 characters, such as a drive, creates nothing,
+/// and neither does the root of a share or a drive, however it is written (see RootSize).
 void RetryForceDirectories(const std::string& Folder);
 
 /// Nothing that matches, or no such folder, is no failure: `NotFound` is set and the search is empty.
@@ -34,6 +35,14 @@ void RetryFindNextFile(const TSearch& Search, WIN32_FIND_DATAA& FindData, bool& 
 /// Leaves the search empty.
 void RetryFindClose(TSearch& Search);
 
+/// The attributes of a file as RetryCreateFile takes them for `Flags`. Of the attributes that a file may report, others
+/// are flags there that change how the opened file behaves: of a file that is kept elsewhere, "pinned" would be a
+/// pipe's flag, and "strictly sequential" would switch the cache off.
+constexpr DWORD OpenFlagsOf(DWORD Attributes) {
+  return Attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                       FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY |
+                       FILE_ATTRIBUTE_OFFLINE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_ENCRYPTED);
+}
 /// Patient. The message depends on the disposition: create, open, or either.
 TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition,
                           DWORD Flags = FILE_ATTRIBUTE_NORMAL);
@@ -49,8 +58,9 @@ DWORD RetryGetFileSize(const TOpenFile& File);
 /// truncates and closes nothing.
 void RetryReadAndAppendFile(const TOpenFile& Source, const TOpenFile& Dest);
 void RetrySetFilePointer(const TOpenFile& File, LONG Distance, DWORD Method);
-/// Patient. Clears the attributes first, so a read-only file goes too, and returns when the file has really gone.
-/// A file that does not exist is deleted already.
+/// Patient. Clears the attributes first, so a read-only file goes too (an attempt that fails puts them back), and
+/// returns when the file has really gone, or its name belongs to a new file. A file that does not exist is deleted
+/// already.
 void RetryDeleteFile(const std::string& FileName);
 /// Patient.
 void RetryMoveFile(const std::string& OldName, const std::string& NewName);
@@ -64,17 +74,5 @@ inline void RetryFlushFileBuffers(const TOpenFile&) {}
 /// id.
 bool FileExistsByFind(const std::string& FileName);
 
-/// Calls `Action` with each entry that a mask finds, "." and ".." excepted. The search is closed on every way out.
-template <class TAction>
-void ForEachEntry(const std::string& Mask, TAction Action) {
-  WIN32_FIND_DATAA Entry;
-  bool Ended = false;
-  TSearch Search = RetryFindFirstFile(Mask, Entry, Ended);
-  if (Ended) return;
-  for (; !Ended; RetryFindNextFile(Search, Entry, Ended)) {
-    const std::string Name = Entry.cFileName;
-    if (Name != "." && Name != "..") Action(static_cast<const WIN32_FIND_DATAA&>(Entry));
-  }
-  RetryFindClose(Search);
-}
-inline bool IsFolder(const WIN32_FIND_DATAA& Entry) { return (Entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+/// Whether the system says that there is no file or folder of this name. Shows and logs nothing.
+bool IsMissing(const std::string& Name);

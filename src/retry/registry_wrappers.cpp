@@ -20,8 +20,9 @@ unsigned long NumberOf(HKEY Handle) { return static_cast<unsigned long>(reinterp
 template <class TEnumerate>
 std::string NameAt(TRetryCall& Call, const TOpenKey& Key, DWORD Index, DWORD Longest, TMessage Message,
                    TEnumerate Enumerate) {
-  // Room for the name in any code page, and its terminator.
-  std::vector<char> Name(2 * static_cast<size_t>(Longest) + 1);
+  // Room for the name in any code page, of which some take four bytes for a character, and its terminator.
+  constexpr size_t BytesPerCharacter = 4;
+  std::vector<char> Name(BytesPerCharacter * Longest + 1);
   Call.Until(
       [&] {
         DWORD Size = static_cast<DWORD>(Name.size());

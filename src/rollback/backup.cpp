@@ -25,25 +25,25 @@ HRESULT TUBackup::BackupString(BSTR Str, GUID* DataID) {
 
 GUID TUBackup::SaveString(std::wstring_view Str) const {
   return Routine("BackupString", {Str}, [&] {
-    const std::string Text = ToAnsi(Str);
-    TNewItem Item{TStringItem()};
+    const std::string Text = LossyAnsi(Str);
+    TNewItem Item{TStringItem(), Text};
     Item.Append(Text.data(), Text.size());
     return Item.Finish();
   });
 }
 
 HRESULT TUBackup::RestoreString(GUID DataID, BSTR* Str) {
-  return Give(Str, [&] { return LoadString(DataID); });
+  return Give(Str, [&] { return ToWide(LoadString(DataID)); });
 }
 
-std::wstring TUBackup::LoadString(const GUID& DataID) const {
+std::string TUBackup::LoadString(const GUID& DataID) const {
   return Routine("RestoreString", {DataID}, [&] {
     TStoredItem Item(DataID);
     if (!Item.HasKind(StringKind)) FailWithBox(Use<IUDialog>(), MsgInternalError1);
     std::string Text(Item.SizeAfterTag(), '\0');
     Item.Read(Text.data(), static_cast<uint32_t>(Text.size()));
     Item.Close();
-    return ToWide(Text);
+    return Text;
   });
 }
 
@@ -51,7 +51,7 @@ HRESULT TUBackup::BackupData(void* DataBuf, long DataSize, GUID* DataID) {
   return Give(DataID, [&] {
     return Routine("BackupData", {DataSize}, [&] {
       RequireBuffer(DataBuf, DataSize);
-      TNewItem Item{TRawDataItem()};
+      TNewItem Item{TRawDataItem(), ""};
       Item.Append(DataBuf, static_cast<size_t>(DataSize));
       return Item.Finish();
     });

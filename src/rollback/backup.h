@@ -32,7 +32,9 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
   /// The caller frees the buffer with CoTaskMemFree.
   STDMETHOD(RestoreData)(GUID DataID, void** DataBuf, long* DataSize) override;
 
-  /// Saves the files that the mask finds, as one file set; see file_backup.cpp. A mask without a folder part fails.
+  /// Saves the files that the mask finds, as one file set; see file_backup.cpp. Fails with E_INVALIDARG for a mask that
+  /// is no full name, or reaches the system's own folders; with 0x80040659 when it finds what the code page has no name
+  /// for, with 0x80040981 when it finds a link to a file. Links to folders are neither entered nor saved.
   STDMETHOD(BackupFiles)
   (BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DirNames, VARIANT_BOOL UpperDirName,
    GUID* DataID) override;
@@ -62,15 +64,18 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
 
   // The same on converted arguments, with the methods' lines: save makes an item, load brings its state back.
   GUID SaveString(std::wstring_view Str) const;
-  std::wstring LoadString(const GUID& DataID) const;
+  std::string LoadString(const GUID& DataID) const;
 
-  GUID SaveFiles(const std::string& Mask, const TFileSetFlags& Flags) const;
+  GUID SaveMask(BSTR FileNameMask, const TFileSetFlags& Flags) const;
+  /// `Subfolder` says that the walk led to the mask's folder, and no caller.
+  GUID SaveFiles(const std::string& Mask, const TFileSetFlags& Flags, bool Subfolder = false) const;
   void SaveSubfolders(const std::string& Mask, const TFileSetFlags& Flags, TFileSetItem& Set) const;
   GUID SaveFile(const std::string& Path) const;
   /// `Ancestors` are the sets that are being loaded around this one: a damaged set that contains itself would never
   /// end.
   void LoadFiles(const GUID& DataID, std::vector<GUID> Ancestors = {}) const;
-  void LoadFile(const GUID& DataID) const;
+  /// `Depth` says how many of the file's folders the saving walk found by itself: none of them was a link.
+  void LoadFile(const GUID& DataID, size_t Depth) const;
 
   GUID SaveValue(const TValuePlace& Place) const;
   void LoadValue(const GUID& DataID) const;

@@ -3,6 +3,7 @@
 #include "base/failure.h"
 #include "base/handles.h"
 #include "base/text.h"
+#include "server/arguments.h"
 
 namespace {
 
@@ -19,7 +20,7 @@ GUID TBackupClient::SaveString(const std::string& Text) const {
 std::string TBackupClient::LoadString(const GUID& DataID) const {
   TBstr Text;
   CheckCall(Backup.RestoreString(DataID, Text.Out()));
-  return ToAnsi(ViewOf(Text.Get()));
+  return TextArgument(Text.Get());
 }
 
 std::string TBackupClient::LoadFileName(const GUID& DataID) const {

@@ -12,6 +12,7 @@ class TBackupClient {
   explicit TBackupClient(IUBackup& Backup) : Backup(Backup) {}
 
   GUID SaveString(const std::string& Text) const;
+  /// Refuses a text that the code page does not hold, as the store never has one.
   std::string LoadString(const GUID& DataID) const;
   /// The same for the name of a file. Refuses a text with a NUL: the system would take it for a shorter one, which
   /// names something else.

@@ -17,11 +17,20 @@ GUID NewDataId() {
   return DataID;
 }
 
-std::string ItemPath(const GUID& DataID) { return GetServiceDir() + "\\Backup\\" + GuidText(DataID); }
+void MoveTo(HANDLE File, int64_t Place, DWORD Method = FILE_BEGIN, LARGE_INTEGER* Now = nullptr) {
+  LARGE_INTEGER Distance;
+  Distance.QuadPart = Place;
+  if (!SetFilePointerEx(File, Distance, Now, Method)) FailureStep(static_cast<long>(GetLastError()));
+}
 
 }  // namespace
 
-TNewItem::TNewItem() : DataID(NewDataId()), File(RetryCreateFile(ItemPath(DataID), GENERIC_WRITE, 0, CREATE_NEW)) {}
+std::string ItemPath(const GUID& DataID) { return GetServiceDir() + "\\Backup\\" + GuidText(DataID); }
+
+TNewItem::TNewItem(const std::string& Begin)
+    : DataID(NewDataId()), File(RetryCreateFile(ItemPath(DataID), GENERIC_WRITE, 0, CREATE_NEW)) {
+  Append(Begin.data(), Begin.size());
+}
 
 void TNewItem::Append(const void* Bytes, size_t Size) {
   if (Size > 0) RetryWriteFile(File, Bytes, true, static_cast<DWORD>(Size));
@@ -76,6 +85,28 @@ uint32_t TStoredItem::SizeAfterTag() {
   RetryGetFileSize(File);
   if (Left > std::numeric_limits<int32_t>::max()) FailureStep(ERROR_FILE_TOO_LARGE);
   return static_cast<uint32_t>(Left);
+}
+
+bool TStoredItem::CheckRest(HANDLE Other) {
+  constexpr DWORD BlockSize = 32768;
+  std::vector<char> Own(BlockSize), Others(BlockSize);
+  LARGE_INTEGER Now;
+  MoveTo(File.Get(), 0, FILE_CURRENT, &Now);
+  MoveTo(File.Get(), Now.QuadPart - static_cast<int64_t>(Ahead.size() - AheadTaken));
+  bool Same = Other != INVALID_HANDLE_VALUE && PlainFileSize(Other) == static_cast<int64_t>(Left);
+  for (uint64_t ToRead = Left; ToRead > 0;) {
+    const DWORD Size = static_cast<DWORD>(std::min<uint64_t>(ToRead, BlockSize));
+    DWORD BytesRead = 0;
+    TRetryCall(Unnumbered)
+        .Until([&] { return ByLastError(ReadFile(File.Get(), Own.data(), Size, &BytesRead, nullptr)); }, MsgCannotRead,
+               File.Name);
+    if (BytesRead != Size) FailureStep(ERROR_HANDLE_EOF);
+    Same = Same && ReadFile(Other, Others.data(), Size, &BytesRead, nullptr) && BytesRead == Size &&
+           std::memcmp(Own.data(), Others.data(), Size) == 0;
+    ToRead -= Size;
+  }
+  MoveTo(File.Get(), Now.QuadPart);
+  return Same;
 }
 
 void TStoredItem::CopyRest(const TOpenFile& Dest) {

@@ -14,15 +14,16 @@
 /// Items are written once, front to back, and never changed or deleted by the system; a DataID is handed out only when
 /// its item is complete.
 
+/// The file of an item.
+std::string ItemPath(const GUID& DataID);
+
 /// An item that is being written. A failure leaves a partial file whose DataID nobody gets.
 class TNewItem {
  public:
-  /// Creates the file under a new DataID and writes the tag and the fields.
+  /// Creates the file under a new DataID and writes the tag and the fields. `Name` tells the user what is saved. Fields
+  /// that could not be read back fail, with 0x8004020D, before there is a file.
   template <class TFields>
-  explicit TNewItem(const TFields& Fields) : TNewItem() {
-    const std::string Bytes = EncodeItem(Fields);
-    Append(Bytes.data(), Bytes.size());
-  }
+  TNewItem(const TFields& Fields, const std::string& Name) : TNewItem(ReadableItem(Fields, Name)) {}
   void Append(const void* Bytes, size_t Size);
   /// Appends an open file from its current position to its end.
   void Append(const TOpenFile& Source) { RetryReadAndAppendFile(Source, File); }
@@ -30,16 +31,22 @@ class TNewItem {
   GUID Finish();
 
  private:
-  TNewItem();
+  explicit TNewItem(const std::string& Begin);
 
-  GUID DataID;
+  template <class TFields>
+  static std::string ReadableItem(const TFields& Fields, const std::string& Name) {
+    if (!CanBeRead(Fields)) FailureStep(ERROR_INVALID_DATA, FormatMessageText(MsgItemNotSaved, Name));
+    return EncodeItem(Fields);
+  }
+
+  GUID DataID{};
   TOpenFile File;
 };
 
 /// Saves an item of which nothing follows the fields.
 template <class TFields>
-GUID SaveItem(const TFields& Fields) {
-  return TNewItem(Fields).Finish();
+GUID SaveItem(const TFields& Fields, const std::string& Name) {
+  return TNewItem(Fields, Name).Finish();
 }
 
 /// An item that is being read: its tag by itself, the fields in blocks, since every logged read costs two lines.
@@ -62,6 +69,9 @@ class TStoredItem final : public TByteSource {
     Fields.Fields(Reader);
     return Reader.Good() && Fields.Plausible();
   }
+  /// Reads the rest of the item to its end and goes back to where it was, so that what is missing or cannot be read is
+  /// found before anything is changed. Gives whether `Other`, when it is open, holds the same bytes from its begin.
+  bool CheckRest(HANDLE Other);
   /// Copies the rest of the item to an open file.
   void CopyRest(const TOpenFile& Dest);
   void Close() { RetryCloseHandle(File); }

@@ -2,10 +2,13 @@
 // them back. One item for each file, one string item for each folder name, one set item for each folder walked.
 // Folders come back by name only; their own attributes and times are not part of a set.
 
+#include "base/data_folders.h"
 #include "base/file_time.h"
+#include "base/folder_content.h"
 #include "base/guid.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "retry/folder_walk.h"
 #include "rollback/backup.h"
 #include "rollback/backup_store.h"
 #include "server/arguments.h"
@@ -14,14 +17,58 @@
 
 namespace {
 
-/// The names of the files or of the folders that a mask finds. All are found before the first is saved: saving makes
-/// items, which a search in the store's own folder would go on to find for ever.
+/// The names of the files or of the folders that a mask finds. All are found before the first is saved. What cannot be
+/// saved fails before anything is: a file that is a link would come back as a file. Folders that are links are left
+/// out.
 std::vector<std::string> ListEntries(const std::string& Mask, bool Folders) {
+  const std::string Folder = WithBackslash(FolderPart(Mask));
   std::vector<std::string> Names;
-  ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
-    if (IsFolder(Entry) == Folders) Names.emplace_back(Entry.cFileName);
+  const std::vector<TUnnamed> Unnamed = ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
+    if (IsFolder(Entry) != Folders || (Folders && IsLink(Entry))) return;
+    if (IsLink(Entry))
+      FailureStep(ERROR_CANT_RESOLVE_FILENAME, FormatMessageText(MsgLinkNotSaved, Folder + Entry.cFileName));
+    Names.emplace_back(Entry.cFileName);
   });
+  for (const TUnnamed& Entry : Unnamed)
+    if (Entry.Folder == Folders)
+      FailureStep(ERROR_NO_UNICODE_TRANSLATION, FormatWideMessage(MsgEntryNotSaved, ToWide(Folder) + Entry.Name));
   return Names;
+}
+
+/// The folders that a saving walk of this depth found on its way to a file, held, so that no link takes their place
+/// while the file comes back. One that is a link by now would lead to another place: the user can remove it.
+std::vector<THeldFolder> HoldFolders(const std::string& Path, size_t Depth) {
+  std::vector<std::string> Names;
+  for (std::string Folder = FolderPart(Path); Names.size() < Depth; Folder = FolderPart(Folder))
+    Names.insert(Names.begin(), Folder);
+  std::vector<THeldFolder> Held;
+  for (const std::string& Name : Names) {
+    TRetryCall(Unnumbered)
+        .Until(
+            [&] {
+              return TOutcome{!IsLink(ToWide(Name)), ERROR_CANT_RESOLVE_FILENAME};
+            },
+            MsgLinkInTheWay, Path);
+    Held.emplace_back(Name);
+    if (Held.back().IsLink()) FailureStep(ERROR_CANT_RESOLVE_FILENAME, FormatMessageText(MsgLinkInTheWay, Path));
+  }
+  return Held;
+}
+
+/// Whether a file that cannot be replaced now, because somebody runs or reads it, is what the item would make of it.
+/// Its times are set, as far as that is possible.
+bool IsAlreadyAsSaved(TStoredItem& Item, const TSingleFileItem& Header, const TFileTimes& Times) {
+  constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  const auto Open = [&](DWORD Access) {
+    return TFileHandle(CreateFileA(Header.Path.c_str(), Access, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+  };
+  // A module that is loaded can be opened for deletion, but not for writing, and is not deleted.
+  const bool InUse = !Open(FILE_WRITE_DATA | DELETE);
+  const TFileHandle Existing = InUse ? Open(GENERIC_READ) : TFileHandle();
+  if (!Item.CheckRest(Existing.Get()) || GetFileAttributesA(Header.Path.c_str()) != Header.Attributes) return false;
+  const TFileHandle ForTimes = Open(FILE_WRITE_ATTRIBUTES);
+  if (ForTimes) SetFileTime(ForTimes.Get(), &Times.Creation, &Times.LastAccess, &Times.LastWrite);
+  return true;
 }
 
 }  // namespace
@@ -29,8 +76,8 @@ std::vector<std::string> ListEntries(const std::string& Mask, bool Folders) {
 HRESULT TUBackup::BackupFiles(BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DirNames,
                               VARIANT_BOOL UpperDirName, GUID* DataID) {
   return Give(DataID, [&] {
-    return SaveFiles(FileNameArgument(FileNameMask),
-                     {BooleanArgument(RecurseSubDir), BooleanArgument(DirNames), BooleanArgument(UpperDirName)});
+    return SaveMask(FileNameMask,
+                    {BooleanArgument(RecurseSubDir), BooleanArgument(DirNames), BooleanArgument(UpperDirName)});
   });
 }
 
@@ -38,22 +85,30 @@ HRESULT TUBackup::BackupFilesLogged(BSTR FileNameMask, VARIANT_BOOL RecurseSubDi
                                     VARIANT_BOOL UpperDirName, GUID* DataID) {
   return Give(DataID, [&] {
     const TFileSetFlags Flags{BooleanArgument(RecurseSubDir), BooleanArgument(DirNames), BooleanArgument(UpperDirName)};
-    return Routine("BackupFilesLogged", {FileNameMask, Flags.RecurseSubDir, Flags.DirNames, Flags.UpperDirName}, [&] {
-      return SaveLogged(BackupCode::Files, [&] { return SaveFiles(FileNameArgument(FileNameMask), Flags); });
-    });
+    return Routine("BackupFilesLogged", {FileNameMask, Flags.RecurseSubDir, Flags.DirNames, Flags.UpperDirName},
+                   [&] { return SaveLogged(BackupCode::Files, [&] { return SaveMask(FileNameMask, Flags); }); });
   });
 }
 
-GUID TUBackup::SaveFiles(const std::string& Mask, const TFileSetFlags& Flags) const {
+GUID TUBackup::SaveMask(BSTR FileNameMask, const TFileSetFlags& Flags) const {
+  return SaveFiles(MaskArgument(FileNameMask), Flags);
+}
+
+GUID TUBackup::SaveFiles(const std::string& Mask, const TFileSetFlags& Flags, bool Subfolder) const {
   return Routine("BackupFiles", {Mask, Flags.RecurseSubDir, Flags.DirNames, Flags.UpperDirName}, [&] {
     RequireFolderInMask(Mask);
+    RequireRoot(Mask);
     TFileSetItem Set;
     const std::string Folder = FolderPart(Mask);
+    const THeldFolder Held(Folder);
+    if (Subfolder && Held.IsLink()) return SaveItem(Set, Folder);  // it was none when it was found
+    if (Held && !Subfolder) RequireOutsideOwnFolders(Mask, Held.Get(), Flags.RecurseSubDir != VARIANT_FALSE);
     for (const std::string& Name : ListEntries(Mask, false))
       Set.Files.push_back(BytesOf(SaveFile(WithBackslash(Folder) + Name)));
-    if (Flags.UpperDirName) Set.Folders.push_back(BytesOf(SaveString(ToWide(Folder))));
+    // A folder that is not there must not come back.
+    if (Flags.UpperDirName && !IsMissing(Folder)) Set.Folders.push_back(BytesOf(SaveString(ToWide(Folder))));
     if (Flags.RecurseSubDir) SaveSubfolders(Mask, Flags, Set);
-    return SaveItem(Set);
+    return SaveItem(Set, Folder);
   });
 }
 
@@ -63,7 +118,7 @@ void TUBackup::SaveSubfolders(const std::string& Mask, const TFileSetFlags& Flag
     const std::string Subfolder = Folder + Name;
     if (Flags.DirNames) Set.Folders.push_back(BytesOf(SaveString(ToWide(Subfolder))));
     const TFileSetFlags Below{Flags.RecurseSubDir, Flags.DirNames, VARIANT_FALSE};
-    Set.Subsets.push_back(BytesOf(SaveFiles(Subfolder + "\\" + Pattern, Below)));
+    Set.Subsets.push_back(BytesOf(SaveFiles(Subfolder + "\\" + Pattern, Below, true)));
   }
 }
 
@@ -72,12 +127,12 @@ GUID TUBackup::SaveFile(const std::string& Path) const {
     TSingleFileItem Header;
     Header.Path = Path;
     Header.Attributes = RetryGetFileAttributes(Path);
-    TOpenFile Source = RetryCreateFile(Path, GENERIC_READ, 0, OPEN_EXISTING, Header.Attributes);
+    TOpenFile Source = RetryCreateFile(Path, GENERIC_READ, 0, OPEN_EXISTING, OpenFlagsOf(Header.Attributes));
     const TFileTimes Times = RetryGetFileTime(Source);
     Header.Creation = TicksOf(Times.Creation);
     Header.LastAccess = TicksOf(Times.LastAccess);
     Header.LastWrite = TicksOf(Times.LastWrite);
-    TNewItem Item(Header);
+    TNewItem Item(Header, Path);
     Item.Append(Source);
     RetryCloseHandle(Source);
     return Item.Finish();
@@ -97,28 +152,36 @@ void TUBackup::LoadFiles(const GUID& DataID, std::vector<GUID> Ancestors) const 
     // The set has been read; closed before its parts are opened, so that a deep tree does not use up the handles.
     Item.Close();
     Ancestors.push_back(DataID);
-    for (const TGuidBytes& Folder : Set.Folders) RetryCreateDirectory(ToAnsi(LoadString(GuidOf(Folder))));
-    for (const TGuidBytes& File : Set.Files) LoadFile(GuidOf(File));
+    for (const TGuidBytes& Folder : Set.Folders) {
+      const std::string Name = LoadString(GuidOf(Folder));
+      if (!IsRoot(Name)) RetryCreateDirectory(Name);
+    }
+    for (const TGuidBytes& File : Set.Files) LoadFile(GuidOf(File), Ancestors.size() - 1);
     for (const TGuidBytes& Subset : Set.Subsets) LoadFiles(GuidOf(Subset), Ancestors);
   });
 }
 
-void TUBackup::LoadFile(const GUID& DataID) const {
-  Routine("RestoreFile", {DataID}, [&] {
+void TUBackup::LoadFile(const GUID& DataID, size_t Depth) const {
+  Routine("RestoreFile", {DataID}, [&](TRoutine& Lines) {
     TSingleFileItem Header;
     TStoredItem Item(DataID);
-    if (!Item.ReadFields(Header)) FailWithBox(Use<IUDialog>(), MsgInternalError4);
+    Lines.EndsWith({DataID});
+    if (!Item.ReadFields(Header) || !ExactAnsi(ToWide(Header.Path))) FailWithBox(Use<IUDialog>(), MsgInternalError4);
     const std::string& Path = Header.Path;
-    if (FileExistsByFind(Path))
-      RetryDeleteFile(Path);
-    else
+    const TFileTimes Times{FileTimeOf(Header.Creation), FileTimeOf(Header.LastAccess), FileTimeOf(Header.LastWrite)};
+    const std::vector<THeldFolder> Held = HoldFolders(Path, Depth);
+    if (!FileExistsByFind(Path)) {
       RetryForceDirectories(FolderPart(Path));
-    TOpenFile File = RetryCreateFile(Path, GENERIC_WRITE, 0, CREATE_NEW, Header.Attributes);
+    } else if (IsAlreadyAsSaved(Item, Header, Times)) {
+      return Lines.Line(L"Kept", FormatWideMessage(MsgAlreadyAsSaved, ToWide(Path)));
+    } else {
+      RetryDeleteFile(Path);
+    }
+    TOpenFile File = RetryCreateFile(Path, GENERIC_WRITE, 0, CREATE_NEW, OpenFlagsOf(Header.Attributes));
     Item.CopyRest(File);
     Item.Close();
-    RetrySetFileTime(File, {FileTimeOf(Header.Creation), FileTimeOf(Header.LastAccess), FileTimeOf(Header.LastWrite)});
+    RetrySetFileTime(File, Times);
     RetryFlushFileBuffers(File);
     RetryCloseHandle(File);
-    return DataID;
   });
 }

@@ -64,7 +64,7 @@ GUID TUBackup::SaveValue(const TValuePlace& Place) const {
     Value.Data.resize(Size);  // it may have shrunk meanwhile
     Value.Type = Type;
     RequireExactData(Key, Value);
-    const GUID DataID = SaveItem(Value);
+    const GUID DataID = SaveItem(Value, Place.Key.Text());
     RetryRegCloseKey(Key);
     return DataID;
   });
@@ -119,7 +119,7 @@ GUID TUBackup::SaveKey(const TKeyPlace& Place, VARIANT_BOOL RecurseSubKey) const
       RequireExactName(Key, Left - 1, Name, RegEnumKeyExW);
       Saved.Subkeys.push_back(BytesOf(SaveKey(Place.Below(Name), RecurseSubKey)));
     }
-    const GUID DataID = SaveItem(Saved);
+    const GUID DataID = SaveItem(Saved, Key.Name);
     RetryRegCloseKey(Key);
     return DataID;
   });

@@ -1,6 +1,7 @@
 #include "rollback/saved_list.h"
 
 #include "base/failure.h"
+#include "base/text.h"
 #include "formats/comma_text.h"
 
 #include <iterator>
@@ -11,9 +12,12 @@ namespace {
 std::string KeyOf(const std::string& Name) {
   // More than the weights of any character take.
   constexpr size_t KeyBytesPerCharacter = 16, KeyFrame = 16;
-  std::string Key(Name.size() * KeyBytesPerCharacter + KeyFrame, '\0');
-  const int Size = LCMapStringA(LOCALE_USER_DEFAULT, LCMAP_SORTKEY | NORM_IGNORECASE, Name.data(),
-                                static_cast<int>(Name.size()), Key.data(), static_cast<int>(Key.size()));
+  const std::wstring Wide = ToWide(Name);
+  std::string Key(Wide.size() * KeyBytesPerCharacter + KeyFrame, '\0');
+  // The bytes of a key are handed out as if they were characters; the room is counted in bytes.
+  const int Size =
+      LCMapStringW(LOCALE_USER_DEFAULT, LCMAP_SORTKEY | NORM_IGNORECASE, Wide.data(), static_cast<int>(Wide.size()),
+                   reinterpret_cast<wchar_t*>(Key.data()), static_cast<int>(Key.size()));
   if (Size <= 0) return Name;  // an empty name has no key
   Key.resize(static_cast<size_t>(Size));
   return Key;

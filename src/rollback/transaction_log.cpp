@@ -1,6 +1,7 @@
 #include "rollback/transaction_log.h"
 
 #include "base/data_folders.h"
+#include "base/elevation.h"
 #include "base/guid.h"
 #include "rollback/rollback_contract.h"
 
@@ -10,7 +11,14 @@ constexpr long CheckPointCode = 0;
 
 TNamedLock TransactionLogLock;
 
-TGuardedRecordFile TransactionLogFile() { return TGuardedRecordFile(GetServiceDir() + "\\update.prt"); }
+/// The file for a change of it, in a folder that may be trusted; who owns it is asked once.
+TGuardedRecordFile TransactionLogFile() {
+  static std::string Trusted;
+  const std::string Folder = GetServiceDir();
+  if (Trusted != Folder) RequireFolderOfAdministrators(Folder);
+  Trusted = Folder;
+  return TGuardedRecordFile(Folder + "\\update.prt");
+}
 
 bool IsCheckPoint(const TLogRecord& Entry) {
   return SameGUID(GuidOf(Entry.Id), CLSID_UTransactionLog) && Entry.Code == CheckPointCode;

@@ -4,8 +4,9 @@
 #include "server/logged_object.h"
 
 /// The transaction log: the undoable changes of an update, in "update.prt" in the service folder, shared by all
-/// processes. An entry whose id is this class and whose code is 0 is a check point; its DataID is the check point's
-/// identifier.
+/// processes. A process that is elevated neither records nor rolls back where the service folder belongs to a user who
+/// is not; see elevation.h. An entry whose id is this class and whose code is 0 is a check point; its DataID is the
+/// check point's identifier.
 class TUTransactionLog final : public TLoggedObject<IUTransactionLog, IUDialog> {
  public:
   using TLoggedObject::TLoggedObject;

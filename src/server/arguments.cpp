@@ -5,16 +5,17 @@
 #include "base/text.h"
 
 #include <algorithm>
+#include <optional>
+#include <string_view>
 
 namespace {
 
-/// The text in the ANSI code page, when nothing of it is lost there.
-std::string ExactAnsi(BSTR Name) {
-  const std::wstring_view Text = ViewOf(Name);
-  BOOL Replaced = FALSE;
-  std::string Result = ToAnsi(Text, WC_NO_BEST_FIT_CHARS, &Replaced);
-  if (Replaced) Refuse(MsgNameNotInCodePage, std::wstring(Text));
-  if (Text.find(L'\0') != std::wstring_view::npos) Refuse(MsgNameWithNul, std::wstring(Text.data()));
+/// What follows is taken as it is written.
+constexpr std::string_view LiteralPrefix = "\\\\?\\";
+
+std::string TextWithoutNul(BSTR Text) {
+  std::string Result = TextArgument(Text);
+  if (Result.find('\0') != std::string::npos) Refuse(MsgNameWithNul, std::wstring(ViewOf(Text).data()));
   return Result;
 }
 
@@ -26,12 +27,32 @@ std::string KeyNameArgument(BSTR KeyName) {
     if (End - At > LongestPart) Refuse(MsgKeyPartTooLong, std::wstring(Text));
     At = End + 1;
   }
-  return ExactAnsi(KeyName);
+  return TextWithoutNul(KeyName);
 }
 
 }  // namespace
 
-std::string FileNameArgument(BSTR Name) { return ExactAnsi(Name); }
+std::string TextArgument(BSTR Text) {
+  const std::wstring_view Wide = ViewOf(Text);
+  std::optional<std::string> Result = ExactAnsi(Wide);
+  if (!Result) Refuse(MsgNotInCodePage, std::wstring(Wide));
+  return std::move(*Result);
+}
+
+std::string MaskArgument(BSTR Mask) {
+  std::string Result = TextWithoutNul(Mask);
+  const bool Literal = Result.starts_with(LiteralPrefix);
+  if (Literal && Result.find('/') != std::string::npos) Refuse(MsgSlashInLiteralName, ToWide(Result));
+  std::ranges::replace(Result, '/', '\\');  // never the second byte of a character, in any code page
+  return Result;
+}
+
+std::string FileNameArgument(BSTR Name) {
+  std::string Result = MaskArgument(Name);
+  const size_t Names = Result.starts_with(LiteralPrefix) ? LiteralPrefix.size() : 0;
+  if (Result.find_first_of("*?", Names) != std::string::npos) Refuse(MsgNameWithWildcard, ToWide(Result));
+  return Result;
+}
 
 TKeyPlace KeyArgument(unsigned long RootKey, BSTR KeyName) {
   if (!IsRegistryRoot(RootKey)) Refuse(MsgNoRegistryRoot, std::to_wstring(RootKey));
@@ -42,7 +63,7 @@ TValuePlace ValueArgument(unsigned long RootKey, BSTR KeyName, BSTR ValueName) {
   constexpr size_t LongestName = 16383;
   TKeyPlace Key = KeyArgument(RootKey, KeyName);
   if (ViewOf(ValueName).size() > LongestName) Refuse(MsgValueNameTooLong);
-  return {std::move(Key), ExactAnsi(ValueName)};
+  return {std::move(Key), TextWithoutNul(ValueName)};
 }
 
 void RequireBuffer(const void* Buffer, long Size) {

@@ -7,13 +7,20 @@
 
 /// What callers pass is checked and converted here, once, before anything is done with it.
 
-/// Converts the name of a file, folder or mask that a caller passed.
-/// Fails with E_INVALIDARG when the name holds a NUL or a character that the ANSI code page lacks: its replacement
-/// would be '?', a wildcard, and the call would reach files that the caller never named.
+/// Converts a text that a caller passed. Fails with E_INVALIDARG when it holds a character that the ANSI code page
+/// lacks: its replacement may be '?', a wildcard, or a letter that looks alike, and what is acted on, or kept, would
+/// not be what the caller said.
+std::string TextArgument(BSTR Text);
+
+/// Converts a mask that a caller passed, like TextArgument. Fails with E_INVALIDARG when it holds a NUL, too. Slashes
+/// become backslashes, as the system reads them; behind `\\?\`, where it does not, a name with one fails.
+std::string MaskArgument(BSTR Mask);
+
+/// The same for the name of one file: a wildcard in it fails as well, since it is no name when the file is looked for.
 std::string FileNameArgument(BSTR Name);
 
 /// A registry key that a caller named by one of the predefined roots (0x80000000 to 0x80000005) and its path below it.
-/// Fails with E_INVALIDARG for any other root, like FileNameArgument, and when a part of the path is longer than the
+/// Fails with E_INVALIDARG for any other root, like MaskArgument, and when a part of the path is longer than the
 /// registry allows (255 characters).
 TKeyPlace KeyArgument(unsigned long RootKey, BSTR KeyName);
 

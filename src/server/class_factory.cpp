@@ -13,13 +13,14 @@ namespace {
 void RequireStatus(LSTATUS Status) { CheckSystemCall(HRESULT_FROM_WIN32(static_cast<DWORD>(Status))); }
 
 /// To write a key is to create it and to set its default value, or the named one.
-void WriteKey(const std::string& Name, const std::string& Value, const char* ValueName = nullptr) {
+void WriteKey(const std::string& Name, const std::wstring& Value, const wchar_t* ValueName = nullptr) {
   TRegistryKey Key;
   RequireStatus(
       RegCreateKeyExA(HKEY_CLASSES_ROOT, Name.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, Key.Out(), nullptr));
-  RequireStatus(RegSetValueExA(Key.Get(), ValueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(Value.c_str()),
-                               static_cast<DWORD>(Value.size() + 1)));
+  RequireStatus(RegSetValueExW(Key.Get(), ValueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(Value.c_str()),
+                               static_cast<DWORD>(sizeof(wchar_t) * (Value.size() + 1))));
 }
+void WriteKey(const std::string& Name, const std::string& Value) { WriteKey(Name, ToWide(Value)); }
 
 /// The default value of a key; empty when there is none.
 std::string ReadKey(const std::string& Name) {
@@ -40,7 +41,7 @@ TVersionedAutoObjectFactory::TVersionedAutoObjectFactory(TComServer& Server, con
   TBstr Help;
   CheckCall(Owner.TypeLibrary().GetTypeInfoOfGuid(Row.ClassId, CoClassInfo.Out()));
   CheckCall(CoClassInfo->GetDocumentation(MEMBERID_NIL, nullptr, Help.Out(), nullptr, nullptr));
-  Description = ToAnsi(ViewOf(Help.Get()));
+  Description = LossyAnsi(ViewOf(Help.Get()));
   CheckCall(Owner.TypeLibrary().GetTypeInfoOfGuid(Row.InterfaceId, Interface.Out()));
   Table = std::make_unique<TDispatchTable>(*Interface);
 }
@@ -78,7 +79,7 @@ void TVersionedAutoObjectFactory::RegisterClass() const {
   const TLIBATTR Library = Owner.LibraryAttributes();
   WriteKey(Class, Description);
   WriteKey(Class + "\\" + Owner.ServerKey(), Owner.FileName());
-  WriteKey(Class + "\\" + Owner.ServerKey(), "Apartment", "ThreadingModel");
+  WriteKey(Class + "\\" + Owner.ServerKey(), L"Apartment", L"ThreadingModel");
   WriteKey(ProgId, Description);
   WriteKey(ProgId + "\\Clsid", ClassId);
   WriteKey(Class + "\\ProgID", ProgId);

@@ -1,53 +1,96 @@
 #include "server/com_server.h"
 
 #include "base/failure.h"
+#include "base/folder_content.h"
 #include "base/module_instance.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "server/class_factory.h"
 #include "server/type_library.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr int ClassVersion = 6;
-constexpr DWORD ModulePathSize = 262;
-constexpr DWORD LongPathSize = 260;
 
-using TGetLongPathName = DWORD(WINAPI*)(LPCSTR, LPSTR, DWORD);
+using TGetLongPathName = DWORD(WINAPI*)(LPCWSTR, LPWSTR, DWORD);
 
 /// A function that may be absent, by name.
 FARPROC FindFunction(HMODULE Module, const char* Name) { return Module ? GetProcAddress(Module, Name) : nullptr; }
 
+/// The text that `Get` gives when it is handed a buffer and its size in characters, however long it is: it gives the
+/// length of the text, or at least the size of the buffer when that is too small, or 0.
+template <class TGet>
+std::wstring TextOfAnySize(TGet Get) {
+  std::wstring Text(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD Size = Get(Text.data(), static_cast<DWORD>(Text.size()));
+    if (Size < Text.size()) return Text.substr(0, Size);
+    Text.resize(2 * Text.size());
+  }
+}
+
 /// Each component under the name that the disk stores, found one by one from the last to the drive part. A component
 /// that cannot be found ends the walk; what is before it stays as it is.
-std::string LongPathByComponents(std::string Path) {
+std::wstring LongPathByComponents(std::wstring Path) {
   constexpr size_t DriveSize = 2;
-  std::string Tail;
-  while (Path.size() > DriveSize) {
-    WIN32_FIND_DATAA Found;
-    const TFindHandle Search(FindFirstFileA(Path.c_str(), &Found));
-    if (!Search) break;
-    Tail.insert(0, Found.cFileName).insert(0, "\\");
-    std::string Parent = FolderPrefix(Path);
-    if (!Parent.empty() && Parent.back() == '\\') Parent.pop_back();
-    Path = Parent;
+  std::wstring Tail;
+  for (std::vector<TFolderEntry> Found; Path.size() > DriveSize; Found.clear()) {
+    if (ListFolder(Path, Found) != ERROR_SUCCESS || Found.size() != 1) break;
+    Tail.insert(0, L"\\" + Found[0].Name);
+    Path.resize(std::max(DriveSize, Path.find_last_of(L'\\')));
   }
   return Path + Tail;
 }
 
-std::string LongPath(const std::string& Path) {
+/// Not converted to ANSI: the module works from a folder whose name the code page lacks, and from a long one.
+std::wstring PathOfModule() {
+  const std::wstring Path =
+      TextOfAnySize([](LPWSTR To, DWORD Room) { return GetModuleFileNameW(ModuleInstance(), To, Room); });
   static const auto GetLongPathName = reinterpret_cast<TGetLongPathName>(
-      reinterpret_cast<void*>(FindFunction(GetModuleHandleA("KERNEL32"), "GetLongPathNameA")));
+      reinterpret_cast<void*>(FindFunction(GetModuleHandleA("KERNEL32"), "GetLongPathNameW")));
   if (!GetLongPathName) return LongPathByComponents(Path);
-  char Long[LongPathSize];
-  const DWORD Size = GetLongPathName(Path.c_str(), Long, sizeof Long);
-  return Size > 0 && Size < sizeof Long ? std::string(Long, Size) : Path;
+  const std::wstring Long =
+      TextOfAnySize([&](LPWSTR To, DWORD Room) { return GetLongPathName(Path.c_str(), To, Room); });
+  return Long.empty() ? Path : Long;
 }
 
-std::string PathOfModule() {
-  char Path[ModulePathSize];
-  const DWORD Size = GetModuleFileNameA(ModuleInstance(), Path, sizeof Path);
-  return LongPath(std::string(Path, Size));
+/// The path without its last component, but with the backslash of a drive root.
+std::wstring FolderOf(const std::wstring& Path) {
+  constexpr size_t DriveRoot = 3;
+  const size_t End = Path.find_last_of(L'\\');
+  return Path.substr(0, End < DriveRoot ? DriveRoot : End);
+}
+
+/// A file with the module's type library, for the length of a load.
+class TLibraryCopy {
+ public:
+  TLibraryCopy() {
+    wchar_t Folder[MAX_PATH + 1] = L"", File[MAX_PATH + 1] = L"";
+    const HRSRC Resource = FindResourceW(ModuleInstance(), MAKEINTRESOURCEW(1), L"TYPELIB");
+    const HGLOBAL Loaded = Resource ? LoadResource(ModuleInstance(), Resource) : nullptr;
+    if (!Loaded || !GetTempPathW(MAX_PATH, Folder) || !GetTempFileNameW(Folder, L"mwk", 0, File)) RaiseLastError();
+    Path = File;
+    const TFileHandle To(
+        CreateFileW(File, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY, nullptr));
+    DWORD Written = 0;
+    if (!WriteFile(To.Get(), LockResource(Loaded), SizeofResource(ModuleInstance(), Resource), &Written, nullptr))
+      RaiseLastError();
+  }
+  ~TLibraryCopy() { DeleteFileW(Path.c_str()); }
+  TLibraryCopy(const TLibraryCopy&) = delete;
+  TLibraryCopy& operator=(const TLibraryCopy&) = delete;
+
+  std::wstring Path;
+};
+
+/// The library in the module itself. Where the platform's reader does not take so long a path, a copy serves.
+TComRef<ITypeLib> LoadOwnLibrary(const std::wstring& Path) {
+  TComRef<ITypeLib> Library;
+  HRESULT Result = LoadTypeLib(Path.c_str(), Library.Out());
+  if (FAILED(Result) && Path.size() >= MAX_PATH) Result = LoadTypeLib(TLibraryCopy().Path.c_str(), Library.Out());
+  CheckCall(Result);
+  return Library;
 }
 
 TModuleHandle LoadOleAutomation() {
@@ -79,8 +122,7 @@ TVersionedAutoObjectFactory* TComServer::FindFactory(const CLSID& ClassId) const
 
 ITypeLib& TComServer::TypeLibrary() {
   if (!Library) {
-    TComRef<ITypeLib> Loaded;
-    CheckCall(LoadTypeLib(ToWide(ModulePath).c_str(), Loaded.Out()));
+    TComRef<ITypeLib> Loaded = LoadOwnLibrary(ModulePath);
     void* const Before =
         InterlockedCompareExchangePointer(reinterpret_cast<void* volatile*>(&Library), Loaded.Get(), nullptr);
     if (!Before) Loaded.Detach();  // else another thread was first, and its library stays
@@ -100,9 +142,9 @@ std::string TComServer::Name() const {
   constexpr int WholeLibrary = -1;
   TBstr Name;
   if (Library && SUCCEEDED(Library->GetDocumentation(WholeLibrary, Name.Out(), nullptr, nullptr, nullptr)))
-    return ToAnsi(ViewOf(Name.Get()));
-  const std::string File = NamePart(ModulePath);
-  return File.substr(0, File.rfind('.'));
+    return LossyAnsi(ViewOf(Name.Get()));
+  const std::wstring File = ModulePath.substr(ModulePath.find_last_of(L'\\') + 1);
+  return LossyAnsi(File.substr(0, File.rfind(L'.')));
 }
 
 void TComServer::UpdateRegistry(bool Register) {
@@ -116,7 +158,7 @@ void TComServer::UpdateRegistry(bool Register) {
 }
 
 void TComServer::RegisterTypeLibrary() {
-  std::wstring Path = ToWide(ModulePath), Help = ToWide(FolderPart(ModulePath));
+  std::wstring Path = ModulePath, Help = FolderOf(ModulePath);
   CheckCall(RegisterTypeLib(Library, Path.data(), Help.data()));
 }
 

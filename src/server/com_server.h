@@ -27,7 +27,7 @@ class TComServer {
   /// The name of the type library; the module's file name without folder and extension when none is loaded.
   std::string Name() const;
   /// The module's full path in its long form.
-  const std::string& FileName() const { return ModulePath; }
+  const std::wstring& FileName() const { return ModulePath; }
   /// The class's subkey that names the module. The module is a library and has no executable form.
   const char* ServerKey() const { return "InprocServer32"; }
   /// Loaded from the module on first use. Raises the COM failure.
@@ -46,7 +46,7 @@ class TComServer {
   void UnregisterTypeLibrary();
 
   TModuleHandle OleAutomation;
-  std::string ModulePath;
+  std::wstring ModulePath;
   volatile LONG Objects = 0;
   volatile LONG Factories = 0;
   ITypeLib* volatile Library = nullptr;

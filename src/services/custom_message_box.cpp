@@ -67,7 +67,7 @@ void TakeAnswer(HWND Window, HWND Control) {
   wchar_t Caption[LongestCaption + 1] = L"";
   if (!Control || !GetClassNameA(Control, Class, sizeof Class) || lstrcmpiA(Class, "Button") != 0) return;
   GetWindowTextW(Control, Caption, LongestCaption + 1);
-  OpenBoxes.With(Window, [&](TMyWindowVar& Box) { Box.Answer = ToAnsi(Caption); });
+  OpenBoxes.With(Window, [&](TMyWindowVar& Box) { Box.Answer = LossyAnsi(Caption); });
   PostMessageA(Window, WM_CLOSE, 0, 0);
 }
 

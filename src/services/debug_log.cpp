@@ -50,7 +50,7 @@ std::string ComposeLine(long Id, BSTR Name, BSTR Action, BSTR Text) {
   std::wstring Line =
       LogLinePrefix({Now.wYear, Now.wMonth, Now.wDay, Now.wHour, Now.wMinute, Now.wSecond}, static_cast<int32_t>(Id));
   Line.append(ViewOf(Name)).append(L" ").append(ViewOf(Action)).append(L" ").append(ViewOf(Text));
-  return FinishLogLine(ToAnsi(Line));
+  return FinishLogLine(LossyAnsi(Line));
 }
 
 void Append(const std::string& Line) {

@@ -14,7 +14,7 @@ std::wstring Labelled(const wchar_t* Label, std::wstring_view Text) { return std
 std::wstring Labelled(const wchar_t* Label, BSTR Text) { return Labelled(Label, ViewOf(Text)); }
 std::wstring Labelled(const wchar_t* Label, long Number) { return Label + std::to_wstring(Number); }
 
-std::string AnsiOf(BSTR Text) { return ToAnsi(ViewOf(Text)); }
+std::string AnsiOf(BSTR Text) { return LossyAnsi(ViewOf(Text)); }
 
 }  // namespace
 

@@ -2,8 +2,6 @@
 #include "stories/story.h"
 #include "support/process.h"
 
-#include <algorithm>
-
 namespace {
 
 constexpr DWORD Everything = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
@@ -121,11 +119,9 @@ TEST_F(Files, TheFlagsSayWhatIsDeleted) {
 TEST_F(Files, AMaskThatCouldReachOthersIsRefused) {
   LayOut();
   SetCurrentDirectoryA(App().c_str());
-  std::string Slashes = App("*.log");
-  std::replace(Slashes.begin(), Slashes.end(), '\\', '/');
   for (const bool Logged : {false, true}) {
-    for (const std::string& Mask : {std::string("*.log"), std::string("C:*.log"), std::string(), Slashes,
-                                    App("b.log/*.log"), App("*.log") + std::string(1, '\0') + "x"})
+    for (const std::string& Mask : {std::string("*.log"), std::string("C:*.log"), std::string(),
+                                    "\\\\?\\" + App("b.log/*.log"), App("*.log") + std::string(1, '\0') + "x"})
       Brief("mask " + std::string(Mask.c_str()), Delete(Logged, Text(Mask), "REU"));
     // As '?' the first would find every one-letter name, and as the nearest letter the second finds A.log.
     for (const wchar_t* Name : {L"\\\x4E2D.log", L"\\\x0100.log"})
@@ -134,12 +130,6 @@ TEST_F(Files, AMaskThatCouldReachOthersIsRefused) {
   Brief("copy to such a name", File->CopyFile(Text(App("a.log")), Text(ToWide(App()) + L"\\\x4E2D"), 0));
   Brief("logged copy of one", File->CopyFileLogged(Text(ToWide(App()) + L"\\\x0100.log"), Text(App("new")), 0));
   SetCurrentDirectoryA("C:\\");
-  const std::wstring Odd = ToWide(App("hollow")) + L"\\\x4E2D.log";
-  ASSERT_TRUE(CopyFileW(ToWide(App("a.log")).c_str(), Odd.c_str(), TRUE));
-  Brief("such a name is found", Delete(true, Text(App("hollow\\*.log"))));
-  EXPECT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(Odd.c_str()));
-  SetFileAttributesW(Odd.c_str(), FILE_ATTRIBUTE_NORMAL);
-  DeleteFileW(Odd.c_str());  // the sandbox cannot name it
 }
 
 }  // namespace

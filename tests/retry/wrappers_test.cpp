@@ -76,8 +76,11 @@ const struct TRow {
             {"RemoveDirectoryA", 32, 0, DeleteFolder},
             {"FindFirstFileA", 5, 0, Delete},
             {"FindNextFileA", 112, 0, Delete},
-            {"FindClose", 5, 0, Delete},
-            {"FindClose", 5, 1, Delete},
+            {"FindClose", 5, 1, Delete},  // the plain question for the stored names comes before
+            {"FindClose", 5, 2, Delete},
+            {"FindFirstFileW", 5, 0, Delete},
+            {"FindNextFileW", 112, 0, Delete},
+            {"CreateFileW", 32, 1, Delete},
             {"CreateFileA", 32, 0, Copy},
             {"CreateFileA", 183, 1, Copy},
             {"CreateFileA", NoText, 2, Put},  // before it, the log's copy is read and written

@@ -30,7 +30,7 @@ struct TValue : VARIANT {
     pvRecord = const_cast<GUID*>(&Guid);
   }
   friend std::ostream& operator<<(std::ostream& Out, const TValue& Value) {
-    if (Value.vt == VT_BSTR) return Out << ToAnsi(ViewOf(Value.bstrVal));
+    if (Value.vt == VT_BSTR) return Out << LossyAnsi(ViewOf(Value.bstrVal));
     return Out << Value.vt << ":" << (Value.vt == VT_BOOL ? Value.boolVal : Value.lVal);
   }
 };
@@ -50,12 +50,12 @@ class LateBound : public TStory {
     EXCEPINFO Exception{};
     UINT BadArgument = 99;
     TValue Result(4L);
-    Step("late " + ToAnsi(Name), Object.Invoke(Id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &Parameters, &Result,
-                                               &Exception, &BadArgument));
+    Step("late " + LossyAnsi(Name), Object.Invoke(Id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &Parameters,
+                                                  &Result, &Exception, &BadArgument));
     std::ostringstream Outcome;
-    Outcome << "  " << std::hex << Exception.scode << " " << ToAnsi(ViewOf(Exception.bstrSource)) << " "
-            << ToAnsi(ViewOf(Exception.bstrDescription)) << ", bad argument " << std::dec << BadArgument << ", result "
-            << Result;
+    Outcome << "  " << std::hex << Exception.scode << " " << LossyAnsi(ViewOf(Exception.bstrSource)) << " "
+            << LossyAnsi(ViewOf(Exception.bstrDescription)) << ", bad argument " << std::dec << BadArgument
+            << ", result " << Result;
     Tell(Outcome.str());
   }
 };
@@ -116,7 +116,7 @@ TEST_F(LateBound, ResultsComeBackAsTextsAndNumbers) {
   Call(*History, L"Get", {SecondText, NumberPlace, {VT_BYREF | VT_BSTR, &Text}, FlagPlace});
   Call(*History, L"Get", {SecondText, NumberPlace, {Second, VT_BYREF | VT_RECORD}, FlagPlace});
   std::ostringstream Values;
-  Values << Code << " " << DataID << " " << NoMore << " " << Number << " " << ToAnsi(ViewOf(Text)) << " " << Flag;
+  Values << Code << " " << DataID << " " << NoMore << " " << Number << " " << LossyAnsi(ViewOf(Text)) << " " << Flag;
   Tell(Values.str());
   EXPECT_EQ(First, Second);
   // The places of values that cannot be written back are left alone.

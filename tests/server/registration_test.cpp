@@ -11,7 +11,7 @@ std::string EntriesOf(const std::string& Key) {
   std::string Lines;
   for (const auto& [Path, Value] : RegistryTreeOf(ToWide(Key), HKEY_CLASSES_ROOT)) {
     const std::wstring Text(reinterpret_cast<const wchar_t*>(Value.Data.data()), Value.Data.size() / sizeof(wchar_t));
-    if (Value.Type >= 0) Lines += Key + "\\" + ToAnsi(Path) + "=" + ToAnsi(Text.c_str()) + "\n";
+    if (Value.Type >= 0) Lines += Key + "\\" + LossyAnsi(Path) + "=" + LossyAnsi(Text.c_str()) + "\n";
   }
   return Lines;
 }

@@ -52,7 +52,7 @@ std::string ClassName(const std::string& Id) {
   LPOLESTR Name = nullptr;
   if (FAILED(ProgIDFromCLSID(Guid(Id.c_str()), &Name))) return "";
   const TTaskMemory Memory(Name);
-  std::string Words = ToAnsi(Name);  // Mendwork.CLASS.VERSION
+  std::string Words = LossyAnsi(Name);  // Mendwork.CLASS.VERSION
   return Words.substr(0, Words.rfind('.')).substr(Words.find('.') + 1);
 }
 
@@ -126,6 +126,7 @@ std::string TStory::Plain(std::string Text) const {
   constexpr size_t GuidSize = 38;
   for (const DWORD Code : {2, 3, 5, 32, 112, 123, 126, 127, 183, 193, 234})
     Replace(Text, SystemText(Code), "<" + std::to_string(Code) + ">");
+  Replace(Text, "Updates\\Mendwork64", "Updates\\Mendwork");  // each build has a folder of its own
   Replace(Text, Root(), "R:");
   std::string Slashes = Root();
   std::replace(Slashes.begin(), Slashes.end(), '\\', '/');

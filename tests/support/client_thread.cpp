@@ -72,5 +72,5 @@ std::string TextOf(HWND Window) {
   // Not the ANSI message: between threads Wine converts with another code page than everywhere else.
   wchar_t Buffer[2048] = L"";
   SendMessageW(Window, WM_GETTEXT, std::size(Buffer), reinterpret_cast<LPARAM>(Buffer));
-  return ToAnsi(Buffer);
+  return LossyAnsi(Buffer);
 }

@@ -4,7 +4,7 @@
 #include "support/tree.h"
 
 HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long* Res) {
-  Boxes.push_back({ToAnsi(ViewOf(Text)), ToAnsi(ViewOf(Caption)), MsgType});
+  Boxes.push_back({LossyAnsi(ViewOf(Text)), LossyAnsi(ViewOf(Caption)), MsgType});
   if (OnBox) OnBox();
   *Res = IDCANCEL;
   if (!Answers.empty()) {
@@ -17,7 +17,7 @@ HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long*
 HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   if (LinesLeft == 0) return E_ACCESSDENIED;
   if (LinesLeft > 0) --LinesLeft;
-  Lines.push_back({Id, ToAnsi(ViewOf(Name)), ToAnsi(ViewOf(Action)), ToAnsi(ViewOf(Text))});
+  Lines.push_back({Id, LossyAnsi(ViewOf(Name)), LossyAnsi(ViewOf(Action)), LossyAnsi(ViewOf(Text))});
   return Result;
 }
 

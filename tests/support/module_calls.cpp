@@ -3,6 +3,7 @@
 #include "support/process.h"
 #include "support/tree.h"
 
+#include <aclapi.h>
 #include <shlwapi.h>
 
 #include <algorithm>
@@ -133,10 +134,13 @@ constexpr int AskedLate = 4;
 constexpr char Harmless[] =
     "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)Event\\w?|"
     "\\w+(CriticalSection|VectoredExceptionHandler|AffinityMask|ThreadContext|ThreadPriority|ErrorInfo|ErrorMode)|"
-    "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)A|"
+    "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)[AW]|"
+    "Compare(String|FileTime)\\w*|"
     "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
-    "GetActiveObject|GetHandleInformation|GetModuleFileNameA|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
-    "DisableThreadLibraryCalls|DuplicateHandle|LocalFree|OpenProcess|RaiseException|Sleep|WaitForMultipleObjects|__C_"
+    "GetActiveObject|GetHandleInformation|GetModuleFileNameW|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
+    "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|ConvertSidToStringSidA|DuplicateHandle|EqualSid|"
+    "GetTokenInformation|OpenProcessToken|LocalFree|OpenProcess|RaiseException|Sleep|"
+    "WaitForMultipleObjects|__C_"
     "specific_handler";
 
 }  // namespace
@@ -156,6 +160,9 @@ const std::vector<TModuleCall>& ModuleCalls() {
       ROW(GetFileAttributesA, All, Looks, Asked),
       ROW(SetFileAttributesA, FALSE, Changes, Asked),
       ROW(GetFileInformationByHandle, FALSE, Looks, NotAsked),
+      ROW(GetFileInformationByHandleEx, FALSE, Looks, NotAsked),
+      ROW(GetFinalPathNameByHandleW, 0, Looks, NotAsked),
+      STATUS(GetSecurityInfo, Looks, NotAsked),
       ROW(GetFileTime, FALSE, Looks, Asked),
       ROW(SetFileTime, FALSE, Changes, Asked),
       ROW(DeleteFileA, FALSE, Changes, AskedLate),
@@ -163,6 +170,16 @@ const std::vector<TModuleCall>& ModuleCalls() {
       ROW(CreateDirectoryA, FALSE, Changes, Asked),
       ROW(RemoveDirectoryA, FALSE, Changes, Asked),
       ROW(FindFirstFileA, All, Looks, Asked),
+      // How a search asks for the stored names; a walk holds its folders.
+      ROW(FindFirstFileW, All, Looks, Asked),
+      ROW(FindNextFileW, FALSE, Looks, Asked),
+      ROW(CreateFileW, All, Looks, Asked),
+      // The removal of listed folders, and registration.
+      ROW(DeleteFileW, FALSE, Changes, NotAsked),
+      ROW(RemoveDirectoryW, FALSE, Changes, NotAsked),
+      ROW(SetFileAttributesW, FALSE, Changes, NotAsked),
+      ROW(GetFileAttributesW, All, Looks, NotAsked),
+      STATUS(RegSetValueExW, Changes, NotAsked),
       ROW(FindNextFileA, FALSE, Looks, Asked),
       ROW(FindClose, FALSE, Looks, Asked),
       STATUS(RegCreateKeyExA, Changes, Asked),

@@ -27,7 +27,7 @@ TSandbox::~TSandbox() {
 
 std::string Take(TBstr& Result) {
   const TBstr Owned = std::move(Result);
-  return ToAnsi(ViewOf(Owned.Get()));
+  return LossyAnsi(ViewOf(Owned.Get()));
 }
 
 std::string ErrorText() {

@@ -28,7 +28,9 @@ class TSandbox {
   std::string Base(const std::string& Name = "") const { return Under(RootDir + "\\Base", Name); }
   /// The system's own folders.
   std::string Updates(const std::string& Name = "") const { return Under(Base("Updates"), Name); }
-  std::string Service(const std::string& Name = "") const { return Under(Updates("Mendwork"), Name); }
+  std::string Service(const std::string& Name = "") const {
+    return Under(Updates(sizeof(void*) == 8 ? "Mendwork64" : "Mendwork"), Name);
+  }
 
   TScriptedDialog& Dialog() { return *DialogDouble; }
   /// The lines that went to the debug-log double.

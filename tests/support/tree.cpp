@@ -1,7 +1,10 @@
 #include "support/tree.h"
 
 #include "base/file_time.h"
+#include "base/folder_content.h"
 #include "base/text.h"
+
+#include <vector>
 
 namespace {
 
@@ -49,7 +52,7 @@ std::string Differing(const TRegistryEntry& Before, const TRegistryEntry& After)
 }
 
 std::string Shown(const std::string& Name) { return Name; }
-std::string Shown(const std::wstring& Name) { return ToAnsi(Name); }
+std::string Shown(const std::wstring& Name) { return LossyAnsi(Name); }
 
 template <class TAnyTree>
 std::string DifferenceOf(const TAnyTree& Before, const TAnyTree& After) {
@@ -149,12 +152,15 @@ void MakeFolders(const std::string& Path) {
   }
 }
 
-void RemoveTree(const std::string& Folder) {
-  SetFileAttributesA(Folder.c_str(), FILE_ATTRIBUTE_NORMAL);
-  if (DeleteFileA(Folder.c_str())) return;
-  ForEach(Folder, [&](const std::string& Name, const WIN32_FIND_DATAA&) { RemoveTree(Folder + "\\" + Name); });
-  RemoveDirectoryA(Folder.c_str());
+static void RemoveTree(const std::wstring& Folder) {
+  std::vector<TFolderEntry> Found;
+  SetFileAttributesW(Folder.c_str(), FILE_ATTRIBUTE_NORMAL);
+  if (DeleteFileW(Folder.c_str())) return;
+  ListFolder(Folder + L"\\*", Found);
+  for (const TFolderEntry& Entry : Found) RemoveTree(Folder + L"\\" + Entry.Name);
+  RemoveDirectoryW(Folder.c_str());
 }
+void RemoveTree(const std::string& Folder) { RemoveTree(L"\\\\?\\" + ToWide(Folder)); }
 
 void SetTimes(const std::string& Path, uint64_t LastAccess, uint64_t LastWrite) {
   const TFileHandle File = Open(Path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING);
@@ -169,7 +175,7 @@ void StoreValue(const std::wstring& KeyName, const std::wstring& Name, DWORD Typ
   const std::string Guarded = Data + "\xFF\xFF";
   const LSTATUS Status = RegSetValueExW(Key.Get(), Name.c_str(), 0, Type, reinterpret_cast<const BYTE*>(Guarded.data()),
                                         static_cast<DWORD>(Data.size()));
-  Must(Status == ERROR_SUCCESS, "cannot store the value " + ToAnsi(Name));
+  Must(Status == ERROR_SUCCESS, "cannot store the value " + LossyAnsi(Name));
 }
 
 std::string WideBytes(std::wstring_view Text) {

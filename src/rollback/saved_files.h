@@ -1,0 +1,18 @@
+#pragma once
+
+#include "base/windows_api.h"
+
+#include <optional>
+#include <set>
+#include <string>
+
+/// What a file set of the backup store holds, so that a change can keep to it. Read without lines; the user is asked
+/// about what fails.
+
+/// The names of the files that were saved, and of the folders that come back when they are missing, subfolders' sets
+/// included; nothing when the store has no such item, as with a backup object that keeps its items elsewhere. Fails
+/// when an item cannot be read.
+std::optional<std::set<std::string>> SavedNames(const GUID& DataID);
+
+/// Whether the set holds a file of its own folder; also when the store has no such item.
+bool HasSavedFile(const GUID& DataID);
