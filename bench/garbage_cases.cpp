@@ -1,5 +1,7 @@
 // The removal of what the garbage lists hold.
 
+#include "base/folder_content.h"
+#include "base/text.h"
 #include "bench.h"
 #include "retry/folder_walk.h"
 
@@ -31,6 +33,9 @@ void RemoveBare(const std::string& Folder) {
   WIN32_FIND_DATAA Entry;
   Require(GetFileAttributesA(Folder.c_str()) != INVALID_FILE_ATTRIBUTES, "GetFileAttributes");
   {
+    const TFileHandle Held(HoldFolder(ToWide(Folder)));
+    BY_HANDLE_FILE_INFORMATION Facts;
+    GetFileInformationByHandle(Held.Get(), &Facts);
     const TFindHandle Search(FindFirstFileA((Folder + "\\*.*").c_str(), &Entry));
     do {
       if (Entry.cFileName[0] == '.') continue;

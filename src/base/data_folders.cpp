@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/file_content.h"
 #include "base/handles.h"
+#include "base/paths.h"
 #include "base/system_error.h"
 #include "base/text.h"
 
@@ -18,11 +19,12 @@ constexpr char BaseKeyName[] = "Software\\Orvane\\Core";
 std::string UpdatesDir;
 std::string ServiceDir;
 /// The service folder and the log folder, and where they really are; asked for once.
-struct TOwnFolder {
+struct TPlace {
   std::string Name;
-  std::wstring Place;
+  std::wstring Path;                 ///< see FinalPath
+  BY_HANDLE_FILE_INFORMATION Facts;  ///< see FactsOf
 };
-std::vector<TOwnFolder> OwnFolders;
+std::vector<TPlace> OwnFolders;
 
 // Programs of both kinds may update one application.
 constexpr const char* ServiceName = sizeof(void*) == 8 ? "\\Mendwork64" : "\\Mendwork";
@@ -89,28 +91,46 @@ std::wstring WithEnd(const std::wstring& Place) { return Place.ends_with(L'\\') 
 
 /// Whether a place is a folder or lies in it.
 bool LiesIn(const std::wstring& Place, const std::wstring& Folder) {
+  if (Place.empty() || Folder.empty()) return false;
   const std::wstring Whole = WithEnd(Place), Begin = WithEnd(Folder);
   return Whole.size() >= Begin.size() &&
          CompareStringOrdinal(Whole.data(), static_cast<int>(Begin.size()), Begin.data(),
                               static_cast<int>(Begin.size()), TRUE) == CSTR_EQUAL;
 }
 
-TOwnFolder OwnFolder(const std::string& Name) {
+TPlace PlaceOf(const std::string& Name) {
   const TFileHandle Open(OpenToAsk(Name));
-  return {Name, Open ? FinalPath(Open.Get()) : L""};
+  return {Name, Open ? FinalPath(Open.Get()) : L"", FactsOf(Open.Get())};
+}
+
+/// The same by the files' own numbers, for a place whose path tells nothing, such as a share that leads back to this
+/// machine.
+bool LiesInByNumber(const TPlace& Place, const TPlace& Folder) {
+  std::string Name = Place.Name;
+  while (!AreOneFile(PlaceOf(Name).Facts, Folder.Facts)) {
+    const std::string Above = FolderPart(Name);
+    if (IsRoot(Name) || Above.size() >= Name.size()) return false;
+    Name = Above;
+  }
+  return true;
+}
+
+bool LiesIn(const TPlace& Place, const TPlace& Folder) {
+  constexpr wchar_t Network[] = L"\\Device\\Mup\\";
+  if (LiesIn(Place.Path, Folder.Path)) return true;
+  const bool Comparable = !Place.Path.empty() && !Folder.Path.empty() &&
+                          Place.Path.starts_with(Network) == Folder.Path.starts_with(Network);
+  return !Comparable && LiesInByNumber(Place, Folder);
 }
 
 }  // namespace
 
-void RequireOutsideOwnFolders(const std::string& Mask, HANDLE Folder, bool Recursive) {
+void RequireOutsideOwnFolders(const std::string& Mask, bool Recursive) {
   if (!PrepareDataFolders()) return;  // there are none
-  if (OwnFolders.empty()) OwnFolders = {OwnFolder(GetServiceDir()), OwnFolder(GetUpdatesDir() + "\\Log")};
-  const std::wstring Place = FinalPath(Folder);
-  for (const TOwnFolder& Own : OwnFolders) {
-    const bool Known = !Place.empty() && !Own.Place.empty();
-    if (Known && (LiesIn(Place, Own.Place) || (Recursive && LiesIn(Own.Place, Place))))
-      Refuse(MsgOwnFolder, ToWide(Mask), ToWide(Own.Name));
-  }
+  if (OwnFolders.empty()) OwnFolders = {PlaceOf(GetServiceDir()), PlaceOf(GetUpdatesDir() + "\\Log")};
+  const TPlace Folder = PlaceOf(FolderPart(Mask));
+  for (const TPlace& Own : OwnFolders)
+    if (LiesIn(Folder, Own) || (Recursive && LiesIn(Own, Folder))) Refuse(MsgOwnFolder, ToWide(Mask), ToWide(Own.Name));
 }
 
 bool PrepareDataFolders() noexcept {

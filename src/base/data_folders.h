@@ -20,9 +20,9 @@ std::string GetServiceDir();
 /// The uninstall folder (base folder + "\Uninstall"), read afresh on every call and not created.
 std::string GetUninstallDir();
 
-/// Fails with E_INVALIDARG when a mask would reach the service folder or the log folder: when its own folder, which is
-/// open, is or lies in one of them, or, `Recursive`, holds one. The change could not be undone any more.
-void RequireOutsideOwnFolders(const std::string& Mask, HANDLE Folder, bool Recursive);
+/// Fails with E_INVALIDARG when a mask would reach the service folder or the log folder: when its own folder, under
+/// whatever name, is or lies in one of them, or, `Recursive`, holds one. The change could not be undone any more.
+void RequireOutsideOwnFolders(const std::string& Mask, bool Recursive);
 
 /// Fills the caches while an object starts. A missing base folder is no failure yet: creating an object loses the text
 /// of a failure on its way to a script, so the first call that needs a folder tells it. Gives whether the folders are

@@ -11,11 +11,11 @@ namespace {
 
 bool IsElevated() {
   TKernelHandle Token;
-  TOKEN_ELEVATION_TYPE Kind = TokenElevationTypeDefault;
+  TOKEN_ELEVATION Elevation{};
   DWORD Size = 0;
   return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, Token.Out()) &&
-         GetTokenInformation(Token.Get(), TokenElevationType, &Kind, sizeof Kind, &Size) &&
-         Kind == TokenElevationTypeFull;
+         GetTokenInformation(Token.Get(), TokenElevation, &Elevation, sizeof Elevation, &Size) &&
+         Elevation.TokenIsElevated;
 }
 
 /// The owner of an open file or folder.
@@ -60,9 +60,12 @@ void RequireFolderOfAdministrators(const std::string& Folder) {
   const std::wstring Wide = ToWide(Folder);
   const TFileHandle Open(CreateFileW(Wide.c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  const bool Hidden = !Open && GetLastError() == ERROR_ACCESS_DENIED;
   const TOwner Owner(Open.Get());
-  const bool Trusted = !Owner.Sid || IsWellKnownSid(Owner.Sid, WinBuiltinAdministratorsSid) ||
-                       IsWellKnownSid(Owner.Sid, WinLocalSystemSid) || IsWindowsInstaller(Owner.Sid) ||
-                       OwnsWhatWeMake(Owner.Sid, Wide);
+  const bool Known = Owner.Sid != nullptr;
+  const bool Trusted = !Known ? !Hidden
+                              : IsWellKnownSid(Owner.Sid, WinBuiltinAdministratorsSid) ||
+                                    IsWellKnownSid(Owner.Sid, WinLocalSystemSid) || IsWindowsInstaller(Owner.Sid) ||
+                                    OwnsWhatWeMake(Owner.Sid, Wide);
   if (!Trusted) throw EFailure(E_ACCESSDENIED, FormatWideMessage(MsgFolderOfOthers, Wide));
 }

@@ -44,6 +44,8 @@ std::optional<std::string> ExactAnsi(std::wstring_view Text) {
   return Result;
 }
 
+bool IsInCodePage(std::string_view Ansi) { return LossyAnsi(ToWide(Ansi)) == Ansi; }
+
 std::wstring ToWide(std::string_view Ansi) {
   if (Ansi.empty()) return {};
   const int Length = SizeOf(Ansi.size());

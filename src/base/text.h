@@ -17,6 +17,9 @@ TBstr MakeBstr(std::wstring_view Text);
 /// others.
 std::optional<std::string> ExactAnsi(std::wstring_view Text);
 
+/// Whether these are characters of the ANSI code page: what was kept under another one may hold bytes that are none.
+bool IsInCodePage(std::string_view Ansi);
+
 /// Converts to the ANSI code page what is only shown or told: characters that it lacks become its replacement character
 /// or one that looks alike. Never for a name that is acted on.
 std::string LossyAnsi(std::wstring_view Text);

@@ -41,6 +41,15 @@ TFileFacts CopyFactsOf(const std::string& Name) {
   return Facts;
 }
 
+/// The begin of a final path that one volume has in common; of a share it has the server and the share, too, under
+/// which it is known.
+std::wstring_view VolumeOf(std::wstring_view Path) {
+  size_t End = 0;
+  for (int Left = Path.starts_with(L"\\Device\\Mup\\") ? 4 : 2; Left > 0 && End != Path.npos; --Left)
+    End = Path.find(L'\\', End + 1);
+  return Path.substr(0, End);
+}
+
 /// Whether two names stand for one file. Under the same name clearing the way would delete the source, and that is
 /// refused; under two (hard links), only the one name goes. A plain test before the change; it shows and logs nothing.
 bool AreNamesOfOneFile(const std::string& Source, const std::string& Dest) {
@@ -48,7 +57,7 @@ bool AreNamesOfOneFile(const std::string& Source, const std::string& Dest) {
   const BY_HANDLE_FILE_INFORMATION Facts = FactsOf(Left.Get());
   if (!AreOneFile(Facts, FactsOf(Right.Get()))) return false;
   const std::wstring Here = FinalPath(Left.Get()), There = FinalPath(Right.Get());
-  const bool HardLinks = Facts.nNumberOfLinks > 1 && !Here.empty() && !There.empty() &&
+  const bool HardLinks = Facts.nNumberOfLinks > 1 && !Here.empty() && VolumeOf(Here) == VolumeOf(There) &&
                          CompareStringOrdinal(Here.c_str(), -1, There.c_str(), -1, TRUE) != CSTR_EQUAL;
   if (!HardLinks) Refuse(MsgCopyOntoItself, ToWide(Source));
   return true;
@@ -108,8 +117,7 @@ void TUFile::TDeletion::Leave(const std::string& Folder, const std::vector<TUnna
 }
 
 void TUFile::DeleteMatching(const std::string& Mask, TDeletion& Deletion) const {
-  if (const THeldFolder Held(FolderPart(Mask)); Held)
-    RequireOutsideOwnFolders(Mask, Held.Get(), Deletion.Flags.RecurseSubDir != VARIANT_FALSE);
+  RequireOutsideOwnFolders(Mask, Deletion.Flags.RecurseSubDir != VARIANT_FALSE);
   DeleteSomeFiles(Mask, Deletion, false);
   if (Deletion.Flags.DeleteUpperDir) DeleteEmptyDirectory(FolderPart(Mask));
   if (!Deletion.Left.empty())
@@ -121,7 +129,7 @@ void TUFile::DeleteSomeFiles(const std::string& Mask, TDeletion& Deletion, bool 
   Routine("DeleteSomeFiles", {Mask, Deletion.Flags.RecurseSubDir, Deletion.Flags.DeleteEmptyDir}, [&](TRoutine& Lines) {
     const std::string Folder = WithBackslash(FolderPart(Mask));
     const THeldFolder Held(FolderPart(Mask));
-    if (Subfolder && Held.IsLink()) return;  // it was none when it was found
+    if (Subfolder && !Held.IsFolder()) return;  // it was one when it was found
     const std::vector<TUnnamed> Unnamed = ForEachEntry(Mask, [&](const WIN32_FIND_DATAA& Entry) {
       const std::string Name = Folder + Entry.cFileName;
       if (IsFolder(Entry)) return;

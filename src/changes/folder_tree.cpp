@@ -16,10 +16,7 @@ std::wstring SearchPrefix(const std::wstring& Folder) {
 bool IsBareDrive(const std::wstring& Folder) { return Folder.size() == 2 && Folder[1] == L':'; }
 
 /// A drive is no link, whatever it is made of.
-bool IsLinkedFolder(const std::wstring& Folder) {
-  const bool Drive = Folder.size() == 1 || (Folder.size() <= 3 && Folder[1] == L':');
-  return !Drive && IsLink(Folder);
-}
+bool IsDrive(const std::wstring& Folder) { return Folder.size() == 1 || (Folder.size() <= 3 && Folder[1] == L':'); }
 
 bool IsSkipped(const TFolderEntry& Entry) {
   return Entry.Name[0] == L'.' || Entry.Attributes == VolumeLabel ||
@@ -49,7 +46,7 @@ bool DeleteEntries(const std::wstring& Folder, bool RemoveFolder) {
 bool DeleteFolderTree(const std::wstring& Folder, bool RemoveFolder) {
   const DWORD Attributes = GetFileAttributesW(Folder.c_str());
   if (Attributes == INVALID_FILE_ATTRIBUTES || !(Attributes & FILE_ATTRIBUTE_DIRECTORY)) return false;
-  if (IsLinkedFolder(Folder)) return false;
+  if ((Attributes & FILE_ATTRIBUTE_REPARSE_POINT) && !IsDrive(Folder) && IsLink(Folder)) return false;
   const bool All = DeleteEntries(Folder, RemoveFolder);
   if (!All || !RemoveFolder || IsBareDrive(Folder)) return All;
   return RemoveDirectoryW(Folder.c_str()) != FALSE;

@@ -7,26 +7,6 @@
 
 #include <vector>
 
-namespace {
-
-/// FileExistsByFind, with what the search tells; only the attributes when it told nothing.
-bool FindEntry(const std::string& FileName, WIN32_FIND_DATAA& Entry) {
-  NextCallId();
-  TSearch Search{FileName, TFindHandle(FindFirstFileA(FileName.c_str(), &Entry))};
-  if (!Search) {
-    if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
-    // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
-    // they undo that, so a file that is there must not be missed.
-    Entry = {};
-    Entry.dwFileAttributes = GetFileAttributesA(FileName.c_str());
-    return Entry.dwFileAttributes != INVALID_FILE_ATTRIBUTES && !(Entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY);
-  }
-  RetryFindClose(Search);
-  return true;
-}
-
-}  // namespace
-
 DWORD RetryGetFileAttributes(const std::string& FileName) {
   DWORD Attr = 0;
   TRetryCall Call(Standard, "RetryGetFileAttributes", FileName);
@@ -182,26 +162,29 @@ void RetrySetFilePointer(const TOpenFile& File, LONG Distance, DWORD Method) {
 void RetryDeleteFile(const std::string& FileName) {
   constexpr DWORD GoneCheckMilliseconds = 1;
   bool Deleted = false;
-  WIN32_FIND_DATAA Before{}, Now{};
+  BY_HANDLE_FILE_INFORMATION Before{};
+  const auto FactsNow = [&] { return FactsOf(TFileHandle(OpenToAsk(FileName, FILE_FLAG_OPEN_REPARSE_POINT)).Get()); };
   TRetryCall Call(Patient, "RetryDeleteFile", FileName);
   Call.Until(
       [&] {
-        if (!FindEntry(FileName, Before)) return TOutcome{true};
+        if (!FileExistsByFind(FileName)) return TOutcome{true};
+        Before = FactsNow();
         RetrySetFileAttributes(FileName, FILE_ATTRIBUTE_NORMAL);
         const TOutcome Outcome = ByLastError(DeleteFileA(FileName.c_str()));
-        if (!Outcome.Ok) SetFileAttributesA(FileName.c_str(), Before.dwFileAttributes);
+        if (!Outcome.Ok && Before.dwFileAttributes) SetFileAttributesA(FileName.c_str(), Before.dwFileAttributes);
         Deleted = Deleted || Outcome.Ok;
         return Outcome;
       },
       MsgCannotDelete, FileName);
   // A file that somebody still has open goes when he closes it; until then its name cannot be used again, and Windows
-  // opens the file for nobody. What can be opened is a new file, or, where Wine opens it after all, the same one.
-  const auto IsNew = [&] {
-    const bool Same = Before.nFileSizeLow == Now.nFileSizeLow && Before.nFileSizeHigh == Now.nFileSizeHigh &&
+  // opens the file for nobody. What can be opened is a new file, or, where Wine opens it after all, the same one; a new
+  // one may have got the old one's number there.
+  const auto IsNew = [&](const BY_HANDLE_FILE_INFORMATION& Now) {
+    const bool Same = AreOneFile(Before, Now) && Before.nFileSizeLow == Now.nFileSizeLow &&
                       CompareFileTime(&Before.ftLastWriteTime, &Now.ftLastWriteTime) == 0;
-    return !Same && TFileHandle(OpenToAsk(FileName, FILE_FLAG_OPEN_REPARSE_POINT));
+    return Now.dwFileAttributes && !Same;
   };
-  while (Deleted && FindEntry(FileName, Now) && !IsNew()) {
+  while (Deleted && FileExistsByFind(FileName) && !IsNew(FactsNow())) {
     Call.Line(L"RetryDeleteWait", L"RetryDeleteWait");
     Sleep(GoneCheckMilliseconds);
   }
@@ -220,7 +203,17 @@ void RetrySetEndOfFile(const TOpenFile& File) {
 
 bool FileExistsByFind(const std::string& FileName) {
   WIN32_FIND_DATAA Entry;
-  return FindEntry(FileName, Entry);
+  NextCallId();
+  TSearch Search{FileName, TFindHandle(FindFirstFileA(FileName.c_str(), &Entry))};
+  if (!Search) {
+    if (GetLastError() == ERROR_FILE_NOT_FOUND) return false;
+    // The search failed for a reason of its own. Callers take "no" as leave to create the file, and to delete it when
+    // they undo that, so a file that is there must not be missed.
+    const DWORD Attributes = GetFileAttributesA(FileName.c_str());
+    return Attributes != INVALID_FILE_ATTRIBUTES && !(Attributes & FILE_ATTRIBUTE_DIRECTORY);
+  }
+  RetryFindClose(Search);
+  return true;
 }
 
 bool IsMissing(const std::string& Name) {

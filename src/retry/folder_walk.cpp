@@ -27,19 +27,31 @@ TFoundNames::TFoundNames(const std::string& Mask) {
             return Answered(ListFolder(WideMask, Found));
           },
           MsgCannotStartSearch, Mask);
+  const bool Literal = Mask.starts_with("\\\\?\\");
+  bool TooLong = false;
   for (TFolderEntry& Entry : Found) {
     std::optional<std::string> Name = ExactAnsi(Entry.Name);
-    if (Name && Name->size() < MAX_PATH && IsPlainName(*Name))
+    // Of a name that ends so the system would take the end away, and reach another file.
+    const bool Stripped = !Literal && (Entry.Name.back() == L'.' || Entry.Name.back() == L' ');
+    TooLong = TooLong || (Name && Name->size() >= MAX_PATH);
+    if (Name && Name->size() < MAX_PATH && IsPlainName(*Name) && !Stripped) {
+      WIN32_FIND_DATAA& Told = Instead.emplace_back();
+      Told.dwFileAttributes = Entry.Attributes;
+      Told.dwReserved0 = Entry.ReparseTag;
+      Name->copy(Told.cFileName, Name->size());
       Names.insert(std::move(*Name));
-    else
+    } else {
       Unnamed.push_back({std::move(Entry.Name), ::IsFolder(Entry)});
+    }
   }
+  if (!TooLong) Instead.clear();
 }
 
 bool IsLink(const WIN32_FIND_DATAA& Entry) { return IsLink(Entry.dwFileAttributes, Entry.dwReserved0); }
 
 THeldFolder::THeldFolder(const std::string& Folder) {
-  const std::wstring Wide = ToWide(Folder);
+  // Without its backslash the root of a literal path is a device.
+  const std::wstring Wide = ToWide(IsRoot(Folder) ? WithBackslash(Folder) : Folder);
   TRetryCall(Unnumbered)
       .Until(
           [&] {
@@ -49,4 +61,4 @@ THeldFolder::THeldFolder(const std::string& Folder) {
           MsgCannotStartSearch, Folder);
 }
 
-bool THeldFolder::IsLink() const { return Handle && ::IsLink(Handle.Get()); }
+bool THeldFolder::IsFolder() const { return Handle && !IsLink(Handle.Get()); }

@@ -25,6 +25,8 @@ class TFoundNames {
   bool IsEmpty() const { return Names.empty() && Unnamed.empty(); }
 
   std::vector<TUnnamed> Unnamed;
+  /// What the search for ANSI names would find, when that ends at a name which is too long for it; else empty.
+  std::vector<WIN32_FIND_DATAA> Instead;
 
  private:
   std::set<std::string> Names;
@@ -35,6 +37,8 @@ class TFoundNames {
 template <class TAction>
 std::vector<TUnnamed> ForEachEntry(const std::string& Mask, TAction Action) {
   TFoundNames Found(Mask);
+  for (const WIN32_FIND_DATAA& Entry : Found.Instead) Action(Entry);
+  if (!Found.Instead.empty()) return std::move(Found.Unnamed);
   WIN32_FIND_DATAA Entry;
   bool Ended = false;
   TSearch Search = RetryFindFirstFile(Mask, Entry, Ended);
@@ -56,9 +60,8 @@ class THeldFolder {
   /// Opens it through the retry layer, with the message of a search that cannot start. One that is missing is no
   /// failure, and is not held.
   explicit THeldFolder(const std::string& Folder);
-  HANDLE Get() const { return Handle.Get(); }
-  explicit operator bool() const { return static_cast<bool>(Handle); }
-  bool IsLink() const;
+  /// False when it is missing, or a link.
+  bool IsFolder() const;
 
  private:
   TFileHandle Handle;

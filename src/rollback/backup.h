@@ -34,7 +34,8 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
 
   /// Saves the files that the mask finds, as one file set; see file_backup.cpp. Fails with E_INVALIDARG for a mask that
   /// is no full name, or reaches the system's own folders; with 0x80040659 when it finds what the code page has no name
-  /// for, with 0x80040981 when it finds a link to a file. Links to folders are neither entered nor saved.
+  /// for, with 0x80040981 when it finds a link to a file. Links to folders are neither entered nor
+  /// saved, but for a folder that the mask itself names.
   STDMETHOD(BackupFiles)
   (BSTR FileNameMask, VARIANT_BOOL RecurseSubDir, VARIANT_BOOL DirNames, VARIANT_BOOL UpperDirName,
    GUID* DataID) override;

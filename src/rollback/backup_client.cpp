@@ -26,6 +26,9 @@ std::string TBackupClient::LoadString(const GUID& DataID) const {
 std::string TBackupClient::LoadFileName(const GUID& DataID) const {
   std::string Name = LoadString(DataID);
   if (Name.find('\0') != std::string::npos) Refuse(MsgNameWithNul, ToWide(Name.c_str()));
+  // What stands for bytes that are no characters of this code page.
+  constexpr wchar_t Replacement = 0xFFFD;
+  if (ToWide(Name).find(Replacement) != std::wstring::npos) Refuse(MsgNotInCodePage, ToWide(Name));
   return Name;
 }
 

@@ -50,7 +50,8 @@ std::vector<THeldFolder> HoldFolders(const std::string& Path, size_t Depth) {
             },
             MsgLinkInTheWay, Path);
     Held.emplace_back(Name);
-    if (Held.back().IsLink()) FailureStep(ERROR_CANT_RESOLVE_FILENAME, FormatMessageText(MsgLinkInTheWay, Path));
+    if (!Held.back().IsFolder() && !IsMissing(Name))
+      FailureStep(ERROR_CANT_RESOLVE_FILENAME, FormatMessageText(MsgLinkInTheWay, Path));
   }
   return Held;
 }
@@ -101,8 +102,8 @@ GUID TUBackup::SaveFiles(const std::string& Mask, const TFileSetFlags& Flags, bo
     TFileSetItem Set;
     const std::string Folder = FolderPart(Mask);
     const THeldFolder Held(Folder);
-    if (Subfolder && Held.IsLink()) return SaveItem(Set, Folder);  // it was none when it was found
-    if (Held && !Subfolder) RequireOutsideOwnFolders(Mask, Held.Get(), Flags.RecurseSubDir != VARIANT_FALSE);
+    if (Subfolder && !Held.IsFolder()) return SaveItem(Set, Folder);  // it was one when it was found
+    if (!Subfolder) RequireOutsideOwnFolders(Mask, Flags.RecurseSubDir != VARIANT_FALSE);
     for (const std::string& Name : ListEntries(Mask, false))
       Set.Files.push_back(BytesOf(SaveFile(WithBackslash(Folder) + Name)));
     // A folder that is not there must not come back.
@@ -152,11 +153,14 @@ void TUBackup::LoadFiles(const GUID& DataID, std::vector<GUID> Ancestors) const 
     // The set has been read; closed before its parts are opened, so that a deep tree does not use up the handles.
     Item.Close();
     Ancestors.push_back(DataID);
+    const size_t Depth = Ancestors.size() - 1;
     for (const TGuidBytes& Folder : Set.Folders) {
       const std::string Name = LoadString(GuidOf(Folder));
+      const std::vector<THeldFolder> Held = HoldFolders(Name, Depth);
+      if (!IsInCodePage(Name)) FailWithBox(Use<IUDialog>(), MsgInternalError6);
       if (!IsRoot(Name)) RetryCreateDirectory(Name);
     }
-    for (const TGuidBytes& File : Set.Files) LoadFile(GuidOf(File), Ancestors.size() - 1);
+    for (const TGuidBytes& File : Set.Files) LoadFile(GuidOf(File), Depth);
     for (const TGuidBytes& Subset : Set.Subsets) LoadFiles(GuidOf(Subset), Ancestors);
   });
 }
@@ -166,7 +170,7 @@ void TUBackup::LoadFile(const GUID& DataID, size_t Depth) const {
     TSingleFileItem Header;
     TStoredItem Item(DataID);
     Lines.EndsWith({DataID});
-    if (!Item.ReadFields(Header) || !ExactAnsi(ToWide(Header.Path))) FailWithBox(Use<IUDialog>(), MsgInternalError4);
+    if (!Item.ReadFields(Header) || !IsInCodePage(Header.Path)) FailWithBox(Use<IUDialog>(), MsgInternalError4);
     const std::string& Path = Header.Path;
     const TFileTimes Times{FileTimeOf(Header.Creation), FileTimeOf(Header.LastAccess), FileTimeOf(Header.LastWrite)};
     const std::vector<THeldFolder> Held = HoldFolders(Path, Depth);

@@ -77,6 +77,7 @@ HRESULT TUBackup::RestoreRegKeyValue(GUID DataID) {
 void TUBackup::LoadValue(const GUID& DataID) const {
   Routine("RestoreRegKeyValue", {DataID}, [&](TRoutine& Lines) {
     auto Value = LoadItem<TRegistryValueItem>(DataID, Use<IUDialog>(), MsgInternalError3);
+    if (!IsInCodePage(Value.KeyName) || !IsInCodePage(Value.Name)) FailWithBox(Use<IUDialog>(), MsgInternalError3);
     const DWORD Size = static_cast<DWORD>(Value.Data.size());
     // The system adds a terminator to a string without one when the byte behind it happens to be zero. It must not: the
     // value comes back as it was.
@@ -133,6 +134,7 @@ void TUBackup::CheckKey(const GUID& DataID, std::set<TGuidBytes>& Seen) const {
   constexpr bool Quiet = true;
   if (!Seen.insert(BytesOf(DataID)).second) FailWithBox(Use<IUDialog>(), MsgInternalError4);
   const auto Saved = LoadItem<TRegistryKeyItem>(DataID, Use<IUDialog>(), MsgInternalError4, Quiet);
+  if (!IsInCodePage(Saved.KeyName)) FailWithBox(Use<IUDialog>(), MsgInternalError4);
   for (const TGuidBytes& Value : Saved.Values)
     LoadItem<TRegistryValueItem>(GuidOf(Value), Use<IUDialog>(), MsgInternalError3, Quiet);
   for (const TGuidBytes& Subkey : Saved.Subkeys) CheckKey(GuidOf(Subkey), Seen);

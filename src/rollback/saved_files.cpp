@@ -8,6 +8,7 @@
 #include "retry/engine.h"
 #include "retry/file_wrappers.h"
 #include "rollback/backup_store.h"
+#include "server/interfaces.h"
 
 namespace {
 
@@ -50,6 +51,13 @@ TFields FieldsOf(TQuietItem& Item) {
   return Fields;
 }
 
+/// A backup object that somebody has registered as the active one need not use the store. An item of our own that is
+/// not there any more (a virus scanner takes such files) is a failure.
+bool IsKeptElsewhere(const GUID& DataID) {
+  TComRef<IUnknown> Active;
+  return IsMissing(ItemPath(DataID)) && SUCCEEDED(GetActiveObject(CLSID_UBackup, nullptr, Active.Out()));
+}
+
 void Collect(const GUID& DataID, std::set<std::string>& Names) {
   TQuietItem SetItem(DataID);
   const auto Set = FieldsOf<TFileSetItem>(SetItem);
@@ -70,14 +78,14 @@ void Collect(const GUID& DataID, std::set<std::string>& Names) {
 }  // namespace
 
 std::optional<std::set<std::string>> SavedNames(const GUID& DataID) {
-  if (IsMissing(ItemPath(DataID))) return std::nullopt;
+  if (IsKeptElsewhere(DataID)) return std::nullopt;
   std::set<std::string> Names;
   Collect(DataID, Names);
   return Names;
 }
 
 bool HasSavedFile(const GUID& DataID) {
-  if (IsMissing(ItemPath(DataID))) return true;
+  if (IsKeptElsewhere(DataID)) return true;
   TQuietItem Item(DataID);
   return !FieldsOf<TFileSetItem>(Item).Files.empty();
 }

@@ -10,9 +10,9 @@
 /// about what fails.
 
 /// The names of the files that were saved, and of the folders that come back when they are missing, subfolders' sets
-/// included; nothing when the store has no such item, as with a backup object that keeps its items elsewhere. Fails
-/// when an item cannot be read.
+/// included; nothing when an active backup object of somebody else keeps its items elsewhere. Fails when an item cannot
+/// be read.
 std::optional<std::set<std::string>> SavedNames(const GUID& DataID);
 
-/// Whether the set holds a file of its own folder; also when the store has no such item.
+/// Whether the set holds a file of its own folder; also when it is kept elsewhere.
 bool HasSavedFile(const GUID& DataID);

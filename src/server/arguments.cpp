@@ -50,7 +50,7 @@ std::string MaskArgument(BSTR Mask) {
 std::string FileNameArgument(BSTR Name) {
   std::string Result = MaskArgument(Name);
   const size_t Names = Result.starts_with(LiteralPrefix) ? LiteralPrefix.size() : 0;
-  if (Result.find_first_of("*?", Names) != std::string::npos) Refuse(MsgNameWithWildcard, ToWide(Result));
+  if (Result.find_first_of("*?<>\"", Names) != std::string::npos) Refuse(MsgNameWithWildcard, ToWide(Result));
   return Result;
 }
 

@@ -16,7 +16,8 @@ std::string TextArgument(BSTR Text);
 /// become backslashes, as the system reads them; behind `\\?\`, where it does not, a name with one fails.
 std::string MaskArgument(BSTR Mask);
 
-/// The same for the name of one file: a wildcard in it fails as well, since it is no name when the file is looked for.
+/// The same for the name of one file: a wildcard in it fails as well, since it is no name when the file is looked for;
+/// for the system `<`, `>` and `"` are wildcards, too.
 std::string FileNameArgument(BSTR Name);
 
 /// A registry key that a caller named by one of the predefined roots (0x80000000 to 0x80000005) and its path below it.

@@ -80,7 +80,7 @@ const struct TRow {
             {"FindClose", 5, 2, Delete},
             {"FindFirstFileW", 5, 0, Delete},
             {"FindNextFileW", 112, 0, Delete},
-            {"CreateFileW", 32, 1, Delete},
+            {"CreateFileW", 32, 0, Delete},
             {"CreateFileA", 32, 0, Copy},
             {"CreateFileA", 183, 1, Copy},
             {"CreateFileA", NoText, 2, Put},  // before it, the log's copy is read and written
