@@ -44,8 +44,7 @@ TPreparedChange TURegistry::ChangeOf(const TValuePlace& Place,
 TPreparedChange TURegistry::WriteOf(const TValuePlace& Place, DWORD Type, std::string Data) const {
   return ChangeOf(Place, [Type, Data = std::move(Data)](const TValuePlace& To) {
     // Closed by its owner, plainly: the value is written by then, and a failing close would only confuse.
-    const TOpenKey Key = RetryRegCreateKeyEx(To.Key, KEY_ALL_ACCESS);
-    RetryRegSetValueEx(Key, To.Name, Data.data(), static_cast<DWORD>(Data.size()), Type);
+    RetryWriteValue(To, Data.data(), static_cast<DWORD>(Data.size()), Type);
   });
 }
 

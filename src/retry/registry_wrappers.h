@@ -4,6 +4,7 @@
 #include "base/registry_place.h"
 #include "base/windows_api.h"
 
+#include <optional>
 #include <string>
 
 /// The retry layer's wrappers for the registry, in the engine's status-code form: the error is what the registry
@@ -17,7 +18,7 @@ using TOpenKey = TNamed<TRegistryKey>;
 bool RetryRegKeyExists(const TKeyPlace& Place);
 bool RetryRegKeyValueExists(const TValuePlace& Place);
 
-/// Creates every missing part of the path.
+/// Creates every missing part of the path; below a volatile key, which takes no other, as a volatile key.
 TOpenKey RetryRegCreateKeyEx(const TKeyPlace& Place, DWORD Access);
 TOpenKey RetryRegOpenKeyEx(const TKeyPlace& Place, DWORD Access);
 
@@ -29,12 +30,38 @@ struct TKeyInfo {
 };
 TKeyInfo RetryGetKeyInfo(const TOpenKey& Key);
 void RetryGetDataSizeAndType(const TOpenKey& Key, const std::string& ValueName, DWORD& Type, DWORD& Size);
-/// `Size` is the room in the buffer, and then the size of the data.
-void RetryGetData(const TOpenKey& Key, const std::string& ValueName, void* Buffer, DWORD& Size, DWORD& Type);
-void RetryRegSetValueEx(const TOpenKey& Key, const std::string& ValueName, const void* Data, DWORD Size, DWORD Type);
+/// `Size` is the room in the buffer, and then the size of the data. False when the data needs more room by now, which
+/// is no failure unless `LastTry`: the size is to be asked for again.
+bool RetryGetData(const TOpenKey& Key, const std::string& ValueName, void* Buffer, DWORD& Size, DWORD& Type,
+                  bool LastTry);
+/// False when the key has been deleted meanwhile, which is no failure unless `LastTry`: it is to be opened again.
+bool RetryRegSetValueEx(const TOpenKey& Key, const std::string& ValueName, const void* Data, DWORD Size, DWORD Type,
+                        bool LastTry);
 /// The name at an index; `Longest` is the longest name's length from RetryGetKeyInfo.
 std::string RetryRegEnumValue(const TOpenKey& Key, DWORD Index, DWORD Longest);
 std::string RetryRegEnumKeyEx(const TOpenKey& Key, DWORD Index, DWORD Longest);
+/// The type and the data of a value, read until they fit together.
+std::string RetryReadValue(const TOpenKey& Key, const std::string& ValueName, DWORD& Type);
+/// Creates the key and writes a value, on a new key when somebody deletes it in between. Gives the open key.
+TOpenKey RetryWriteValue(const TValuePlace& Place, const void* Data, DWORD Size, DWORD Type);
+
+// What the functions for ANSI text cannot tell, asked with those for wide characters, through the retry layer but
+// without lines.
+
+/// The counts and the last write of a key; nothing when there is no such key.
+std::optional<TKeyInfo> RetryKeyInfoAt(const TKeyPlace& Place);
+/// The stored name at an index; nothing when there is none by now.
+std::optional<std::wstring> RetryStoredValueName(const TOpenKey& Key, DWORD Index);
+std::optional<std::wstring> RetryStoredKeyName(const TOpenKey& Key, DWORD Index);
+/// The stored bytes of a value; nothing when there is none by now.
+std::optional<std::string> RetryStoredData(const TOpenKey& Key, const std::string& ValueName);
+/// Whether a key only refers to another one.
+bool RetryIsKeyLink(const TKeyPlace& Place);
+/// The place in the spelling that the registry has; a part that is missing or cannot be asked for stays as it is.
+TKeyPlace StoredSpelling(const TKeyPlace& Place);
+/// The same for the name of a value of an open key.
+std::string StoredSpelling(const TOpenKey& Key, const std::string& ValueName);
+
 /// Leaves the key empty.
 void RetryRegCloseKey(TOpenKey& Key);
 /// Does nothing, like its counterpart for files.

@@ -3,12 +3,14 @@
 #include "base/guid_text.h"
 #include "base/registry_place.h"
 #include "formats/backup_items.h"
+#include "retry/registry_wrappers.h"
 #include "rollback/logged_change.h"
 #include "server/logged_object.h"
 
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// The backup object: saves pieces of machine state as items of the backup store and gives them back. A Logged
@@ -78,9 +80,16 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
   /// `Depth` says how many of the file's folders the saving walk found by itself: none of them was a link.
   void LoadFile(const GUID& DataID, size_t Depth) const;
 
-  GUID SaveValue(const TValuePlace& Place) const;
+  // What a caller named is saved in the spelling, and in the hive of HKEY_CLASSES_ROOT, that the registry has it in,
+  // and begun again when it changes meanwhile.
+  GUID SaveNamedValue(const TValuePlace& Place) const;
+  GUID SaveNamedKey(const TKeyPlace& Place, VARIANT_BOOL RecurseSubKey) const;
+  /// `Stored` is where the value comes back to; `Found` says that the registry itself gave its name.
+  GUID SaveValue(const TValuePlace& Place, const TKeyPlace& Stored, bool Found) const;
   void LoadValue(const GUID& DataID) const;
-  GUID SaveKey(const TKeyPlace& Place, VARIANT_BOOL RecurseSubKey) const;
+  /// The keys of a walk, as they were when it came to them.
+  using TSeenKeys = std::vector<std::pair<TKeyPlace, TKeyInfo>>;
+  GUID SaveKey(const TKeyPlace& Place, const TKeyPlace& Stored, VARIANT_BOOL RecurseSubKey, TSeenKeys& Seen) const;
   /// `Checked` says that the items of the key's parts have been read and found good.
   void LoadKey(const GUID& DataID, bool Checked = false) const;
   /// Reads every part of a key before anything of it is written, so that damage leaves the registry as it is. A tree

@@ -103,4 +103,104 @@ TEST_F(Registry, ATreeOfEveryTypeComesBackAsItWas) {
   UndoAll();
 }
 
+// ---- What somebody else does to a key while it is saved or written
+
+int Times = 0;  ///< how often a replacement below does something
+LSTATUS WINAPI AddMeanwhile(HKEY Key, DWORD Index, LPSTR Name, DWORD* Size, DWORD* Reserved, LPSTR Class,
+                            DWORD* ClassSize, FILETIME* Written) {
+  const LSTATUS Status = RegEnumKeyExA(Key, Index, Name, Size, Reserved, Class, ClassSize, Written);
+  if (Times-- > 0) StoreValue(L"Software\\MendworkTests\\Key\\Added" + std::to_wstring(Times), L"", REG_SZ, "");
+  return Status;
+}
+LSTATUS WINAPI GrowMeanwhile(HKEY Key, LPCSTR Name, DWORD* Reserved, DWORD* Type, BYTE* Data, DWORD* Size) {
+  const LSTATUS Status = RegQueryValueExA(Key, Name, Reserved, Type, Data, Size);
+  if (!Data && Times-- > 0) StoreValue(L"Software\\MendworkTests\\Key", L"Text", REG_SZ, WideBytes({L"grown\0", 6}));
+  return Status;
+}
+LSTATUS WINAPI FindItGone(HKEY Key, LPCSTR Name, DWORD Reserved, DWORD Type, const BYTE* Data, DWORD Size) {
+  return Times-- > 0 ? ERROR_KEY_DELETED : RegSetValueExA(Key, Name, Reserved, Type, Data, Size);
+}
+/// As a 32-bit program's `%ProgramFiles%` is written.
+LSTATUS WINAPI Rewrite(HKEY Key, LPCSTR Name, DWORD Reserved, DWORD Type, const BYTE* Data, DWORD Size) {
+  constexpr char Other[] = "%Other%";
+  return Type == REG_EXPAND_SZ ? RegSetValueExA(Key, Name, Reserved, Type, reinterpret_cast<const BYTE*>(Other), 8)
+                               : RegSetValueExA(Key, Name, Reserved, Type, Data, Size);
+}
+
+/// As HKEY_CLASSES_ROOT shows the user's hive, too.
+LSTATUS WINAPI OpenUsersClasses(HKEY Root, LPCSTR Name, DWORD Options, REGSAM Access, HKEY* Key) {
+  const std::string Below = Root == HKEY_CLASSES_ROOT ? "Software\\Classes\\" : "";
+  return RegOpenKeyExA(Below.empty() ? Root : HKEY_CURRENT_USER, (Below + Name).c_str(), Options, Access, Key);
+}
+LSTATUS WINAPI OpenUsersClassesWide(HKEY Root, LPCWSTR Name, DWORD Options, REGSAM Access, HKEY* Key) {
+  return OpenUsersClasses(Root, LossyAnsi(Name).c_str(), Options, Access, Key);
+}
+
+TEST_F(Registry, IsWholeWhateverOthersDoMeanwhile) {
+  const auto DeleteKey = [&] { return Run(0, true, Wide(L"Key"), L""); };
+  for (const int Changes : {1, 100}) {
+    Times = Changes;
+    Brief("a key is added", While(TImportPatch("RegEnumKeyExA", AddMeanwhile), DeleteKey));
+    Times = 0;
+    UndoAll();
+  }
+  StoreValue(Wide(L"Key"), L"Text", REG_SZ, "");
+  Times = 1;
+  Brief("an empty value grows", While(TImportPatch("RegQueryValueExA", GrowMeanwhile), DeleteKey));
+  UndoAll();
+  const auto Undo = [&] { return RollBack(); };
+  for (const int Deletions : {1, 100}) {
+    Begin();
+    Brief("deleted", DeleteKey());
+    Times = Deletions;
+    Brief("the key goes again", While(TImportPatch("RegSetValueExA", FindItGone), Undo));
+    UndoAll();
+  }
+  Brief("deleted", DeleteKey());
+  Step("rewritten", While(TImportPatch("RegSetValueExA", Rewrite), Undo));
+}
+
+TEST_F(Registry, ComesBackWhereAndAsItWasStored) {
+  Brief("in another spelling", Run(0, true, L"software\\MENDWORKTESTS\\kEY", L""));
+  UndoAll();
+  Brief("value in another spelling", Run(1, true, L"software\\MENDWORKTESTS\\kEY", L"tEXT"));
+  UndoAll();
+  TRegistryKey Volatile, Below;
+  RegCreateKeyExW(HKEY_CURRENT_USER, Wide(L"Volatile").c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
+                  nullptr, Volatile.Out(), nullptr);
+  RegCreateKeyExW(Volatile.Get(), L"Below", 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, Below.Out(),
+                  nullptr);
+  Below.Reset();
+  Begin();
+  Brief("below a volatile key", Run(0, true, Wide(L"Volatile\\Below"), L""));
+  UndoAll();
+  // A link in the tree; what it leads to is not touched.
+  TRegistryKey Link;
+  StoreValue(Wide(L"Tree"), L"", REG_SZ, "");
+  RegCreateKeyExW(HKEY_CURRENT_USER, Wide(L"Tree\\Link").c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
+                  nullptr, Link.Out(), nullptr);
+  const std::wstring Target = L"\\Registry\\User\\S-1-5-21-0-0-0-1000\\" + Wide(L"Key");
+  RegSetValueExW(Link.Get(), L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(Target.data()),
+                 static_cast<DWORD>(2 * Target.size()));
+  for (const wchar_t* Name : {L"Tree", L"Tree\\Link"}) Brief("with a link", Run(0, true, Wide(Name), L""));
+  EXPECT_EQ("", Difference(RegistryTreeOf(Wide(L"Key")), RegistryTreeOf(Wide(L"Tree\\Link"))));
+  // Only this call deletes a link itself.
+  using TDeleteKey = LONG(NTAPI*)(HANDLE);
+  const FARPROC Delete = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtDeleteKey");
+  EXPECT_EQ(0, reinterpret_cast<TDeleteKey>(reinterpret_cast<void*>(Delete))(Link.Get()));
+  // One key in the hives of the user and of the machine, seen as one.
+  constexpr unsigned long Classes = 0x80000000;
+  TRegistryKey Machine;
+  RegCreateKeyW(HKEY_LOCAL_MACHINE, L"Software\\Classes\\MendworkTest", Machine.Out());
+  StoreValue(L"Software\\Classes\\MendworkTest", L"Text", REG_SZ, "");
+  Brief("in two hives", Run(0, true, L"MendworkTest", L"", Classes));
+  RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"Software\\Classes\\MendworkTest");
+  GUID DataID{};
+  const TImportPatch Opens("RegOpenKeyExW", OpenUsersClassesWide);
+  const auto Save = [&] { return Backup->BackupRegKey(Classes, Text(L"MendworkTest"), 0, &DataID); };
+  Brief("in the user's", While(TImportPatch("RegOpenKeyExA", OpenUsersClasses), Save));
+  EXPECT_NE(std::string::npos, Read(ItemPath(DataID)).find("Software\\Classes\\MendworkTest"));
+  DeleteKeyTree(L"Software\\Classes\\MendworkTest");
+}
+
 }  // namespace

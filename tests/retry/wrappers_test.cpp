@@ -101,13 +101,18 @@ const struct TRow {
             {"RegCreateKeyExA", 5, 0, SetValue},
             {"RegOpenKeyExA", 2, 0, SaveValue},
             {"RegOpenKeyExA", 3, 3, DeleteValue},  // three tests open the key before
+            {"RegOpenKeyExW", 5, 3, SaveKey},      // three for the spelling of the path, which ask nobody
             {"RegQueryInfoKeyA", 5, 0, SaveKey},
+            {"RegQueryInfoKeyW", 5, 0, SaveKey},
+            {"RegQueryValueExW", 5, 1, SaveKey},
+            {"RegEnumValueW", 5, 0, SaveKey},
+            {"RegEnumKeyExW", 5, 0, SaveKey},
             {"RegQueryValueExA", NoStatus, 0, SaveValue},
             {"RegQueryValueExA", 5, 1, SaveValue},
             {"RegSetValueExA", 112, 0, SetValue},
             {"RegEnumValueA", 123, 0, SaveKey},
             {"RegEnumKeyExA", 123, 0, SaveKey},
-            {"RegCloseKey", 5, 0, SaveValue},
+            {"RegCloseKey", 5, 3, SaveValue},
             {"RegDeleteValueA", 5, 0, DeleteValue},
             {"SHDeleteKeyA", 32, 0, DeleteKey},
             {"CloseHandle", 5, 0, Copy}};  // the last one: the file stays open
