@@ -169,6 +169,8 @@ check_library() {
     [[ " ${SystemLibraries[*]/%/.dll} " == *" ${Library,,} "* ]] || die "$Name needs $Library, which is no part of Windows."
   done < <(sed -n 's/^\tDLL Name: //p' <<<"$Dump")
   Exports=$(sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$Dump" | sort | paste -sd ' ')
+  # The guard around foreign code (src/retry/guarded_call.cpp) needs the system to look for handlers in this module.
+  ! grep -q 'NO_SEH' <<<"$Dump" || die "$Name is marked as one without exception handlers, so what a foreign module raises would end the process."
   [[ $Exports == "$ExportedFunctions" ]] || die "$Name exports \"$Exports\" instead of \"$ExportedFunctions\"."
 }
 

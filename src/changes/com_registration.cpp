@@ -40,25 +40,54 @@ bool SwallowingQuietly(TStep Step) {
   }
 }
 
-/// Calls a module's registration function and gives its result. What the function raises is a failure like any other.
-HRESULT CallServerFunction(FARPROC Found, const char* Name) {
-  using TServerFunction = HRESULT(STDAPICALLTYPE*)();
-  const auto Function = reinterpret_cast<TServerFunction>(reinterpret_cast<void*>(Found));
+/// Calls code of a foreign module or library, or of the system that reads one, and gives its result. What it raises is
+/// a failure like any other.
+template <class TCall>
+HRESULT CallForeign(const char* Name, TCall Call) {
   HRESULT Result = S_OK;
-  const DWORD Exception = RunGuarded([&] { Result = Function(); });
+  const DWORD Exception = RunGuarded([&] { Result = Call(); });
   if (Exception)
     throw std::runtime_error(
         FormatMessageText(MsgServerException, std::string(Name), static_cast<uint32_t>(Exception)));
   return Result;
 }
 
+/// OLE for the length of a call: a server that registers itself expects it, as with regsvr32.
+class TOleInitialized {
+ public:
+  TOleInitialized() : Done(SUCCEEDED(OleInitialize(nullptr))) {}
+  ~TOleInitialized() {
+    if (Done) OleUninitialize();
+  }
+  TOleInitialized(const TOleInitialized&) = delete;
+  TOleInitialized& operator=(const TOleInitialized&) = delete;
+
+ private:
+  const bool Done;  ///< false in an apartment of the other kind
+};
+
+/// Calls a module's registration function and gives its result. What the function raises is a failure like any other.
+HRESULT CallServerFunction(FARPROC Found, const char* Name) {
+  using TServerFunction = HRESULT(STDAPICALLTYPE*)();
+  const auto Function = reinterpret_cast<TServerFunction>(reinterpret_cast<void*>(Found));
+  const TOleInitialized Ole;
+  return CallForeign(Name, Function);
+}
+
 /// A type library with its attributes, which are released first.
 class TLoadedLibrary {
  public:
   explicit TLoadedLibrary(const std::string& FileName) : Library(RetryLoadTypeLib(FileName)) {
-    CheckSystemCall(Library->GetLibAttr(&Attributes));
+    CheckSystemCall(CallForeign("GetLibAttr", [&] { return Library->GetLibAttr(&Attributes); }));
   }
-  ~TLoadedLibrary() { Library->ReleaseTLibAttr(Attributes); }
+  /// The attributes, then the library; what either raises is ignored.
+  ~TLoadedLibrary() {
+    RunGuarded([&] {
+      if (Attributes) Library->ReleaseTLibAttr(Attributes);
+    });
+    ITypeLib* const Held = Library.Detach();
+    RunGuarded([&] { Held->Release(); });
+  }
   TLoadedLibrary(const TLoadedLibrary&) = delete;
   TLoadedLibrary& operator=(const TLoadedLibrary&) = delete;
 
@@ -66,12 +95,14 @@ class TLoadedLibrary {
   std::wstring HelpFolder() const {
     constexpr int WholeLibrary = -1;
     TBstr HelpFile;
-    CheckSystemCall(Library->GetDocumentation(WholeLibrary, nullptr, nullptr, nullptr, HelpFile.Out()));
+    CheckSystemCall(CallForeign("GetDocumentation", [&] {
+      return Library->GetDocumentation(WholeLibrary, nullptr, nullptr, nullptr, HelpFile.Out());
+    }));
     const std::wstring_view Path = ViewOf(HelpFile.Get());
     return std::wstring(Path.substr(0, Path.find_last_of(L"\\:") + 1));
   }
 
-  const TComRef<ITypeLib> Library;
+  TComRef<ITypeLib> Library;
   TLIBATTR* Attributes = nullptr;
 };
 
@@ -107,7 +138,8 @@ void UnregisterServerIn(const std::string& FileName, TRoutine& Lines) {
 void RegisterLibraryIn(const std::string& FileName, TRoutine&) {
   const TLoadedLibrary Loaded(FileName);
   std::wstring WideFile = ToWide(FileName), Help = Loaded.HelpFolder();
-  CheckSystemCall(RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()));
+  CheckSystemCall(CallForeign("RegisterTypeLib",
+                              [&] { return RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()); }));
 }
 
 void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
@@ -117,10 +149,19 @@ void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
   std::optional<TLoadedLibrary> Loaded;
   if (Exists && Swallowing(Lines, [&] { Loaded.emplace(FileName); })) {
     const FARPROC Unregister = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), UnregisterTypeLibName);
-    Failed = !Swallowing(Lines, [&] { CheckSystemCall(CallUnregisterTypeLib(Unregister, *Loaded->Attributes)); });
+    Failed = !Swallowing(Lines, [&] {
+      CheckSystemCall(
+          CallForeign(UnregisterTypeLibName, [&] { return CallUnregisterTypeLib(Unregister, *Loaded->Attributes); }));
+    });
   }
   Loaded.reset();
   Lines.EndsWith({Exists, Failed});
+}
+
+/// What a rollback can find again: the system would look for a name without an extension under another one.
+void RequireWholeName(const std::string& FileName) {
+  RequireRoot(FileName);
+  if (ExtensionOf(FileName).empty()) Refuse(MsgNameWithoutExtension, ToWide(FileName));
 }
 
 /// The place of an operation in the table is its code in the transaction log.
@@ -150,7 +191,7 @@ void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
   const TOperationRow& Operation = Operations[Code];
   Perform(Form, Operation.Name, Code, {FileName}, [&] {
     const std::string File = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
-    if (Form == TForm::Logged) RequireRoot(File);
+    if (Form == TForm::Logged) RequireWholeName(File);
     return TPreparedChange{[=, this] { return Store().SaveString(File); },
                            [=](TRoutine& Lines) { Operation.Run(File, Lines); }};
   });

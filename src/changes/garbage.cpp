@@ -46,13 +46,16 @@ void CutBack(HANDLE File, int64_t Size) {
 // ---- Removing. An entry that cannot be removed is dropped, so nothing here looks at results. False stands for a line
 // that cannot be understood.
 
+/// A line that another hand wrote may be relative, and would reach into whatever folder is the current one.
 bool RemoveFile(const std::string& Line) {
-  DeleteFileA(Line.c_str());
+  if (RootSize(Line) != 0) DeleteFileA(Line.c_str());
   return true;
 }
 
+/// A drive alone, with or without its colon, is one too.
 bool RemoveFolder(const std::string& Line) {
-  DeleteFolderTree(ToWide(Line), true);
+  const bool Drive = !Line.empty() && Line.size() <= 2 && (Line.size() == 1 || Line[1] == ':');
+  if (Drive || RootSize(Line) != 0) DeleteFolderTree(ToWide(Line), true);
   return true;
 }
 
@@ -89,17 +92,20 @@ std::optional<std::string> ReadList(const std::string& Path) {
 }
 
 /// One list. What goes wrong ends it and leaves its file, whole, for the next time; the other lists do not suffer.
-void ProcessList(const char* ListName, bool (*Remove)(const std::string& Line)) {
+void ProcessList(TRoutine& Lines, const char* ListName, bool (*Remove)(const std::string& Line)) {
   // Read and deleted under the mutex, so that no line is appended in between and lost. The semaphore is not taken here.
   TNamedLock::TOwner Owner(ListLock);
   try {
     const std::string Path = ListPath(ListName);
     const std::optional<std::string> Text = ReadList(Path);
     if (!Text) return;
-    for (std::string_view Rest = *Text; const auto Line = TakeLine(Rest);) {
+    std::string_view Rest = *Text;
+    while (const auto Line = TakeLine(Rest)) {
       // The system would see a line with a NUL as a shorter one, which names something else.
       if (Line->find('\0') == std::string_view::npos && !Remove(std::string(*Line))) return;
     }
+    // Whoever wrote it died; it may name a folder above the one that was meant.
+    if (!Rest.empty()) Lines.Line(L"Dropped", ToWide(Path) + L" " + ToWide(Rest));
     DeleteFileA(Path.c_str());
   } catch (const std::bad_alloc&) {
     // The list stays.
@@ -180,11 +186,11 @@ void TUGarbage::WriteToGrbFile(const char* ListName, const std::string& Line) co
 }
 
 HRESULT TUGarbage::Garbage() {
-  return Method("Garbage", {}, [&] {
-    ProcessList(FilesList, RemoveFile);
-    ProcessList(FoldersList, RemoveFolder);
-    ProcessList(KeysList, RemoveKey);
-    ProcessList(ValuesList, RemoveValue);
+  return Method("Garbage", {}, [&](TRoutine& Lines) {
+    ProcessList(Lines, FilesList, RemoveFile);
+    ProcessList(Lines, FoldersList, RemoveFolder);
+    ProcessList(Lines, KeysList, RemoveKey);
+    ProcessList(Lines, ValuesList, RemoveValue);
   });
 }
 

@@ -11,11 +11,13 @@
 /// is not named in full (another process removes it, from another current folder), a root that is none,
 /// and for a value a key path with a blank, which ends the path there.
 ///
-/// Removal reaches nothing outside what is listed. An empty line names nothing. A line with a NUL, which the system
-/// would take for a shorter one, is passed over, and so is a key without a path, which would be the whole root, and a
-/// root that is none. A folder that is a link to another place stays as it is, with what lies behind it. A drive root
-/// is a folder like any other: what it holds is removed, the drive stays. A last line without an end is no line: it
-/// was cut off while it was written, and may name a folder above the one that was meant.
+/// Removal reaches nothing outside what is listed. Passed over are: an empty line in the lists of files and folders (in
+/// those of the registry it ends the list, like any line that does not begin with a number), a file or folder without a
+/// root, a line with a NUL, which the system would take for a shorter one, a key without a path, which would be the
+/// whole root, and a root that is none. A folder that is a link to another place stays as it is, with what lies behind
+/// it. A drive root is a folder like any other: what it holds is removed, the drive stays. A last line without an end
+/// is no line: it was cut off while it was written, and may name a folder above the one that was meant; the debug log
+/// has it before the list goes.
 class TUGarbage final : public TLoggedObject<IUGarbage> {
  public:
   using TLoggedObject::TLoggedObject;

@@ -70,7 +70,7 @@ std::string MakeCommaText(const std::vector<std::string>& Entries) {
   for (size_t At = 0; At < Entries.size(); ++At) {
     const std::string& Entry = Entries[At];
     if (At > 0) Result += ',';
-    const bool Unseen = Entry.empty() && At + 1 == Entries.size();
+    const bool Unseen = Entry.empty() && Entries.size() == 1;  // else the comma before it tells
     Result += Unseen || NeedsQuotes(Entry) ? Quoted(Entry) : Entry;
   }
   return Result;

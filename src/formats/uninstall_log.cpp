@@ -208,6 +208,7 @@ size_t TUninstallLog::ExtractRecordStrings(const TUninstallRecord& Rec, std::spa
 
 void TUninstallLog::Load(TCustomFile& File) {
   const THeader Header = ReadHeader(File);
+  LoadedHeader.assign(Header.Bytes.begin(), Header.Bytes.end());
   Is64Bit = Header.HasId(Id64);
   ApplicationId = Header.Text(ApplicationIdAt);
   ApplicationName = Header.Text(ApplicationNameAt);

@@ -77,6 +77,8 @@ class TUninstallLog {
   /// that are appended to it would be read as the rest of what is there.
   bool EndsWithLastRecord() const { return NothingBehind; }
 
+  /// The bytes of the loaded log's header.
+  std::string LoadedHeader;
   bool Is64Bit = false;
   std::string ApplicationId, ApplicationName;
   uint8_t Flags = 0;  ///< the low byte of the header's

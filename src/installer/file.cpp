@@ -11,9 +11,15 @@ constexpr DWORD Sharings[] = {0, FILE_SHARE_READ, FILE_SHARE_WRITE, FILE_SHARE_R
 
 }  // namespace
 
-TFile::TFile(const std::string& FileName, TFileDisposition Disposition, TFileAccess Access, TFileSharing Sharing)
-    : Handle(CreateFileA(FileName.c_str(), Accesses[static_cast<int>(Access)], Sharings[static_cast<int>(Sharing)],
-                         nullptr, Dispositions[static_cast<int>(Disposition)], FILE_ATTRIBUTE_NORMAL, nullptr)) {
+TFile::TFile(const std::string& FileName, TFileDisposition Disposition, TFileAccess Access, TFileSharing Sharing) {
+  constexpr int MostTries = 10;
+  constexpr DWORD PauseMilliseconds = 200;
+  for (int TriesLeft = MostTries; TriesLeft > 0; --TriesLeft) {
+    Handle.Reset(CreateFileA(FileName.c_str(), Accesses[static_cast<int>(Access)], Sharings[static_cast<int>(Sharing)],
+                             nullptr, Dispositions[static_cast<int>(Disposition)], FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (Handle || GetLastError() != ERROR_SHARING_VIOLATION || TriesLeft == 1) break;
+    Sleep(PauseMilliseconds);
+  }
   Check(Handle ? TRUE : FALSE);
 }
 

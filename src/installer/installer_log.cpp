@@ -58,34 +58,47 @@ void RunPhase(TRoutine& Lines, const std::string& Label, TBody Body) {
   Lines.Line(LoadWideMessage(MsgException), Text);
 }
 
-/// What the second phase must know of the log that it appends to.
+/// What the second phase must know of the log that it appends to. A new log does not know it, and would put its own in
+/// the place of what is there.
 struct TLogIdentity {
+  std::string Header;
   std::string ApplicationId;
   bool Is64Bit;
   bool EndsWithLastRecord;
 };
 
-TLogIdentity Load(const std::string& FileName, TUninstallLog& Uninstall) {
-  TFile File(FileName, TFileDisposition::OpenExisting, TFileAccess::Read, TFileSharing::None);
+TLogIdentity Load(TCustomFile& File, TUninstallLog& Uninstall) {
   Uninstall.Load(File);
-  return {Uninstall.ApplicationId, Uninstall.Is64Bit, Uninstall.EndsWithLastRecord()};
+  return {Uninstall.LoadedHeader, Uninstall.ApplicationId, Uninstall.Is64Bit, Uninstall.EndsWithLastRecord()};
 }
 
-TLogIdentity IdentityOf(const std::string& FileName) {
-  TUninstallLog Uninstall;
-  return Load(FileName, Uninstall);
+/// What the open file is by now: what the first phase found, when its header is still the same.
+TLogIdentity IdentityOf(TCustomFile& File, const std::optional<TLogIdentity>& Before) {
+  std::string Header(Before ? Before->Header.size() : 0, '\0');
+  File.Read(Header.data(), static_cast<uint32_t>(Header.size()));
+  File.Seek(0);
+  if (Before && Header == Before->Header) return *Before;
+  TUninstallLog Changed;
+  TLogIdentity Now = Load(File, Changed);
+  File.Seek(0);
+  return Now;
 }
 
-void AppendLists(const std::string& FileName, const TLogIdentity& Identity) {
-  if (!Identity.EndsWithLastRecord) throw EUninstallLogError{TUninstallLogFault::SomethingBehind};
+void AppendLists(const std::string& FileName, const std::optional<TLogIdentity>& Before) {
   TUninstallLog Added;
   for (const std::string& Name : Files.Names.All()) Added.AddStringRecord(DeleteFileRecord, {Name}, PlainFile);
   for (const std::string& Name : Servers.Names.All())
     Added.AddStringRecord(DeleteFileRecord, {Name}, KindOfServer(Name));
-  // A new log knows neither, and would put its own in their place.
-  Added.ApplicationId = Identity.ApplicationId;
-  Added.Is64Bit = Identity.Is64Bit;
-  Added.Save(OpenSystemFile, FileName, true, false);
+  // Looked at in the same open as it is appended to: nobody can put another log there in between.
+  const auto OpenAndLook = [&](const auto&... How) {
+    auto File = OpenSystemFile(How...);
+    const TLogIdentity Identity = IdentityOf(*File, Before);
+    if (!Identity.EndsWithLastRecord) throw EUninstallLogError{TUninstallLogFault::SomethingBehind};
+    Added.ApplicationId = Identity.ApplicationId;
+    Added.Is64Bit = Identity.Is64Bit;
+    return File;
+  };
+  Added.Save(OpenAndLook, FileName, true, false);
 }
 
 }  // namespace
@@ -121,15 +134,16 @@ HRESULT TUInno::Get(const TInstallerList& From, BSTR* Text) {
 HRESULT TUInno::ProcessInno() {
   return Method("ProcessInno", {}, [&](TRoutine& Lines) {
     WithLists([&] {
-      for (const std::string& Name : Servers.Names.All()) Files.Names.Remove(Name);
+      for (const std::string& Name : Servers.Names.All()) Files.Names.RemoveFirst(Name);
       const std::string FileName = GetUninstallDir() + "\\unins000.dat";
       std::optional<TLogIdentity> Identity;
       RunPhase(Lines, "Inno unins000 1", [&] {
         TUninstallLog Old;
-        Identity = Load(FileName, Old);
+        Identity =
+            Load(*OpenSystemFile(FileName, TFileDisposition::OpenExisting, TFileAccess::Read, TFileSharing::None), Old);
         DeleteDuplicatesInLists(Old);
       });
-      RunPhase(Lines, "Inno unins000 2", [&] { AppendLists(FileName, Identity ? *Identity : IdentityOf(FileName)); });
+      RunPhase(Lines, "Inno unins000 2", [&] { AppendLists(FileName, Identity); });
     });
   });
 }
@@ -143,8 +157,8 @@ void TUInno::DeleteDuplicatesInLists(const TUninstallLog& Uninstall) const {
       const bool IsServer = Rec->ExtraValue == ComServer || Rec->ExtraValue == TypeLibrary;
       if (Rec->RecordType != DeleteFileRecord || (!IsServer && Rec->ExtraValue != PlainFile)) continue;
       if (TUninstallLog::ExtractRecordStrings(*Rec, Strings) == 0) continue;
-      if (IsServer) Servers.Names.Remove(Strings[0]);
-      Files.Names.Remove(Strings[0]);
+      if (IsServer) Servers.Names.RemoveFirst(Strings[0]);
+      Files.Names.RemoveFirst(Strings[0]);
     }
   });
 }

@@ -6,18 +6,7 @@
 
 #include <cstdint>
 
-#if defined(_MSC_VER)
-
-DWORD RunGuarded(void (*Step)(void*), void* Data) {
-  DWORD Exception = 0;
-  __try {
-    Step(Data);
-  } __except (Exception = GetExceptionCode(), EXCEPTION_EXECUTE_HANDLER) {
-  }
-  return Exception;
-}
-
-#elif defined(__i386__)
+#if defined(__i386__)
 
 namespace {
 

@@ -40,6 +40,15 @@ void TNameList::Remove(const std::string& Name) {
   Index.erase(Begin, End);
 }
 
+void TNameList::RemoveFirst(const std::string& Name) {
+  if (Entries.empty()) return;
+  const std::lock_guard Guard(Changing);
+  const auto [Begin, End] = Index.equal_range(KeyOf(Name));
+  if (Begin == End) return;
+  Entries.erase(Begin->second);  // equal keys are in the order in which they came
+  Index.erase(Begin);
+}
+
 void TNameList::Add(const std::string& Entry) {
   const std::lock_guard Guard(Changing);
   Insert(Entry);

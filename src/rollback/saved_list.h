@@ -24,6 +24,8 @@ class TNameList {
   const std::string* Find(const std::string& Name) const;
   /// Removes every entry of this name.
   void Remove(const std::string& Name);
+  /// The same for the first of them in the order of the list.
+  void RemoveFirst(const std::string& Name);
   void Add(const std::string& Entry);
   void Assign(const std::vector<std::string>& New);
   /// In the order in which they were added.

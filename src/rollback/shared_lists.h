@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/data_folders.h"
+#include "base/failure.h"
 #include "base/named_lock.h"
 #include "rollback/backup_client.h"
 #include "rollback/saved_list.h"
@@ -37,7 +38,8 @@ class TSharedLists {
   bool Loaded = false;
 };
 
-/// A class whose objects share such lists. The first object of a process loads them.
+/// A class whose objects share such lists. The first object of a process loads them; what cannot be loaded (a damaged
+/// history group) is told by each call that needs it.
 template <class TInterface>
 class TListObject : public TLoggedObject<TInterface, IUBackup, IUHistory> {
  public:
@@ -45,7 +47,7 @@ class TListObject : public TLoggedObject<TInterface, IUBackup, IUHistory> {
   void Initialize() override {
     const bool FoldersKnown = PrepareDataFolders();
     TLoggedObject<TInterface, IUBackup, IUHistory>::Initialize();
-    if (FoldersKnown) WithLists([] {});  // else the first call says so
+    if (FoldersKnown) TryToLoad();
   }
 
  protected:
@@ -58,5 +60,13 @@ class TListObject : public TLoggedObject<TInterface, IUBackup, IUHistory> {
   void Save(const TSavedList& List) const { List.Save(Store(), this->template Use<IUHistory>()); }
 
  private:
+  /// What cannot be loaded must not keep the object from being there: each call tries again, and tells why not.
+  void TryToLoad() const {
+    try {
+      WithLists([] {});
+    } catch (const EFailure&) {
+    }
+  }
+
   TBackupClient Store() const { return TBackupClient(this->template Use<IUBackup>()); }
 };

@@ -51,24 +51,21 @@ TEST_F(Macros, AreInOneListAtTheMostAndComparedWithoutCase) {
 
 class DamagedMacros : public TSandboxTest {};
 
-TEST_F(DamagedMacros, MakeNoObjectAndAreNotWrittenOver) {
+TEST_F(DamagedMacros, AreToldByEachCallAndNotWrittenOver) {
   const std::string Record = TStory::RecordOf(Guid(MacroGroup), 0, NumberedGuid(5)), Tag("\1\0\0\0", 4);
   Write(Service("History\\" + std::string(MacroGroup)), Record);
   std::string Found;
   // The last one is not read: they are restored once a process.
   for (const std::string& Item : {std::string("damaged"), Tag + "A=1, \"B=,\"\"x y\r\n\"", Tag + "A=2"}) {
     Write(Service("Backup\\" + GuidText(NumberedGuid(5))), Item);
-    TComRef<IUMacro> Macro;
-    Found += FAILED(CoCreateInstance(CLSID_UMacro, nullptr, CLSCTX_INPROC_SERVER, IID_IUMacro, Macro.OutVoid()))
-                 ? Dialog().Boxes.at(0).Text
-                 : "";
+    const auto Macro = Make<IUMacro>(CLSID_UMacro);
     for (const char* Name : {"a", "b"}) {
       TBstr Value;
-      if (Macro) Macro->GetMacro(Text(std::string(Name)), Value.Out());
-      Found += " " + Take(Value);
+      const HRESULT Result = Macro->GetMacro(Text(std::string(Name)), Value.Out());
+      Found += " " + (Result == S_OK ? Take(Value) : ErrorText());
     }
   }
-  EXPECT_EQ("Internal error #1.   1 ,\"x y\r\n 1 ,\"x y\r\n", Found);
+  EXPECT_EQ(" Internal error #1. Internal error #1. 1 ,\"x y\r\n 1 ,\"x y\r\n", Found);
   EXPECT_EQ(Record, Read(Service("History\\" + std::string(MacroGroup))));
 }
 

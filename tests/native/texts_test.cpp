@@ -15,7 +15,7 @@ TEST(CommaText, IsWrittenAndReadBackAndReadAsOthersWriteIt) {
       {{}, ""},
       {{"Yes to all", "No", "a,b", "say \"hi\"", "a\r\nb"}, "\"Yes to all\",No,\"a,b\",\"say \"\"hi\"\"\",\"a\r\nb\""},
       {{""}, "\"\""},
-      {{"", "a", "", "b", ""}, ",a,,b,\"\""},
+      {{"", "a", "", "b", ""}, ",a,,b,"},
       {{"\xE4!\x7F\x1F"}, "\"\xE4!\x7F\x1F\""},
       {{"\xE4!"}, "\xE4!"}};
   for (const auto& [Entries, Text] : Written) {

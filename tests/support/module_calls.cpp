@@ -138,7 +138,8 @@ constexpr char Harmless[] =
     "Compare(String|FileTime)\\w*|"
     "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
     "GetActiveObject|GetHandleInformation|GetModuleFileNameW|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
-    "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|ConvertSidToStringSidA|DuplicateHandle|EqualSid|"
+    "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|(Get|Set)DllDirectoryW|Ole(Uni|I)nitialize|ConvertSidToStringSidA|"
+    "DuplicateHandle|EqualSid|"
     "GetTokenInformation|OpenProcessToken|LocalFree|OpenProcess|RaiseException|Sleep|"
     "WaitForMultipleObjects|__C_"
     "specific_handler";

@@ -64,9 +64,8 @@ HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint, GUID* Reached) {
 static int Pauses = 0;
 int TNoPauses::Count() { return Pauses; }
 void WINAPI TNoPauses::SleepUnlessPause(DWORD Milliseconds) {
-  const bool Pause = Milliseconds == 3000;
-  Pauses += Pause;
-  if (!Pause) Sleep(Milliseconds);
+  Pauses += Milliseconds == 3000;
+  if (Milliseconds < 200) Sleep(Milliseconds);
 }
 
 void MakeTypeLibrary(const std::string& Path, const std::string& HelpFile) {

@@ -85,7 +85,7 @@ GUID NumberedGuid(int Number);
 /// Undoes what is in the transaction log, to its beginning or to the last check point.
 HRESULT RollBack(VARIANT_BOOL OnlyToCheckPoint = VARIANT_FALSE, GUID* Reached = nullptr);
 
-/// Makes the pauses of patient wrappers, of 3000 ms, pass at once, and counts them.
+/// Makes pauses pass at once, and counts those of patient wrappers, of 3000 ms.
 struct TNoPauses {
   static int Count();
   const TImportPatch Patch{"Sleep", SleepUnlessPause};
