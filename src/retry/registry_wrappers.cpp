@@ -64,7 +64,7 @@ TOpenKey RetryRegCreateKeyEx(const TKeyPlace& Place, DWORD Access) {
       .Run(
           [&] {
             LSTATUS Status = ERROR_CHILD_MUST_BE_VOLATILE;
-            for (const DWORD Options : {REG_OPTION_NON_VOLATILE, REG_OPTION_VOLATILE})
+            for (const DWORD Options : {DWORD{REG_OPTION_NON_VOLATILE}, DWORD{REG_OPTION_VOLATILE}})
               if (Status == ERROR_CHILD_MUST_BE_VOLATILE)
                 Status = RegCreateKeyExA(Place.RootHandle(), Place.Name.c_str(), 0, nullptr, Options, Access, nullptr,
                                          Key.Handle.Out(), nullptr);

@@ -87,9 +87,9 @@ TKeyPlace OwnHive(const TKeyPlace& Place) {
   constexpr DWORD ClassesRoot = 0x80000000, CurrentUser = 0x80000001, LocalMachine = 0x80000002;
   if (Place.Root != ClassesRoot || !Place.IsBelowRoot()) return Place;
   const std::string Name = "Software\\Classes\\" + Place.Name;
-  const TKeyPlace User{CurrentUser, Name}, Machine{LocalMachine, Name};
+  TKeyPlace User{CurrentUser, Name};
   if (!RetryKeyInfoAt(User)) return Place;
-  if (RetryKeyInfoAt(Machine)) Refuse(MsgKeyOfTwoHives, ToWide(Place.Text()));
+  if (RetryKeyInfoAt({LocalMachine, Name})) Refuse(MsgKeyOfTwoHives, ToWide(Place.Text()));
   return User;
 }
 
