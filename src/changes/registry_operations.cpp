@@ -4,6 +4,7 @@
 #include "base/numbers.h"
 #include "base/text.h"
 #include "retry/registry_wrappers.h"
+#include "rollback/key_rights.h"
 #include "server/arguments.h"
 
 namespace {
@@ -29,9 +30,13 @@ void TURegistry::Undo(long Code, const GUID& DataID) {
 void TURegistry::DeleteKey(TForm Form, unsigned long RootKey, BSTR KeyName) const {
   Perform(Form, "DeleteRegKey", RegistryCode::KeyDeleted, {KeyName, RootKey}, [&] {
     const TKeyPlace Place = DeletableKeyArgument(RootKey, KeyName);
-    return TPreparedChange{
-        [=, this] { return RetryRegKeyExists(Place) ? std::optional(Store().SaveKey(Place)) : std::nullopt; },
-        [=](TRoutine&) { RetrySHDeleteKey(Place); }};
+    return TPreparedChange{[=, this]() -> std::optional<GUID> {
+                             if (!RetryRegKeyExists(Place)) return std::nullopt;
+                             const GUID DataID = Store().SaveKey(Place);
+                             RecordKeyRights(Use<IUTransactionLog>(), Place);
+                             return DataID;
+                           },
+                           [=](TRoutine&) { RetrySHDeleteKey(Place); }};
   });
 }
 

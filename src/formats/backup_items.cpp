@@ -87,6 +87,8 @@ bool TRegistryValueItem::Plausible() const { return IsKeyPlace(RootKey, KeyName)
 
 bool TRegistryKeyItem::Plausible() const { return IsKeyPlace(RootKey, KeyName); }
 
+bool TKeyRightsItem::Plausible() const { return IsKeyPlace(RootKey, KeyName) && !HasNul(Rights); }
+
 bool TSingleFileItem::Plausible() const {
   // What no file reports: the bits beyond 0x00400000, but for 0x20000000 ("strictly sequential").
   constexpr uint32_t NoAttributes = 0xDF800000, Directory = 0x10;

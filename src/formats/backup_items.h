@@ -17,6 +17,7 @@ enum TItemKind : uint32_t {
   RawDataKind = 3,
   SingleFileKind = 3,
   FileSetKind = 4,
+  KeyRightsKind = 5,
 };
 constexpr int ItemTagSize = 4;
 
@@ -126,6 +127,17 @@ struct TRegistryKeyItem {
   std::vector<TGuidBytes> Subkeys;  ///< the same; empty when saved without recursion
 
   void Fields(auto& Io) { Io(RootKey), Io(KeyName), Io(Values), Io(Subkeys); }
+  bool Plausible() const;
+};
+
+/// The access rights of one registry key; nothing follows.
+struct TKeyRightsItem {
+  static constexpr TItemKind Kind = KeyRightsKind;
+  uint32_t RootKey = 0;
+  std::string KeyName;
+  std::string Rights;  ///< the access list, in the security descriptor definition language
+
+  void Fields(auto& Io) { Io(RootKey), Io(KeyName), Io(Rights); }
   bool Plausible() const;
 };
 

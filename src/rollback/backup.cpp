@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "retry/module_wrappers.h"
 #include "rollback/backup_store.h"
+#include "rollback/key_rights.h"
 #include "server/arguments.h"
 
 void TUBackup::Initialize() {
@@ -16,6 +17,7 @@ HRESULT TUBackup::Rollback(long Code, GUID DataID) {
     if (Code == BackupCode::RegistryValue) LoadValue(DataID);
     if (Code == BackupCode::RegistryKey) LoadKey(DataID);
     if (Code == BackupCode::Files) LoadFiles(DataID);
+    if (Code == BackupCode::KeyRights) LoadKeyRights(DataID, Use<IUDialog>());
   });
 }
 

@@ -23,7 +23,7 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
   using TLoggedObject::TLoggedObject;
   void Initialize() override;
 
-  /// Codes: 2 registry value, 3 registry key, 4 files; any other is ignored.
+  /// Codes: 2 registry value, 3 registry key, 4 files, 16 access rights of a key; any other is ignored.
   STDMETHOD(Rollback)(long Code, GUID DataID) override;
 
   /// Characters that the ANSI code page lacks come back as its replacement character.
@@ -104,5 +104,5 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
 };
 
 namespace BackupCode {
-constexpr long RegistryValue = 2, RegistryKey = 3, Files = 4;
+constexpr long RegistryValue = 2, RegistryKey = 3, Files = 4, KeyRights = 16;
 }

@@ -1,5 +1,7 @@
 #include "stories/story.h"
 
+#include <sddl.h>
+
 namespace {
 
 /// The operations on values and keys, by the codes of their entries.
@@ -201,6 +203,33 @@ TEST_F(Registry, ComesBackWhereAndAsItWasStored) {
   Brief("in the user's", While(TImportPatch("RegOpenKeyExA", OpenUsersClasses), Save));
   EXPECT_NE(std::string::npos, Read(ItemPath(DataID)).find("Software\\Classes\\MendworkTest"));
   DeleteKeyTree(L"Software\\Classes\\MendworkTest");
+}
+
+std::string RightsOf(const std::wstring& Name) {
+  TRegistryKey Key;
+  BYTE Bytes[1024];
+  DWORD Size = sizeof Bytes;
+  TOwned<char*, LocalFree> Text;
+  RegOpenKeyW(HKEY_CURRENT_USER, Name.c_str(), Key.Out());
+  RegGetKeySecurity(Key.Get(), DACL_SECURITY_INFORMATION, Bytes, &Size);
+  ConvertSecurityDescriptorToStringSecurityDescriptorA(Bytes, 1, DACL_SECURITY_INFORMATION, Text.Out(), nullptr);
+  return Text ? Text.Get() : "";
+}
+
+TEST_F(Registry, RightsOfItsOwnComeBackToAKey) {
+  constexpr char Locked[] = "D:P(A;;KR;;;WD)(A;CI;KA;;;BA)";
+  TRegistryKey Key;
+  TOwned<PSECURITY_DESCRIPTOR, LocalFree> Rights;
+  RegOpenKeyW(HKEY_CURRENT_USER, Wide(L"Key\\Sub").c_str(), Key.Out());
+  ConvertStringSecurityDescriptorToSecurityDescriptorA(Locked, 1, Rights.Out(), nullptr);
+  RegSetKeySecurity(Key.Get(), DACL_SECURITY_INFORMATION, Rights.Get());
+  Key.Reset();
+  const std::string Open = RightsOf(Wide(L"Key"));
+  ASSERT_EQ(Locked, RightsOf(Wide(L"Key\\Sub")));
+  Brief("deleted", Run(0, true, Wide(L"Key"), L""));
+  Brief("undone", RollBack());
+  EXPECT_EQ(Locked, RightsOf(Wide(L"Key\\Sub")));
+  EXPECT_EQ(Open, RightsOf(Wide(L"Key")));
 }
 
 }  // namespace

@@ -118,14 +118,13 @@ TEST_F(InstallerLog, StaysAsItIsWhenItIsNotUnderstoodOrACallFails) {
     EXPECT_TRUE(Raw.Bytes() == Read(LogName())) << What;
   }
   Write(LogName(), Good.Bytes());
-  // A code without a text; a file that is held for a moment, and one that is held as long as the first phase looks: the
-  // second one reads for itself what it must keep.
+  // A code without a text; a file that is held as long as the first phase looks, ten times: the second one reads for
+  // itself what it must keep.
   for (const auto& [Function, Plan] : {std::pair{"WriteFile", TFaultPlan{0, 1, ERROR_DISK_FULL}},
                                        {"WriteFile", {1, 1, ERROR_DISK_FULL}},
                                        {"SetEndOfFile", {0, 1, ERROR_DISK_FULL}},
                                        {"FlushFileBuffers", {0, 1, ERROR_DISK_FULL}},
                                        {"ReadFile", {0, 2, 0x2FFFFFFF}},
-                                       {"CreateFileA", {0, 1, ERROR_SHARING_VIOLATION}},
                                        {"CreateFileA", {0, 10, ERROR_SHARING_VIOLATION}}}) {
     const TFault Fault(Function, Plan);
     Process(Function);

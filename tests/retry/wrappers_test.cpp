@@ -58,6 +58,7 @@ const TRun SaveKey = [](Wrappers& On) { return On.Backup->BackupRegKey(On.User, 
 const TRun SetValue = [](Wrappers& On) { return On.Registry->SetDwordValue(On.User, On.KeyName, Text("New"), 5); };
 const TRun DeleteValue = [](Wrappers& On) { return On.Registry->DeleteRegKeyValue(On.User, On.KeyName, Text("Name")); };
 const TRun DeleteKey = [](Wrappers& On) { return On.Registry->DeleteRegKey(On.User, On.KeyName); };
+const TRun DeleteKeyLogged = [](Wrappers& On) { return On.Registry->DeleteRegKeyLogged(On.User, On.KeyName); };
 
 // Codes without a system text, with letters among their hexadecimal digits, and with the sign bit.
 constexpr DWORD NoText = 0xA000FFFF, NoStatus = 0xABCD;
@@ -101,7 +102,8 @@ const struct TRow {
             {"RegCreateKeyExA", 5, 0, SetValue},
             {"RegOpenKeyExA", 2, 0, SaveValue},
             {"RegOpenKeyExA", 3, 3, DeleteValue},  // three tests open the key before
-            {"RegOpenKeyExW", 5, 3, SaveKey},      // three for the spelling of the path, which ask nobody
+            {"RegGetKeySecurity", 5, 1, DeleteKeyLogged},
+            {"RegOpenKeyExW", 5, 3, SaveKey},  // three for the spelling of the path, which ask nobody
             {"RegQueryInfoKeyA", 5, 0, SaveKey},
             {"RegQueryInfoKeyW", 5, 0, SaveKey},
             {"RegQueryValueExW", 5, 1, SaveKey},

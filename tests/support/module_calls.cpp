@@ -138,7 +138,8 @@ constexpr char Harmless[] =
     "Compare(String|FileTime)\\w*|"
     "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
     "GetActiveObject|GetHandleInformation|GetModuleFileNameW|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
-    "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|(Get|Set)DllDirectoryW|Ole(Uni|I)nitialize|ConvertSidToStringSidA|"
+    "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|(Get|Set)DllDirectoryW|Ole(Uni|I)nitialize|Convert\\w+Si[a-z]+\\w*"
+    "A|Convert\\w+DescriptorA|"
     "DuplicateHandle|EqualSid|"
     "GetTokenInformation|OpenProcessToken|LocalFree|OpenProcess|RaiseException|Sleep|"
     "WaitForMultipleObjects|__C_"
@@ -201,6 +202,8 @@ const std::vector<TModuleCall>& ModuleCalls() {
       STATUS(RegDeleteTreeA, Changes, NotAsked),
       STATUS(RegCloseKey, Looks, Asked),
       STATUS(SHDeleteKeyA, Changes, Asked),
+      STATUS(RegGetKeySecurity, Looks, Asked),
+      STATUS(RegSetKeySecurity, Changes, NotAsked),
       ROW(LoadLibraryA, Null, Looks, Asked),
       // Comes when a module has just registered or unregistered itself.
       ROW(FreeLibrary, FALSE, Changes, Asked),
