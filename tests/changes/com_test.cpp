@@ -38,6 +38,30 @@ class Modules : public TStory {
   }
 };
 
+std::string FolderSeen;
+DWORD ModeSeen = 0;
+HMODULE WINAPI NoteSurroundings(LPCSTR Name) {
+  char Folder[MAX_PATH] = "";
+  GetDllDirectoryA(MAX_PATH, Folder);
+  FolderSeen = Folder, ModeSeen = GetThreadErrorMode();
+  return LoadLibraryA(Name);
+}
+
+TEST_F(Modules, FindTheirDependenciesBesideThemselvesAndShowNoBox) {
+  constexpr DWORD NoBoxes = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
+  Bring(BuiltFile(Server), "returns-0.dll");
+  SetDllDirectoryA("C:\\windows");
+  const TImportPatch Loads("LoadLibraryA", NoteSurroundings);
+  EXPECT_EQ(S_OK, Run(&IUCom::RegServer, "returns-0.dll"));
+  EXPECT_EQ(App(), FolderSeen);
+  EXPECT_EQ(NoBoxes, ModeSeen & NoBoxes);
+  char After[MAX_PATH] = "";
+  GetDllDirectoryA(MAX_PATH, After);
+  EXPECT_EQ("C:\\windows", std::string(After));
+  EXPECT_EQ(0u, GetThreadErrorMode() & NoBoxes);
+  SetDllDirectoryA(nullptr);
+}
+
 TEST_F(Modules, OfEveryKindAreRegisteredOrToldWhyNot) {
   const std::pair<std::string, const char*> Rows[] = {{BuiltFile(Server), "returns-0.dll"},
                                                       {BuiltFile(Server), "returns-1.dll"},
