@@ -229,21 +229,8 @@ std::optional<std::wstring> StoredNameAt(const TOpenKey& Key, DWORD Index, TMess
   return Missing ? std::nullopt : std::optional(std::move(Name));
 }
 
-LSTATUS OpenPlainly(const TKeyPlace& Place, DWORD Options, TRegistryKey& Key) {
-  return RegOpenKeyExW(Place.RootHandle(), ToWide(Place.Name).c_str(), Options, KEY_QUERY_VALUE, Key.Out());
-}
-
-/// Opens a key for a question; empty when there is none.
-TRegistryKey OpenToAskKey(const TKeyPlace& Place, DWORD Options) {
-  TRegistryKey Key;
-  TRetryCall(Unnumbered)
-      .Until(
-          [&] {
-            const LSTATUS Status = OpenPlainly(Place, Options, Key);
-            return Status == ERROR_FILE_NOT_FOUND ? TOutcome{true} : ByStatus(Status);
-          },
-          MsgCannotOpenKey, Place.Text());
-  return Key;
+LSTATUS OpenPlainly(const TKeyPlace& Place, REGSAM Access, DWORD Options, TRegistryKey& Key) {
+  return RegOpenKeyExW(Place.RootHandle(), ToWide(Place.Name).c_str(), Options, Access, Key.Out());
 }
 
 /// The name of an open key as the registry has it, without the path; empty when the system does not tell it.
@@ -263,6 +250,18 @@ std::wstring StoredNameOf(HKEY Key) {
 }
 
 }  // namespace
+
+TRegistryKey RetryOpenKeyIfThere(const TKeyPlace& Place, REGSAM Access, DWORD Options) {
+  TRegistryKey Key;
+  TRetryCall(Unnumbered)
+      .Until(
+          [&] {
+            const LSTATUS Status = OpenPlainly(Place, Access, Options, Key);
+            return Status == ERROR_FILE_NOT_FOUND ? TOutcome{true} : ByStatus(Status);
+          },
+          MsgCannotOpenKey, Place.Text());
+  return Key;
+}
 
 std::optional<std::wstring> RetryStoredValueName(const TOpenKey& Key, DWORD Index) {
   return StoredNameAt(Key, Index, MsgCannotGetValueName, RegEnumValueW);
@@ -294,14 +293,14 @@ std::optional<std::string> RetryStoredData(const TOpenKey& Key, const std::strin
 }
 
 bool RetryIsKeyLink(const TKeyPlace& Place) {
-  const TRegistryKey Key = OpenToAskKey(Place, REG_OPTION_OPEN_LINK);
+  const TRegistryKey Key = RetryOpenKeyIfThere(Place, KEY_QUERY_VALUE, REG_OPTION_OPEN_LINK);
   DWORD Type = REG_NONE;
   return Key && RegQueryValueExW(Key.Get(), L"SymbolicLinkValue", nullptr, &Type, nullptr, nullptr) == ERROR_SUCCESS &&
          Type == REG_LINK;
 }
 
 std::optional<TKeyInfo> RetryKeyInfoAt(const TKeyPlace& Place) {
-  const TRegistryKey Key = OpenToAskKey(Place, 0);
+  const TRegistryKey Key = RetryOpenKeyIfThere(Place, KEY_QUERY_VALUE);
   if (!Key) return std::nullopt;
   TKeyInfo Info;
   TRetryCall(Unnumbered)
@@ -320,7 +319,7 @@ TKeyPlace StoredSpelling(const TKeyPlace& Place) {
     const TKeyPlace Part = Stored.Below(LossyAnsi(Given));
     TRegistryKey Key;
     const std::wstring Name =
-        OpenPlainly(Part, REG_OPTION_OPEN_LINK, Key) == ERROR_SUCCESS ? StoredNameOf(Key.Get()) : L"";
+        OpenPlainly(Part, KEY_QUERY_VALUE, REG_OPTION_OPEN_LINK, Key) == ERROR_SUCCESS ? StoredNameOf(Key.Get()) : L"";
     const bool Same = CompareStringOrdinal(Name.c_str(), -1, Given.c_str(), -1, TRUE) == CSTR_EQUAL;
     Stored = Same ? Stored.Below(LossyAnsi(Name)) : Part;  // in another case, which the code page holds as well
     At = End + 1;

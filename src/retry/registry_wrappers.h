@@ -48,6 +48,8 @@ TOpenKey RetryWriteValue(const TValuePlace& Place, const void* Data, DWORD Size,
 // What the functions for ANSI text cannot tell, asked with those for wide characters, through the retry layer but
 // without lines.
 
+/// Opens a key; empty when there is none.
+TRegistryKey RetryOpenKeyIfThere(const TKeyPlace& Place, REGSAM Access, DWORD Options = 0);
 /// The counts and the last write of a key; nothing when there is no such key.
 std::optional<TKeyInfo> RetryKeyInfoAt(const TKeyPlace& Place);
 /// The stored name at an index; nothing when there is none by now.

@@ -18,21 +18,9 @@ namespace {
 using TLocalText = TOwned<char*, LocalFree>;
 using TDescriptor = TOwned<PSECURITY_DESCRIPTOR, LocalFree>;
 
-TRegistryKey Open(const TKeyPlace& Place, REGSAM Access) {
-  TRegistryKey Key;
-  TRetryCall(Unnumbered)
-      .Until(
-          [&] {
-            const LSTATUS Status = RegOpenKeyExW(Place.RootHandle(), ToWide(Place.Name).c_str(), 0, Access, Key.Out());
-            return Status == ERROR_FILE_NOT_FOUND ? TOutcome{true} : ByStatus(Status);
-          },
-          MsgCannotOpenKey, Place.Text());
-  return Key;
-}
-
 /// The access list of a key in the security descriptor definition language; empty when there is no such key.
 std::string RightsOf(const TKeyPlace& Place) {
-  const TRegistryKey Key = Open(Place, READ_CONTROL);
+  const TRegistryKey Key = RetryOpenKeyIfThere(Place, READ_CONTROL);
   if (!Key) return "";
   std::vector<BYTE> Bytes(512);
   TRetryCall(Unnumbered)
@@ -79,7 +67,7 @@ void RecordBelow(IUTransactionLog& TransactionLog, const TKeyPlace& Place, const
     const GUID DataID = SaveItem(TKeyRightsItem{Place.Root, Place.Name, Rights}, Place.Text());
     CheckCall(TransactionLog.Put(CLSID_UBackup, BackupCode::KeyRights, DataID));
   }
-  const TOpenKey Key{Place.Text(), Open(Place, KEY_READ)};
+  const TOpenKey Key{Place.Text(), RetryOpenKeyIfThere(Place, KEY_READ)};
   std::optional<std::wstring> Name;
   for (DWORD Index = 0; Key && (Name = RetryStoredKeyName(Key, Index)); ++Index)
     RecordBelow(TransactionLog, Place.Below(LossyAnsi(*Name)), Rights, OfRoot);
@@ -98,7 +86,7 @@ void LoadKeyRights(const GUID& DataID, IUDialog& Dialog) {
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(Saved.Rights.c_str(), SDDL_REVISION_1, Descriptor.Out(),
                                                             nullptr))
     FailWithBox(Dialog, MsgInternalError4);
-  const TRegistryKey Key = Open(Place, WRITE_DAC);
+  const TRegistryKey Key = RetryOpenKeyIfThere(Place, WRITE_DAC);
   if (!Key) return;
   TRetryCall(Unnumbered)
       .Until([&] { return ByStatus(RegSetKeySecurity(Key.Get(), DACL_SECURITY_INFORMATION, Descriptor.Get())); },
