@@ -24,6 +24,20 @@ class TBench final : public TSandbox {
   const TComRef<IUTransactionLog> KeepsModule = Make<IUTransactionLog>(CLSID_UTransactionLog);
 };
 
+/// Writes lines of a debug log with the calls that a line's rules demand, and nothing else.
+class TBareLines {
+ public:
+  explicit TBareLines(const std::string& FileName);
+  /// A line of so many bytes.
+  void Write(DWORD Length);
+
+ private:
+  TFileHandle File;
+  TKernelHandle Mutex, Semaphore;
+};
+/// The lengths of the lines that the module writes in the meantime.
+std::vector<DWORD> LinesOf(const std::function<void()>& Run);
+
 /// Runs this program once more, with these words, to its end. Fails when it fails.
 void RunOwnProgram(const std::string& Words);
 

@@ -114,33 +114,6 @@ class TTracing {
   std::vector<std::unique_ptr<TImportPatch>> Patches;
 };
 
-/// The calls that a line's rules demand, and nothing else.
-class TBareLine {
- public:
-  explicit TBareLine(const std::string& Name)
-      : File(CreateFileA(Name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)),
-        Mutex(CreateMutexA(nullptr, FALSE, "mendwork-bench.mutex")),
-        Semaphore(CreateSemaphoreA(nullptr, 1, 1, "mendwork-bench.semaphore")) {}
-
-  void Write(DWORD Length) {
-    TComRef<IUnknown> Object;
-    DWORD Written = 0;
-    if (SUCCEEDED(GetActiveObject(CLSID_UDebugLog, nullptr, Object.Out()))) throw EBench("a debug log is active");
-    Require(CoCreateInstance(CLSID_UDebugLog, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, Object.OutVoid()),
-            "CoCreateInstance");
-    WaitForSingleObject(Mutex.Get(), INFINITE);
-    WaitForSingleObject(Semaphore.Get(), INFINITE);
-    SetFilePointer(File.Get(), 0, nullptr, FILE_END);
-    WriteFile(File.Get(), std::string(Length, 'm').data(), Length, &Written, nullptr);
-    ReleaseSemaphore(Semaphore.Get(), 1, nullptr);
-    ReleaseMutex(Mutex.Get());
-  }
-
- private:
-  TFileHandle File;
-  TKernelHandle Mutex, Semaphore;
-};
-
 /// A small file copied over another, again and again: some twenty wrappers with some thirty lines.
 struct TSmallCopy {
   std::string Source, Dest;
@@ -162,7 +135,7 @@ struct TSmallCopy {
 
 TResult DebugLogLine(const TBench& Bench) {
   const TSmallCopy Copy(Bench);
-  TBareLine Bare(Bench.Work("bare.log"));
+  TBareLines Bare(Bench.Work("bare.log"));
   TSamples Lines, Bares;
   for (int Round = 0; Round < (Bench.Quick ? 5 : 200); ++Round) {
     const TTracing Tracing;

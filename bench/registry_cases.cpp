@@ -29,13 +29,36 @@ void SetValue(const TRegistryKey& Key, const std::string& Name, DWORD Value) {
         "RegSetValueEx");
 }
 
-/// Writes bytes to a new file as a backup item is written, up to its flush.
-void BareItem(const std::string& Name, const std::string& Bytes) {
-  const TFileHandle File(
-      CreateFileA(Name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+TFileHandle Open(const std::string& Name, DWORD Access, DWORD Disposition) {
+  TFileHandle File(CreateFileA(Name.c_str(), Access, 0, nullptr, Disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+  Require(static_cast<bool>(File), "CreateFile");
+  return File;
+}
+
+void BareWrite(const TFileHandle& File, const std::string& Bytes) {
   DWORD Written = 0;
+  SetFilePointer(File.Get(), 0, nullptr, FILE_END);
   Require(WriteFile(File.Get(), Bytes.data(), static_cast<DWORD>(Bytes.size()), &Written, nullptr) != FALSE,
           "WriteFile");
+}
+
+std::string BareReadFile(const std::string& Name) {
+  const TFileHandle File = Open(Name, GENERIC_READ, OPEN_EXISTING);
+  std::string Bytes(GetFileSize(File.Get(), nullptr), '\0');
+  DWORD BytesRead = 0;
+  Require(ReadFile(File.Get(), Bytes.data(), static_cast<DWORD>(Bytes.size()), &BytesRead, nullptr) != FALSE,
+          "ReadFile");
+  return Bytes;
+}
+
+/// Records an entry in a log as the rules have it: the log becomes its own backup copy, is written anew from it, gets
+/// the entry, and the copy goes.
+void BareEntry(const std::string& Log) {
+  constexpr size_t EntrySize = 36;
+  const std::string Copy = Log + ".bkp";
+  if (MoveFileA(Log.c_str(), Copy.c_str())) BareWrite(Open(Log, GENERIC_WRITE, CREATE_NEW), BareReadFile(Copy));
+  BareWrite(Open(Log, GENERIC_WRITE, OPEN_ALWAYS), std::string(EntrySize, 'e'));
+  DeleteFileA(Copy.c_str());
 }
 
 /// A tree of keys with three values each, ten keys in each key of the first level.
@@ -58,20 +81,33 @@ struct TKeyTree {
   const int Keys;
 };
 
-/// Reads the values of a key and of its subkeys into memory, as a saver must.
-void BareRead(const std::string& Name, std::string& Bytes) {
-  TRegistryKey Key;
-  Check(RegOpenKeyExA(HKEY_CURRENT_USER, Name.c_str(), 0, KEY_ALL_ACCESS, Key.Out()), "RegOpenKeyEx");
-  char Part[256];
-  DWORD Length = sizeof Part, Type = 0, Value = 0, Size = sizeof Value;
-  const auto NextValue = [&](DWORD At) {
-    Length = sizeof Part, Size = sizeof Value;
-    return RegEnumValueA(Key.Get(), At, Part, &Length, nullptr, &Type, reinterpret_cast<BYTE*>(&Value), &Size) ==
-           ERROR_SUCCESS;
-  };
-  for (DWORD At = 0; NextValue(At); ++At) Bytes.append(Part, Length).append(reinterpret_cast<char*>(&Value), Size);
-  for (DWORD At = 0; RegEnumKeyA(Key.Get(), At, Part, sizeof Part) == ERROR_SUCCESS; ++At)
-    BareRead(Name + "\\" + Part, Bytes);
+/// Saves the values of a key and of its subkeys, an item for each value and each key, as the rules have it.
+struct TBareSaver {
+  const TBench& Bench;
+  int Items = 0;
+
+  std::string NameOf(int Item) const { return Bench.Service("Backup\\" + std::to_string(Item)); }
+  void SaveItem(const std::string& Bytes) { BareWrite(Open(NameOf(Items++), GENERIC_WRITE, CREATE_NEW), Bytes); }
+  void Save(const std::string& Name) {
+    TRegistryKey Key;
+    Check(RegOpenKeyExA(HKEY_CURRENT_USER, Name.c_str(), 0, KEY_ALL_ACCESS, Key.Out()), "RegOpenKeyEx");
+    char Part[256];
+    DWORD Length = sizeof Part, Type = 0, Value = 0, Size = sizeof Value;
+    const auto NextValue = [&](DWORD At) {
+      Length = sizeof Part, Size = sizeof Value;
+      return RegEnumValueA(Key.Get(), At, Part, &Length, nullptr, &Type, reinterpret_cast<BYTE*>(&Value), &Size) ==
+             ERROR_SUCCESS;
+    };
+    for (DWORD At = 0; NextValue(At); ++At) SaveItem(std::string(Part, Length) + std::to_string(Value));
+    for (DWORD At = 0; RegEnumKeyA(Key.Get(), At, Part, sizeof Part) == ERROR_SUCCESS; ++At) Save(Name + "\\" + Part);
+    SaveItem(Name);
+  }
+};
+
+void DeleteBarely(TBareSaver& Saver) {
+  Saver.Save(TopKey);
+  BareEntry(Saver.Bench.Service("update.prt"));
+  Check(static_cast<LSTATUS>(SHDeleteKeyA(HKEY_CURRENT_USER, TopKey)), "SHDeleteKey");
 }
 
 void RollbackAll(IUTransactionLog& Log) {
@@ -79,13 +115,26 @@ void RollbackAll(IUTransactionLog& Log) {
   Require(Log.Rollback(VARIANT_FALSE, &CheckPoint), "Rollback");
 }
 
-/// The first variant against the second, with the cost of one of `Items`.
-TResult Compare(const std::vector<TVariant>& Variants, int WarmUps, int Rounds, int Items, const char* Module,
-                const char* Bare) {
-  const std::vector<TSamples> Times = Interleave(WarmUps, Rounds, Variants);
+/// The module against the bare calls that do the same job, with as many lines of the same lengths; the cost of one of
+/// `Items` items.
+TResult Compare(const TBench& Bench, const TVariant& Module, const TVariant& Calls, int WarmUps, int Rounds,
+                int Items) {
+  TBareLines Log(Bench.Work("bare.log"));
+  Module.Prepare();
+  const std::vector<DWORD> Lines = LinesOf(Module.Run);
+  const auto WriteLines = [&] {
+    for (const DWORD Length : Lines) Log.Write(Length);
+  };
+  const std::vector<TSamples> Times =
+      Interleave(WarmUps, Rounds, {Module, {Calls.Prepare, [&] { WriteLines(), Calls.Run(); }}, Calls});
+  Bench.ForgetChanges();
   return {Times[0].Over(Times[1]).Median(),
           Times[0].Count(),
-          {{Module, Times[0].Median() / Items, "us"}, {Bare, Times[1].Median() / Items, "us"}}};
+          {{"ratio of the least", Times[0].Least() / Times[1].Least(), ""},
+           {"an item, module", Times[0].Median() / Items, "us"},
+           {"calls and lines", Times[1].Median() / Items, "us"},
+           {"calls alone", Times[2].Median() / Items, "us"},
+           {"lines", static_cast<double>(Lines.size()) / Items, ""}}};
 }
 
 std::vector<int> GrowthSizes(const TBench& Bench) {
@@ -106,19 +155,22 @@ TResult SetValueLogged(const TBench& Bench) {
     for (int At = 0; At < Calls; ++At)
       Require(Registry->SetDwordValueLogged(User, Text(TopKey), Text("Value"), At), "SetDwordValueLogged");
   };
-  // Reads the old value, saves it in a file of its own, and writes the new one.
+  // Looks for the value, saves it in a file of its own, records that, and writes the new one.
   const auto Bare = [&] {
+    TBareSaver Saver{Bench};
     for (int At = 0; At < Calls; ++At) {
-      std::string Bytes;
-      BareRead(TopKey, Bytes);
-      BareItem(Bench.Service("Backup\\" + std::to_string(At)), Bytes);
+      DWORD Value = 0, Size = sizeof Value;
+      for (int Look = 0; Look < 3; ++Look) {  // is the key there, is the value, and what is in it
+        TRegistryKey Key;
+        Check(RegOpenKeyExA(HKEY_CURRENT_USER, TopKey, 0, KEY_ALL_ACCESS, Key.Out()), "RegOpenKeyEx");
+        RegQueryValueExA(Key.Get(), "Value", nullptr, nullptr, reinterpret_cast<BYTE*>(&Value), &Size);
+      }
+      Saver.SaveItem(std::to_string(Value));
+      BareEntry(Bench.Service("update.prt"));
       SetValue(CreateKey(TopKey), "Value", At);
     }
   };
-  const TResult Result = Compare({{Prepare, Logged}, {Prepare, Bare}}, 1, Bench.Quick ? 1 : 15, Calls,
-                                 "SetDwordValueLogged", "bare calls");
-  Bench.ForgetChanges();
-  return Result;
+  return Compare(Bench, {Prepare, Logged}, {Prepare, Bare}, 1, Bench.Quick ? 1 : 15, Calls);
 }
 
 TResult KeyTreeDelete(const TBench& Bench) {
@@ -126,17 +178,11 @@ TResult KeyTreeDelete(const TBench& Bench) {
   const TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
   const auto Prepare = [&] { Bench.ForgetChanges(), Tree.Make(); };
   const auto Bare = [&] {
-    std::string Bytes;
-    BareRead(TopKey, Bytes);
-    BareItem(Bench.Service("Backup\\saved"), Bytes);
-    Check(static_cast<LSTATUS>(SHDeleteKeyA(HKEY_CURRENT_USER, TopKey)), "SHDeleteKey");
+    TBareSaver Saver{Bench};
+    DeleteBarely(Saver);
   };
-  const TResult Result =
-      Compare({{Prepare, [&] { Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged"); }},
-               {Prepare, Bare}},
-              0, Bench.Quick ? 1 : 3, Tree.Keys, "a key, logged delete", "a key, bare calls");
-  Bench.ForgetChanges();
-  return Result;
+  const auto Logged = [&] { Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged"); };
+  return Compare(Bench, {Prepare, Logged}, {Prepare, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
 }
 
 TResult KeyTreeRollback(const TBench& Bench) {
@@ -148,10 +194,21 @@ TResult KeyTreeRollback(const TBench& Bench) {
     Tree.Make();
     Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged");
   };
-  const TResult Result = Compare({{Delete, [&] { RollbackAll(*Log); }}, {Delete, [&] { Tree.Make(); }}}, 0,
-                                 Bench.Quick ? 1 : 3, Tree.Keys, "a key, rolled back", "a key, bare calls");
-  Bench.ForgetChanges();
-  return Result;
+  TBareSaver Saver{Bench};
+  const auto BareDelete = [&] {
+    Bench.ForgetChanges();
+    Tree.Make();
+    Saver.Items = 0;
+    DeleteBarely(Saver);
+  };
+  // Every item is looked at before anything is restored, and read again then.
+  const auto Bare = [&] {
+    for (int At = 0; At < 2 * Saver.Items; ++At) BareReadFile(Saver.NameOf(At % Saver.Items));
+    Tree.Make();
+    BareReadFile(Bench.Service("update.prt"));
+    DeleteFileA(Bench.Service("update.prt").c_str());
+  };
+  return Compare(Bench, {Delete, [&] { RollbackAll(*Log); }}, {BareDelete, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
 }
 
 TResult HistoryPut(const TBench& Bench) {

@@ -1,5 +1,5 @@
-// Torn files: a file of the system cut at every length, and with a flipped byte at every offset. The next operation
-// succeeds or fails with a message; it ends, and it destroys nothing that was whole.
+// Torn files: a file of the system, or one that it registers, cut at every length, and with a flipped byte at every
+// offset. The next operation succeeds or fails with a message; it ends, and it destroys nothing that was whole.
 
 #include "torture.h"
 #include "update.h"
@@ -62,6 +62,13 @@ HRESULT RestoreKey(TState& State) { return State.Backup->RestoreRegKey(State.Key
 HRESULT TellInstaller(TState& State) { return State.Inno->ProcessInno(); }
 HRESULT RestoreFiles(TState& State) { return State.Backup->RestoreFiles(State.Files); }
 
+/// Registers a type library, however little of it is left, and unregisters what the registry got of it.
+HRESULT RegisterTypes(TState& State) {
+  const HRESULT Result = State.Com->RegTLB(Text(State.Places.App("types.TLB")));
+  State.Com->UnRegTLB(Text(State.Places.App("types.TLB")));
+  return Result;
+}
+
 const std::vector<TOperation> LogOperations = {
     {"Put", [](TState& State) { return State.Log->Put(CLSID_UCanRollback, 1, NumberedGuid(1)); }},
     {"PutCheckPoint", [](TState& State) { return State.Log->PutCheckPoint(NumberedGuid(1)); }},
@@ -115,6 +122,7 @@ const std::vector<TTorn> Kinds = {
     {"garbage list of folders", Named("Garbage\\Dirs.grb"), GarbageOperations},
     {"garbage list of keys", Named("Garbage\\RKeys.grb"), GarbageOperations},
     {"garbage list of values", Named("Garbage\\RKeyVals.grb"), GarbageOperations},
+    {"type library", Named("..\\..\\..\\App\\types.TLB"), {{"RegTLB", RegisterTypes}}},
     {"uninstall log", Named("..\\..\\Uninstall\\unins000.dat"), {{"ProcessInno", TellInstaller}}},
 };
 
@@ -160,8 +168,8 @@ struct TTearing {
       return "wrote to a damaged log";
     for (const auto& [Before, Now] : {std::pair(&Service, TreeOf(Places.Service())), {&App, TreeOf(Places.App())}})
       for (const auto& [Other, Entry] : *Before) {
-        const bool Own = Other.starts_with(Name) || (IsList(Name) && IsList(Other)) || Other.ends_with("\\") ||
-                         Other == SavedFile || Other == CopiedFile;
+        const bool Own = Other.starts_with(Name) || Name.ends_with("\\" + Other) || (IsList(Name) && IsList(Other)) ||
+                         Other.ends_with("\\") || Other == SavedFile || Other == CopiedFile;
         const auto Found = Now.find(Other);
         if (!Own && (Found == Now.end() || Found->second.Content != Entry.Content)) return "destroyed " + Other;
       }

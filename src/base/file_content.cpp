@@ -35,9 +35,9 @@ std::wstring FinalPath(HANDLE Open) {
   }
 }
 
-std::optional<std::string> ReadWholeFile(const std::string& FileName, int64_t Largest, DWORD Share) {
+std::optional<std::string> ReadWholeFile(const std::wstring& FileName, int64_t Largest, DWORD Share) {
   const TFileHandle File(
-      CreateFileA(FileName.c_str(), GENERIC_READ, Share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+      CreateFileW(FileName.c_str(), GENERIC_READ, Share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   const int64_t Size = File ? PlainFileSize(File.Get()) : -1;
   if (Size < 0 || Size > Largest) return std::nullopt;
   std::string Content(static_cast<size_t>(Size), '\0');

@@ -27,4 +27,4 @@ std::wstring FinalPath(HANDLE Open);
 
 /// The whole content of a file; nothing when it cannot be opened or read to its end, or is larger than `Largest` bytes.
 /// `Share` is what others may do meanwhile, as CreateFile takes it.
-std::optional<std::string> ReadWholeFile(const std::string& FileName, int64_t Largest, DWORD Share = FILE_SHARE_READ);
+std::optional<std::string> ReadWholeFile(const std::wstring& FileName, int64_t Largest, DWORD Share = FILE_SHARE_READ);

@@ -74,10 +74,17 @@ HRESULT CallServerFunction(FARPROC Found, const char* Name) {
   return CallForeign(Name, Function);
 }
 
+/// A file by its name in the code page, and by its whole name: that of a type library that is registered plainly may
+/// have characters that the code page lacks, and `Name` is only shown then.
+struct TFileToRegister {
+  std::string Name;
+  std::wstring WideName = ToWide(Name);
+};
+
 /// A type library with its attributes, which are released first.
 class TLoadedLibrary {
  public:
-  explicit TLoadedLibrary(const std::string& FileName) : Library(RetryLoadTypeLib(FileName)) {
+  explicit TLoadedLibrary(const TFileToRegister& File) : Library(RetryLoadTypeLib(File.Name, File.WideName)) {
     CheckSystemCall(CallForeign("GetLibAttr", [&] { return Library->GetLibAttr(&Attributes); }));
   }
   /// The attributes, then the library; what either raises is ignored.
@@ -108,13 +115,13 @@ class TLoadedLibrary {
 
 // ---- The operations, between their Begin and End lines
 
-void RegisterServerIn(const std::string& FileName, TRoutine&) {
+void RegisterServerIn(const TFileToRegister& File, TRoutine&) {
   constexpr long RegistrationFailed = -2;
   constexpr char Name[] = "DllRegisterServer";
-  TLoadedModule Module = RetryLoadLibrary(FileName);
+  TLoadedModule Module = RetryLoadLibrary(File.Name);
   try {
-    const HRESULT Result = CallServerFunction(RetryGetProcAddress(FileName, Module.Get(), Name), Name);
-    if (Result != S_OK) FailureStep(RegistrationFailed, FormatMessageText(MsgRegisterServerFailed, FileName));
+    const HRESULT Result = CallServerFunction(RetryGetProcAddress(File.Name, Module.Get(), Name), Name);
+    if (Result != S_OK) FailureStep(RegistrationFailed, FormatMessageText(MsgRegisterServerFailed, File.Name));
   } catch (...) {
     SwallowingQuietly([&] { RetryFreeLibrary(Module); });  // the first failure is the one to tell
     throw;
@@ -122,32 +129,32 @@ void RegisterServerIn(const std::string& FileName, TRoutine&) {
   RetryFreeLibrary(Module);
 }
 
-void UnregisterServerIn(const std::string& FileName, TRoutine& Lines) {
+void UnregisterServerIn(const TFileToRegister& File, TRoutine& Lines) {
   constexpr char Name[] = "DllUnregisterServer";
-  const bool Exists = FileExistsByFind(FileName);
+  const bool Exists = FileExistsByFind(File.Name);
   TLoadedModule Module;
-  if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(FileName); })) {
+  if (Exists && SwallowingQuietly([&] { Module = RetryLoadLibrary(File.Name); })) {
     FARPROC Unregister = nullptr;
-    if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(FileName, Module.Get(), Name); }))
+    if (SwallowingQuietly([&] { Unregister = RetryGetProcAddress(File.Name, Module.Get(), Name); }))
       Swallowing(Lines, [&] { CallServerFunction(Unregister, Name); });
     SwallowingQuietly([&] { RetryFreeLibrary(Module); });
   }
   Lines.EndsWith({Exists});
 }
 
-void RegisterLibraryIn(const std::string& FileName, TRoutine&) {
-  const TLoadedLibrary Loaded(FileName);
-  std::wstring WideFile = ToWide(FileName), Help = Loaded.HelpFolder();
+void RegisterLibraryIn(const TFileToRegister& File, TRoutine&) {
+  const TLoadedLibrary Loaded(File);
+  std::wstring WideFile = File.WideName, Help = Loaded.HelpFolder();
   CheckSystemCall(CallForeign("RegisterTypeLib",
                               [&] { return RegisterTypeLib(Loaded.Library.Get(), WideFile.data(), Help.data()); }));
 }
 
-void UnregisterLibraryIn(const std::string& FileName, TRoutine& Lines) {
+void UnregisterLibraryIn(const TFileToRegister& File, TRoutine& Lines) {
   constexpr char Module[] = "OLEAUT32.DLL";
-  const bool Exists = FileExistsByFind(FileName);
+  const bool Exists = FileExistsByFind(File.Name);
   bool Failed = false;
   std::optional<TLoadedLibrary> Loaded;
-  if (Exists && Swallowing(Lines, [&] { Loaded.emplace(FileName); })) {
+  if (Exists && Swallowing(Lines, [&] { Loaded.emplace(File); })) {
     const FARPROC Unregister = RetryGetProcAddress(Module, RetryGetModuleHandle(Module), UnregisterTypeLibName);
     Failed = !Swallowing(Lines, [&] {
       CheckSystemCall(
@@ -168,7 +175,7 @@ void RequireWholeName(const std::string& FileName) {
 enum TOperation : long { RegisterServer, UnregisterServer, RegisterLibrary, UnregisterLibrary };
 struct TOperationRow {
   const char* Name;
-  void (*Run)(const std::string& FileName, TRoutine& Lines);
+  void (*Run)(const TFileToRegister& File, TRoutine& Lines);
   TOperation Opposite;
 };
 constexpr TOperationRow Operations[] = {
@@ -184,16 +191,20 @@ void TUCom::Undo(long Code, const GUID& DataID) {
   if (Code < RegisterServer || Code > UnregisterLibrary) return;
   const TOperationRow& Opposite = Operations[Operations[Code].Opposite];
   const std::string FileName = Store().LoadFileName(DataID);
-  Routine(Opposite.Name, {FileName}, [&](TRoutine& Lines) { Opposite.Run(FileName, Lines); });
+  Routine(Opposite.Name, {FileName}, [&](TRoutine& Lines) { Opposite.Run({FileName}, Lines); });
 }
 
 void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
   const TOperationRow& Operation = Operations[Code];
   Perform(Form, Operation.Name, Code, {FileName}, [&] {
-    const std::string File = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
-    if (Form == TForm::Logged) RequireWholeName(File);
-    return TPreparedChange{[=, this] { return Store().SaveString(File); },
-                           [=](TRoutine& Lines) { Operation.Run(File, Lines); }};
+    if (Form == TForm::Plain && Code == RegisterLibrary) {  // the one that the system does by the whole name
+      const std::wstring WideName = WideFileNameArgument(FileName);
+      return TPreparedChange{{}, [=](TRoutine& Lines) { Operation.Run({LossyAnsi(WideName), WideName}, Lines); }};
+    }
+    const std::string Name = FileNameArgument(FileName);  // a name that cannot be given back must not be recorded
+    if (Form == TForm::Logged) RequireWholeName(Name);
+    return TPreparedChange{[=, this] { return Store().SaveString(Name); },
+                           [=](TRoutine& Lines) { Operation.Run({Name}, Lines); }};
   });
 }
 
@@ -204,7 +215,7 @@ HRESULT TUCom::ChangeFile(TForm Form, long Code, BSTR FileName) {
 HRESULT TUCom::ChangeByExtension(const char* Name, TForm Form, long ForLibrary, long ForServer, BSTR FileName) {
   return Method(Name, {FileName}, [&] {
     // In exactly this case: "x.tlb" is taken as a server, as callers have come to rely on.
-    const bool IsLibrary = ExtensionOf(FileNameArgument(FileName)) == ".TLB";
+    const bool IsLibrary = WideFileNameArgument(FileName).ends_with(L".TLB");
     PerformOn(FileName, Form, IsLibrary ? ForLibrary : ForServer);
   });
 }

@@ -5,8 +5,8 @@
 /// Registers and unregisters COM servers and type libraries, plainly or logged. No registry state is saved: the undoing
 /// of a registration is the matching unregistration by the file itself. Every module and library is let go before a
 /// call returns, whatever it did; a structured exception that leaves a module's function is a failure like any other
-/// (see RunGuarded for the one that cannot be caught). A file name must have an exact form in the ANSI code page: any
-/// other is refused with E_INVALIDARG before anything is recorded.
+/// (see RunGuarded for the one that cannot be caught). A file name must have an exact form in the ANSI code page, but
+/// for RegTLB: any other is refused with E_INVALIDARG before anything is recorded.
 class TUCom final : public TChangeObject<IUCom> {
  public:
   using TChangeObject::TChangeObject;

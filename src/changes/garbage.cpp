@@ -88,7 +88,7 @@ bool RemoveValue(const std::string& Line) {
 /// The whole text of a list; nothing when it cannot be read, or is larger than any that was written.
 std::optional<std::string> ReadList(const std::string& Path) {
   constexpr int64_t LargestList = 256 << 20;
-  return ReadWholeFile(Path, LargestList);
+  return ReadWholeFile(ToWide(Path), LargestList);
 }
 
 /// One list. What goes wrong ends it and leaves its file, whole, for the next time; the other lists do not suffer.

@@ -11,14 +11,13 @@
 
 namespace {
 
-/// A file that is cut off is not shown to the platform's reader, which may end the thread over it or fall over it and
-/// keep it open; either way it is a library that cannot be loaded.
-HRESULT LoadTypeLibGuarded(const std::string& FileName, ITypeLib** Library) {
+/// A file that is cut off or damaged is not shown to the platform's reader, which may end the thread over it or fall
+/// over it and keep it open; either way it is a library that cannot be loaded.
+HRESULT LoadTypeLibGuarded(const std::wstring& FileName, ITypeLib** Library) {
   constexpr int64_t LargestLibrary = 64 << 20;
-  const std::wstring Path = ToWide(FileName);
   const auto Content = ReadWholeFile(FileName, LargestLibrary, FILE_SHARE_READ | FILE_SHARE_WRITE);
   HRESULT Result = TYPE_E_CANTLOADLIBRARY;
-  if (!Content || !IsCutOffTypeLibrary(*Content)) RunGuarded([&] { Result = LoadTypeLib(Path.c_str(), Library); });
+  if (!Content || !IsDamagedTypeLibrary(*Content)) RunGuarded([&] { Result = LoadTypeLib(FileName.c_str(), Library); });
   return Result;
 }
 
@@ -51,7 +50,7 @@ bool IsForOtherProcessor(const std::string& FileName) {
   constexpr int64_t LargestModule = 1 << 30;
   constexpr size_t HeaderPlaceAt = 0x3C, MachineAt = 4, MachineSize = 2;
   constexpr uint16_t Own = sizeof(void*) == 8 ? IMAGE_FILE_MACHINE_AMD64 : IMAGE_FILE_MACHINE_I386;
-  const auto Content = ReadWholeFile(FileName, LargestModule);
+  const auto Content = ReadWholeFile(ToWide(FileName), LargestModule);
   if (!Content || Content->size() < HeaderPlaceAt + sizeof(uint32_t)) return false;
   const uint64_t Header = NumberAt<uint32_t>(Content->data() + HeaderPlaceAt);
   if (Header + MachineAt + MachineSize > Content->size()) return false;
@@ -102,10 +101,11 @@ HMODULE RetryGetModuleHandle(const std::string& FileName) {
   return Module;
 }
 
-TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName) {
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, const std::wstring& WideFileName) {
   TComRef<ITypeLib> Library;
   TRetryCall(Standard, "RetryLoadTypeLib", FileName)
-      .Run([&] { return ByHResult(LoadTypeLibGuarded(FileName, Library.Out())); }, MsgCannotLoadTypeLibrary, FileName);
+      .Run([&] { return ByHResult(LoadTypeLibGuarded(WideFileName, Library.Out())); }, MsgCannotLoadTypeLibrary,
+           FileName);
   return Library;
 }
 

@@ -17,5 +17,6 @@ FARPROC RetryGetProcAddress(const std::string& FileName, HMODULE Module, const s
 /// The handle is not counted and must not be freed.
 HMODULE RetryGetModuleHandle(const std::string& FileName);
 /// The dialog and the Exception line show the whole HRESULT of the call; the failure's own is made of its low 16 bits.
-TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName);
+/// `FileName` is the name in the code page, for them.
+TComRef<ITypeLib> RetryLoadTypeLib(const std::string& FileName, const std::wstring& WideFileName);
 TTaskMemory RetryCoTaskMemAlloc(DWORD Size);

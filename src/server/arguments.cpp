@@ -11,11 +11,25 @@
 namespace {
 
 /// What follows is taken as it is written.
-constexpr std::string_view LiteralPrefix = "\\\\?\\";
+constexpr std::wstring_view LiteralPrefix = L"\\\\?\\";
 
-std::string TextWithoutNul(BSTR Text) {
-  std::string Result = TextArgument(Text);
-  if (Result.find('\0') != std::string::npos) Refuse(MsgNameWithNul, std::wstring(ViewOf(Text).data()));
+std::wstring_view WithoutNul(BSTR Text) {
+  const std::wstring_view Result = ViewOf(Text);
+  if (Result.find(L'\0') != std::wstring_view::npos) Refuse(MsgNameWithNul, std::wstring(Result.data()));
+  return Result;
+}
+
+std::string InCodePage(std::wstring_view Text) {
+  std::optional<std::string> Result = ExactAnsi(Text);
+  if (!Result) Refuse(MsgNotInCodePage, std::wstring(Text));
+  return std::move(*Result);
+}
+
+std::wstring WideMaskArgument(BSTR Mask) {
+  std::wstring Result(WithoutNul(Mask));
+  const bool Literal = Result.starts_with(LiteralPrefix);
+  if (Literal && Result.find(L'/') != std::wstring::npos) Refuse(MsgSlashInLiteralName, Result);
+  std::ranges::replace(Result, L'/', L'\\');
   return Result;
 }
 
@@ -27,32 +41,23 @@ std::string KeyNameArgument(BSTR KeyName) {
     if (End - At > LongestPart) Refuse(MsgKeyPartTooLong, std::wstring(Text));
     At = End + 1;
   }
-  return TextWithoutNul(KeyName);
+  return InCodePage(WithoutNul(KeyName));
 }
 
 }  // namespace
 
-std::string TextArgument(BSTR Text) {
-  const std::wstring_view Wide = ViewOf(Text);
-  std::optional<std::string> Result = ExactAnsi(Wide);
-  if (!Result) Refuse(MsgNotInCodePage, std::wstring(Wide));
-  return std::move(*Result);
-}
+std::string TextArgument(BSTR Text) { return InCodePage(ViewOf(Text)); }
 
-std::string MaskArgument(BSTR Mask) {
-  std::string Result = TextWithoutNul(Mask);
-  const bool Literal = Result.starts_with(LiteralPrefix);
-  if (Literal && Result.find('/') != std::string::npos) Refuse(MsgSlashInLiteralName, ToWide(Result));
-  std::ranges::replace(Result, '/', '\\');  // never the second byte of a character, in any code page
-  return Result;
-}
+std::string MaskArgument(BSTR Mask) { return InCodePage(WideMaskArgument(Mask)); }
 
-std::string FileNameArgument(BSTR Name) {
-  std::string Result = MaskArgument(Name);
+std::wstring WideFileNameArgument(BSTR Name) {
+  std::wstring Result = WideMaskArgument(Name);
   const size_t Names = Result.starts_with(LiteralPrefix) ? LiteralPrefix.size() : 0;
-  if (Result.find_first_of("*?<>\"", Names) != std::string::npos) Refuse(MsgNameWithWildcard, ToWide(Result));
+  if (Result.find_first_of(L"*?<>\"", Names) != std::wstring::npos) Refuse(MsgNameWithWildcard, Result);
   return Result;
 }
+
+std::string FileNameArgument(BSTR Name) { return InCodePage(WideFileNameArgument(Name)); }
 
 TKeyPlace KeyArgument(unsigned long RootKey, BSTR KeyName) {
   if (!IsRegistryRoot(RootKey)) Refuse(MsgNoRegistryRoot, std::to_wstring(RootKey));
@@ -63,7 +68,7 @@ TValuePlace ValueArgument(unsigned long RootKey, BSTR KeyName, BSTR ValueName) {
   constexpr size_t LongestName = 16383;
   TKeyPlace Key = KeyArgument(RootKey, KeyName);
   if (ViewOf(ValueName).size() > LongestName) Refuse(MsgValueNameTooLong);
-  return {std::move(Key), TextWithoutNul(ValueName)};
+  return {std::move(Key), InCodePage(WithoutNul(ValueName))};
 }
 
 void RequireBuffer(const void* Buffer, long Size) {

@@ -20,6 +20,9 @@ std::string MaskArgument(BSTR Mask);
 /// for the system `<`, `>` and `"` are wildcards, too.
 std::string FileNameArgument(BSTR Name);
 
+/// The same, also of a name that the code page lacks: for what is done with the wide name alone.
+std::wstring WideFileNameArgument(BSTR Name);
+
 /// A registry key that a caller named by one of the predefined roots (0x80000000 to 0x80000005) and its path below it.
 /// Fails with E_INVALIDARG for any other root, like MaskArgument, and when a part of the path is longer than the
 /// registry allows (255 characters).
