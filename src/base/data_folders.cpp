@@ -8,6 +8,7 @@
 #include "base/system_error.h"
 #include "base/text.h"
 
+#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -16,6 +17,8 @@ namespace {
 
 constexpr char BaseKeyName[] = "Software\\Orvane\\Core";
 
+// The caches of the process, for threads of several apartments.
+std::recursive_mutex CacheLock;
 std::string UpdatesDir;
 std::string ServiceDir;
 /// The service folder and the log folder, and where they really are; asked for once.
@@ -66,6 +69,7 @@ void MakeFolder(const std::string& Folder) { CreateDirectoryA(Folder.c_str(), nu
 }  // namespace
 
 std::string GetUpdatesDir() {
+  const std::lock_guard Guard(CacheLock);
   if (UpdatesDir.empty()) {
     UpdatesDir = ReadBaseFolder() + "\\Updates";
     MakeFolder(UpdatesDir);
@@ -75,6 +79,7 @@ std::string GetUpdatesDir() {
 }
 
 std::string GetServiceDir() {
+  const std::lock_guard Guard(CacheLock);
   if (ServiceDir.empty()) {
     ServiceDir = GetUpdatesDir() + ServiceName;
     MakeFolder(ServiceDir);
@@ -126,6 +131,7 @@ bool LiesIn(const TPlace& Place, const TPlace& Folder) {
 }  // namespace
 
 void RequireOutsideOwnFolders(const std::string& Mask, bool Recursive) {
+  const std::lock_guard Guard(CacheLock);
   if (!PrepareDataFolders()) return;  // there are none
   if (OwnFolders.empty()) OwnFolders = {PlaceOf(GetServiceDir()), PlaceOf(GetUpdatesDir() + "\\Log")};
   const TPlace Folder = PlaceOf(FolderPart(Mask));

@@ -1,33 +1,105 @@
 #include "base/named_lock.h"
 
 #include "base/failure.h"
+#include "base/text.h"
 
-void TNamedLock::Create(const std::string& Name) {
-  Semaphore.Reset(CreateSemaphoreA(nullptr, 1, 1, Name.c_str()));
-  // Semaphores and mutexes share one name space, so the mutex needs a name of its own.
-  Mutex.Reset(CreateMutexA(nullptr, FALSE, ("Mendwork.Owner." + Name).c_str()));
+#include <sddl.h>
+
+namespace {
+
+/// Full access for everyone, and a label that lets processes of low integrity write.
+class TOpenToEveryone {
+ public:
+  TOpenToEveryone() {
+    ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;;GA;;;WD)S:(ML;;NW;;;LW)", SDDL_REVISION_1,
+                                                         &Attributes.lpSecurityDescriptor, nullptr);
+  }
+  ~TOpenToEveryone() { LocalFree(Attributes.lpSecurityDescriptor); }
+  TOpenToEveryone(const TOpenToEveryone&) = delete;
+  TOpenToEveryone& operator=(const TOpenToEveryone&) = delete;
+
+  SECURITY_ATTRIBUTES* Get() { return &Attributes; }
+
+ private:
+  SECURITY_ATTRIBUTES Attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+/// Somebody may have made one that grants no more than its use.
+TKernelHandle CreateOrOpenMutex(const std::string& Name, SECURITY_ATTRIBUTES* Rights) {
+  TKernelHandle Mutex(CreateMutexA(Rights, FALSE, Name.c_str()));
+  if (!Mutex) Mutex.Reset(OpenMutexA(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, Name.c_str()));
+  return Mutex;
+}
+
+/// Waiting goes on without limit; in between it is looked whether whoever was waited for has died.
+constexpr DWORD LookAgainMilliseconds = 1000;
+
+/// Waits without limit, and lets messages in that other threads send to windows of this one: the owner may be a
+/// rollback that sends one and waits for the answer.
+void WaitAnsweringMessages(HANDLE Object) {
+  if (WaitForSingleObject(Object, 0) != WAIT_TIMEOUT) return;
+  constexpr DWORD ObjectAndMessages = 1;
+  while (MsgWaitForMultipleObjects(ObjectAndMessages, &Object, FALSE, INFINITE, QS_SENDMESSAGE) ==
+         WAIT_OBJECT_0 + ObjectAndMessages) {
+    MSG Unused;
+    PeekMessageA(&Unused, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);  // delivers what was sent
+  }
+}
+
+/// The thread that marks itself must not be marked already.
+void RequireOther(const std::atomic<DWORD>& Thread) {
+  if (Thread == GetCurrentThreadId()) throw EFailure(E_UNEXPECTED, LoadWideMessage(MsgLockHeldByThread));
+}
+
+void RequireMutex(const TKernelHandle& Mutex, const std::string& Name) {
+  if (!Mutex) throw EFailure(E_ACCESSDENIED, ToWide(FormatMessageText(MsgNoLock, Name)));
+}
+
+}  // namespace
+
+void TNamedLock::Create(const std::string& ClassId) {
+  TOpenToEveryone Everyone;
+  Name = ClassId;
+  // Semaphores and mutexes share one name space, so the mutexes need names of their own.
+  OwnerMutex = CreateOrOpenMutex("Global\\Mendwork.Owner." + Name, Everyone.Get());
+  HolderMutex = CreateOrOpenMutex("Mendwork.Holder." + Name, Everyone.Get());
+  Semaphore.Reset(CreateSemaphoreA(Everyone.Get(), 1, 1, Name.c_str()));
+  if (!Semaphore) Semaphore.Reset(OpenSemaphoreA(SYNCHRONIZE | SEMAPHORE_MODIFY_STATE, FALSE, Name.c_str()));
 }
 
 void TNamedLock::Close() {
   Semaphore.Reset();
-  Mutex.Reset();
+  HolderMutex.Reset();
+  OwnerMutex.Reset();
 }
 
 TNamedLock::TOwner::TOwner(TNamedLock& Lock) : Lock(Lock) {
-  if (WaitForSingleObject(Lock.Mutex.Get(), INFINITE) != WAIT_ABANDONED) return;
-  // The former owner died. If it held the semaphore, its count is lost; if not, the count is at its maximum and this
-  // release fails without effect.
-  ReleaseSemaphore(Lock.Semaphore.Get(), 1, nullptr);
+  RequireOther(Lock.OwnerThread);
+  RequireMutex(Lock.OwnerMutex, Lock.Name);
+  // An owner that died leaves nothing behind but its half of a modification, which is looked for anyway.
+  WaitAnsweringMessages(Lock.OwnerMutex.Get());
+  Lock.OwnerThread = GetCurrentThreadId();
 }
 
 TNamedLock::TOwner::~TOwner() {
   const TKeepLastError Keep;
-  ReleaseMutex(Lock.Mutex.Get());
+  Lock.OwnerThread = 0;
+  ReleaseMutex(Lock.OwnerMutex.Get());
 }
 
-TNamedLock::THold::THold(TOwner& Owner) : Lock(Owner.Lock) {
-  if (Lock.HolderThread == GetCurrentThreadId()) throw EFailure(E_UNEXPECTED, LoadWideMessage(MsgLockHeldByThread));
-  WaitForSingleObject(Lock.Semaphore.Get(), INFINITE);
+TNamedLock::THold::THold(TNamedLock& Lock) : Lock(Lock) {
+  RequireOther(Lock.HolderThread);
+  RequireMutex(Lock.HolderMutex, Lock.Name);
+  const HANDLE Both[] = {Lock.HolderMutex.Get(), Lock.Semaphore.Get()};
+  for (;;) {
+    // The holder died: its count is lost.
+    if (WaitForSingleObject(Both[0], INFINITE) == WAIT_ABANDONED) ReleaseSemaphore(Both[1], 1, nullptr);
+    if (!Lock.Semaphore || WaitForSingleObject(Both[1], 0) != WAIT_TIMEOUT) break;
+    // A process that knows no holder has it. Who waits for that one with the mutex in hand, and dies, would be taken
+    // for one that held it; so both are taken at once.
+    ReleaseMutex(Both[0]);
+    if (WaitForMultipleObjects(2, Both, TRUE, LookAgainMilliseconds) != WAIT_TIMEOUT) break;
+  }
   Lock.HolderThread = GetCurrentThreadId();
 }
 
@@ -35,4 +107,5 @@ TNamedLock::THold::~THold() {
   const TKeepLastError Keep;
   Lock.HolderThread = 0;
   ReleaseSemaphore(Lock.Semaphore.Get(), 1, nullptr);
+  ReleaseMutex(Lock.HolderMutex.Get());
 }

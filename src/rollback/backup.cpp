@@ -61,7 +61,7 @@ HRESULT TUBackup::BackupData(void* DataBuf, long DataSize, GUID* DataID) {
 }
 
 HRESULT TUBackup::RestoreData(GUID DataID, void** DataBuf, long* DataSize) {
-  if (!DataBuf || !DataSize) return E_POINTER;
+  if (!DataBuf || !DataSize) return RefuseNullPointer();
   return Give(DataBuf, [&] {
     TTaskMemory Memory;
     Routine("RestoreData", {DataID}, [&] {

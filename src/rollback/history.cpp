@@ -49,7 +49,7 @@ void TUHistory::Append(const GUID& GroupID, long Code, bool CheckPoint, const GU
 
 HRESULT TUHistory::Get(GUID GroupID, long* Code, GUID* DataID, VARIANT_BOOL* NoMoreRecords,
                        VARIANT_BOOL* ThisIsCheckPoint) {
-  if (!Code || !DataID || !NoMoreRecords || !ThisIsCheckPoint) return E_POINTER;
+  if (!Code || !DataID || !NoMoreRecords || !ThisIsCheckPoint) return RefuseNullPointer();
   return Method("Get", {GroupID}, [&](TRoutine& Get) {
     *NoMoreRecords = VARIANT_FALSE;
     const std::optional<TLogRecord> Record = Open(GroupID, TRecordFileChange::ToRead).ReadLast();

@@ -58,7 +58,8 @@ class TGuardedRecordFile {
 /// is committed; a change that is not leaves the copy, and the next one puts it back.
 ///
 /// The lock's mutex is owned from the first look at the copy to its deletion: in between, another process would put the
-/// copy back over a record that was already acknowledged. The semaphore is held inside each step, as other versions of
+/// copy back over a record that was already acknowledged, and so would a call that comes in on the same thread while a
+/// line is written or a box is shown: that one fails. The semaphore is held inside each step, as other versions of
 /// this system know it.
 class TRecordFileChange {
  public:

@@ -22,9 +22,9 @@ bool UpdaterTookIt(const TLogRecord& Entry) {
 
 void DispatchRollback(const TLogRecord& Entry) {
   if (UpdaterTookIt(Entry)) return;
+  SetErrorInfo(0, nullptr);  // whatever text is found after a failure is that failure's
   const TComRef<IUnknown> Object = ActiveOrNewObject(GuidOf(Entry.Id), CLSCTX_INPROC_SERVER | CLSCTX_LOCAL_SERVER);
   TComRef<IUCanRollback> Target;
-  SetErrorInfo(0, nullptr);  // whatever text is found after a failure is that failure's
   CheckCall(Object->QueryInterface(IID_IUCanRollback, Target.OutVoid()));
   CheckCall(Target->Rollback(Entry.Code, GuidOf(Entry.DataID)));
 }

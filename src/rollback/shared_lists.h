@@ -7,7 +7,10 @@
 #include "rollback/saved_list.h"
 #include "server/logged_object.h"
 
+#include <atomic>
 #include <initializer_list>
+#include <optional>
+#include <string>
 #include <vector>
 
 /// The saved lists that all objects of one class share, in the whole process, behind the class's named lock.
@@ -25,17 +28,23 @@ class TSharedLists {
   /// does it. It comes before anything is saved: a list that was not read must not be written over.
   template <class TBody>
   void Use(const TBackupClient& Store, IUHistory& History, TBody Body) {
+    const TSaved Saved = Read(Store, History);
     TNamedLock::TOwner Owner(Lock);
     const TNamedLock::THold Hold(Owner);
-    LoadOnce(Store, History);
+    LoadOnce(Saved);
     Body();
   }
 
  private:
-  void LoadOnce(const TBackupClient& Store, IUHistory& History);
+  /// What was saved of each list.
+  using TSaved = std::vector<std::optional<std::vector<std::string>>>;
+  /// Reads it, unless the lists are loaded. Without the lock: these may be the first lines of the process, and the user
+  /// may be asked about the debug log, which another process that waits for the lock holds open.
+  TSaved Read(const TBackupClient& Store, IUHistory& History) const;
+  void LoadOnce(const TSaved& Saved);
 
   const std::vector<TSavedList*> Lists;
-  bool Loaded = false;
+  std::atomic<bool> Loaded = false;
 };
 
 /// A class whose objects share such lists. The first object of a process loads them; what cannot be loaded (a damaged

@@ -5,6 +5,8 @@
 #include "base/guid.h"
 #include "rollback/rollback_contract.h"
 
+#include <mutex>
+
 namespace {
 
 constexpr long CheckPointCode = 0;
@@ -13,7 +15,9 @@ TNamedLock TransactionLogLock;
 
 /// The file for a change of it, in a folder that may be trusted; who owns it is asked once.
 TGuardedRecordFile TransactionLogFile() {
+  static std::mutex Lock;
   static std::string Trusted;
+  const std::lock_guard Guard(Lock);
   const std::string Folder = GetServiceDir();
   if (Trusted != Folder) RequireFolderOfAdministrators(Folder);
   Trusted = Folder;
@@ -51,7 +55,7 @@ void TUTransactionLog::Append(const GUID& Id, long Code, const GUID& DataID) con
 }
 
 HRESULT TUTransactionLog::Rollback(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) {
-  if (!CheckPointID) return E_POINTER;
+  if (!CheckPointID) return RefuseNullPointer();
   return Method("Rollback", {OnlyToCheckPoint}, [&](TRoutine& Rollback) {
     TRecordFileChange Change(TransactionLogFile(), TransactionLogLock, Lines(), {TakesSemaphore});
     if (!Change.File().Exists()) return Rollback.HasNoEnd();  // the empty copy goes with the next modification

@@ -96,7 +96,7 @@ class TAutoObject : public TAutoObjectBase,
   /// all else has succeeded; a text becomes a BSTR. After a failure the result is empty, or for a GUID what it was.
   template <class TOut, class TBody>
   HRESULT Give(TOut* Out, TBody&& Body) noexcept {
-    if (!Out) return E_POINTER;
+    if (!Out) return RefuseNullPointer();
     if constexpr (!std::is_same_v<TOut, GUID>) *Out = {};
     return SafeCall([&] {
       if constexpr (std::is_same_v<TOut, BSTR>)

@@ -31,7 +31,10 @@ std::string ReadKey(const std::string& Name) {
 }
 
 /// A key that is not there is what was wanted.
-void DeleteKey(const std::string& Name) { RegDeleteKeyA(HKEY_CLASSES_ROOT, Name.c_str()); }
+void RequireGone(LSTATUS Status) {
+  if (Status != ERROR_FILE_NOT_FOUND) RequireStatus(Status);
+}
+void DeleteKey(const std::string& Name) { RequireGone(RegDeleteKeyA(HKEY_CLASSES_ROOT, Name.c_str())); }
 
 }  // namespace
 
@@ -92,7 +95,7 @@ void TVersionedAutoObjectFactory::UnregisterClass() const {
   DeleteKey(ProgId + "\\Clsid");
   DeleteKey(ProgId);
   // With all subkeys, a newer version's VersionIndependentProgID too, which has no meaning without the class.
-  RegDeleteTreeA(HKEY_CLASSES_ROOT, Class.c_str());
+  RequireGone(RegDeleteTreeA(HKEY_CLASSES_ROOT, Class.c_str()));
 }
 
 void TVersionedAutoObjectFactory::RegisterVersionIndependent() const {

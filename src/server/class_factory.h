@@ -30,15 +30,21 @@ class TVersionedAutoObjectFactory final : public IClassFactory {
 
   /// Writes or removes the class's entries under HKEY_CLASSES_ROOT. On register, the version-independent entries are
   /// written only when their CurVer names an older version or nothing; on unregister they go only when their CurVer
-  /// names this version. Raises the failure of a write; what is missing on removal is no failure.
+  /// names this version. Raises the first failure; what is missing on removal is none.
   void UpdateRegistry(bool Register);
 
   STDMETHOD(QueryInterface)(REFIID Iid, void** Result) override {
     return AnswerQuery<IClassFactory>(this, Iid, Result);
   }
-  // Lives as long as the server object.
-  STDMETHOD_(ULONG, AddRef)() override { return 2; }
-  STDMETHOD_(ULONG, Release)() override { return 1; }
+  // Lives as long as the server object; who holds it keeps the module in memory.
+  STDMETHOD_(ULONG, AddRef)() override {
+    Owner.CountFactory(+1);
+    return 2;
+  }
+  STDMETHOD_(ULONG, Release)() override {
+    Owner.CountFactory(-1);
+    return 1;
+  }
   STDMETHOD(CreateInstance)(IUnknown* Outer, REFIID Iid, void** Result) override;
   STDMETHOD(LockServer)(BOOL Lock) override;
 

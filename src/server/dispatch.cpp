@@ -50,8 +50,8 @@ HRESULT Blame(const TLateArgument& Argument, const DISPPARAMS& Given, UINT* BadA
 
 HRESULT TCall::Convert(const DISPPARAMS& Given, UINT* BadArgument) {
   for (TLateArgument& Argument : Arguments) {
-    if (Argument.Parameter.Out) continue;
-    const HRESULT Outcome = Argument.Convert();
+    if (Argument.Parameter.Out && !Argument.Given) continue;
+    const HRESULT Outcome = Argument.Parameter.Out ? Argument.CheckPlace() : Argument.Convert();
     if (FAILED(Outcome)) return Blame(Argument, Given, BadArgument, Outcome);
   }
   return S_OK;

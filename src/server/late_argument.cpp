@@ -4,6 +4,7 @@
 #include "base/handles.h"
 #include "base/text.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -29,6 +30,7 @@ HRESULT TArgumentValue::Dereference(const VARIANT& Given) {
   if (Given.vt == (VT_BYREF | VT_VARIANT)) Source = Given.pvarVal;
   if (!Source) return DISP_E_TYPEMISMATCH;
   if (Source->vt & VT_BYREF && Source->vt != (VT_BYREF | VT_RECORD)) {
+    if (!Source->byref) return DISP_E_TYPEMISMATCH;
     Owned = true;
     return VariantCopyInd(this, const_cast<VARIANT*>(Source));
   }
@@ -89,6 +91,14 @@ HRESULT StoreThroughReference(VARIANT& Reference, VARIANT& Value) {
   }
 }
 
+bool IsRecord(const VARIANT& Given) { return Given.vt == VT_RECORD || Given.vt == (VT_BYREF | VT_RECORD); }
+
+/// The types of number that a result is stored as.
+bool IsNumber(VARTYPE Type) {
+  constexpr VARTYPE Numbers[] = {VT_I4, VT_UI4, VT_INT, VT_UINT, VT_I2, VT_UI2, VT_BOOL};
+  return std::ranges::find(Numbers, Type) != std::end(Numbers);
+}
+
 VARIANT PointerTo(void* Target) {
   VARIANT Pointer;
   VariantInit(&Pointer);
@@ -104,8 +114,9 @@ HRESULT TLateArgument::Convert() {
   const HRESULT Outcome = Argument.Dereference(*Given);
   if (FAILED(Outcome)) return Outcome;
   if (Argument.vt == VT_ERROR && Argument.scode == DISP_E_PARAMNOTFOUND) return DISP_E_PARAMNOTOPTIONAL;
-  // A 32-bit number keeps its bits: scripts have no unsigned numbers, and write the root key 0x80000001 as a negative
-  // one.
+  // A signed number keeps its bits: scripts have no unsigned ones, and write the root key 0x80000001 as a negative
+  // number, and -1, or &HFFFFFFFF, as a short one.
+  if (Parameter.Type == VT_UI4 && Argument.vt == VT_I2) Argument.lVal = Argument.iVal, Argument.vt = VT_I4;
   if (Parameter.Type == VT_UI4 && Argument.vt == VT_I4) Argument.vt = VT_UI4;
   if (Parameter.Type != VT_RECORD) return VariantChangeType(&Value, &Argument, VARIANT_ALPHABOOL, Parameter.Type);
   if (Argument.vt == VT_RECORD) return GuidFromRecord(Argument, Guid);
@@ -153,12 +164,22 @@ void TLateArgument::TakeOut(VARIANT& Target) {
   Target.vt = VT_BSTR;
 }
 
-HRESULT TLateArgument::GiveOut() {
-  if (Given->vt == VT_RECORD || Given->vt == (VT_BYREF | VT_RECORD)) {
+HRESULT TLateArgument::CheckPlace() const {
+  if (IsRecord(*Given)) {
     GUID Unused;
-    const HRESULT Fits = Parameter.Type == VT_RECORD ? GuidFromRecord(*Given, Unused) : DISP_E_TYPEMISMATCH;
-    if (SUCCEEDED(Fits)) std::memcpy(Given->pvRecord, &Guid, sizeof Guid);
-    return Fits;
+    return Parameter.Type == VT_RECORD ? GuidFromRecord(*Given, Unused) : DISP_E_TYPEMISMATCH;
+  }
+  if (!(Given->vt & VT_BYREF)) return S_OK;
+  const bool IsText = Parameter.Type == VT_BSTR || Parameter.Type == VT_RECORD;
+  const VARTYPE Place = static_cast<VARTYPE>(Given->vt & ~VT_BYREF);
+  const bool Takes = Place == VT_VARIANT || Place == VT_BSTR || (!IsText && IsNumber(Place));
+  return Takes && Given->byref ? S_OK : DISP_E_TYPEMISMATCH;
+}
+
+HRESULT TLateArgument::GiveOut() {
+  if (IsRecord(*Given)) {
+    std::memcpy(Given->pvRecord, &Guid, sizeof Guid);
+    return S_OK;
   }
   if (!(Given->vt & VT_BYREF)) return S_OK;  // a plain value: the caller cannot take the result
   TVariant Result;

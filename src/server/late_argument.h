@@ -34,6 +34,10 @@ class TLateArgument {
 
   /// Turns what was given into the parameter's type. A failure is one of DISP_E_.
   HRESULT Convert();
+  /// Whether the out value can be stored where the caller's reference leads, as far as that shows before the call: a
+  /// null reference and a type that the value never converts to are DISP_E_TYPEMISMATCH. (A number may still be too
+  /// large for a short one; that is told after the call.)
+  HRESULT CheckPlace() const;
   /// Adds what the method takes: the converted value, or the address of the out value. This object must stay where it
   /// is until the method has returned.
   void Pass(TVtableArguments& Arguments);

@@ -222,6 +222,7 @@ std::string ShowCustomBox(const TCustomBox& Box) {
     ~TListed() { OpenBoxes.Remove(Record); }
   };
   OpenBoxes.Add(Record);
+  if (!IsWindow(Window)) Record.Alive = false;  // destroyed before it was listed
   const TListed Listed{Record};
   return WaitForAnswer(Record);
 }

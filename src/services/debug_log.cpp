@@ -13,7 +13,7 @@
 
 namespace {
 
-// Process-wide: every object of the process writes through one handle, inside the lock.
+// Process-wide: every object of the process writes through one handle. Used inside the lock only.
 std::string LogFileName;
 TFileHandle LogFile;
 TNamedLock LogLock;
@@ -53,9 +53,10 @@ std::string ComposeLine(long Id, BSTR Name, BSTR Action, BSTR Text) {
   return FinishLogLine(LossyAnsi(Line));
 }
 
-void Append(const std::string& Line) {
+void Append(long Id, BSTR Name, BSTR Action, BSTR Text) {
   RepeatWithBox(MsgCannotSetPointer,
                 [] { return SetFilePointer(LogFile.Get(), 0, nullptr, FILE_END) != INVALID_SET_FILE_POINTER; });
+  const std::string Line = ComposeLine(Id, Name, Action, Text);  // its time is that of the writing
   RepeatWithBox(MsgCannotWrite, [&] {
     DWORD Written = 0;
     return WriteFile(LogFile.Get(), Line.data(), static_cast<DWORD>(Line.size()), &Written, nullptr) != FALSE;
@@ -66,7 +67,7 @@ void Append(const std::string& Line) {
 
 void TUDebugLog::Initialize() {
   try {
-    FindLogFile();
+    GetUpdatesDir();  // makes the folder
   } catch (const EFailure&) {
     // No base folder. Put says so: from here the text would not reach a script.
   }
@@ -74,11 +75,10 @@ void TUDebugLog::Initialize() {
 
 HRESULT TUDebugLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
   return SafeCall([&] {
-    TNamedLock::TOwner Owner(LogLock);
-    const TNamedLock::THold Hold(Owner);
+    const TNamedLock::THold Hold(LogLock);
     if (LogFileName.empty()) FindLogFile();
     RepeatWithBox(MsgCannotOpenOrCreate, OpenLogFile);
-    Append(ComposeLine(Id, Name, Action, Text));
+    Append(Id, Name, Action, Text);
   });
 }
 

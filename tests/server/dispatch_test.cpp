@@ -99,7 +99,7 @@ TEST_F(LateBound, ArgumentsAreTakenInEveryFormOrRefused) {
   // HKEY constants above 0x7FFFFFFF reach a method as a negative number (compiled clients and VBScript), as a double
   // (JScript) or as they are.
   for (const TValue& Root : {TValue(-2147483647L), TValue(VT_R8, 2147483649.0), TValue(VT_UI4, 2147483649u),
-                             TValue(VT_R8, -1.0), TValue(VT_R8, 4294967296.0)})
+                             TValue(VT_I2, short{-1}), TValue(VT_R8, -1.0), TValue(VT_R8, 4294967296.0)})
     Call(*Backup, L"BackupRegKeyValue", {Root, "Software\\Orvane\\Core", ""});
 }
 
@@ -119,6 +119,13 @@ TEST_F(LateBound, ResultsComeBackAsTextsAndNumbers) {
   Values << Code << " " << DataID << " " << NoMore << " " << Number << " " << LossyAnsi(ViewOf(Text)) << " " << Flag;
   Tell(Values.str());
   EXPECT_EQ(First, Second);
+  // What can take no result is refused before anything is done.
+  TValue* const Nowhere = nullptr;
+  for (const TValue& Place : {TValue(Nowhere), TValue(VT_BYREF | VT_I4, static_cast<long*>(nullptr)),
+                              TValue(VT_BYREF | VT_R8, &Number), TValue(Second, VT_BYREF | VT_RECORD)})
+    Call(*History, L"Get", {SecondText, Place, &DataID, &NoMore});
+  Call(*History, L"Get", {SecondText, &Code, NumberPlace, &NoMore});
+  Call(*History, L"Put", {SecondText, {VT_BYREF | VT_I4, static_cast<long*>(nullptr)}, FirstText});
   // The places of values that cannot be written back are left alone.
   Call(*History, L"Get", {SecondText, 5L, 6L, 7L});
 }

@@ -32,13 +32,14 @@ TEST_F(Surface, StaysAsPublished) {
 }
 
 TEST_F(Frame, FindsClassObjectsByClassAndInterface) {
-  const auto Files = Factory(CLSID_UFile);
+  auto Files = Factory(CLSID_UFile);
   void* Results[] = {this, this, this, this};
   EXPECT_EQ(CLASS_E_CLASSNOTAVAILABLE, GetClassObject(IID_IUFile, IID_IClassFactory, &Results[0]));
   EXPECT_EQ(E_NOINTERFACE, GetClassObject(CLSID_UFile, IID_IUFile, &Results[1]));
   EXPECT_EQ(CLASS_E_NOAGGREGATION, Files->CreateInstance(&Dialog(), IID_IUnknown, &Results[2]));
   EXPECT_EQ(E_NOINTERFACE, Files->CreateInstance(nullptr, IID_IUGarbage, &Results[3]));
   for (const void* Result : Results) EXPECT_EQ(nullptr, Result);
+  Files = {};
   EXPECT_EQ(S_OK, CanUnload());
 }
 
@@ -53,6 +54,34 @@ TEST_F(Frame, StaysWhileAnObjectOrALockIsOutstanding) {
                                              {CLSID_UInno, FALSE, S_OK}}) {
     EXPECT_EQ(S_OK, Factory(ClassId)->LockServer(Lock));
     EXPECT_EQ(CanGo, CanUnload());
+  }
+  auto Held = Factory(CLSID_UFile);
+  EXPECT_EQ(S_FALSE, CanUnload());
+  Held = {};
+  EXPECT_EQ(S_OK, CanUnload());
+}
+
+LSTATUS WINAPI RefuseToDelete(HKEY, LPCSTR) { return ERROR_ACCESS_DENIED; }
+
+TEST_F(Frame, SaysWhenItCannotBeUnregistered) {
+  for (const char* Function : {"RegDeleteKeyA", "RegDeleteTreeA"}) {
+    const TImportPatch Patch(Function, reinterpret_cast<void*>(RefuseToDelete));
+    EXPECT_EQ(E_FAIL, CallExport("DllUnregisterServer")) << Function;
+  }
+  for (const char* Function : {"DllUnregisterServer", "DllUnregisterServer", "DllRegisterServer"})
+    EXPECT_EQ(S_OK, CallExport(Function));
+}
+
+TEST_F(Frame, ForgetsTheTextOfAnEarlierFailure) {
+  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
+  Write(Service("update.prt"), TStory::RecordOf(NumberedGuid(1), 1, GUID{}));
+  for (const HRESULT Expected : {E_POINTER, S_OK, REGDB_E_CLASSNOTREG}) {
+    GUID Reached{};
+    TStory::TellError("stale");
+    EXPECT_EQ(Expected, Expected == E_POINTER ? Log->Rollback(0, nullptr)
+                        : Expected == S_OK    ? Log->PutCheckPoint(NumberedGuid(1))
+                                              : Log->Rollback(0, &Reached));
+    EXPECT_EQ(std::string::npos, ErrorText().find("stale"));
   }
 }
 

@@ -15,6 +15,7 @@ HRESULT TScriptedDialog::ShowMsgBox(BSTR Text, BSTR Caption, long MsgType, long*
 }
 
 HRESULT TMemoryLog::Put(long Id, BSTR Name, BSTR Action, BSTR Text) {
+  if (OnLine) OnLine();
   if (LinesLeft == 0) return E_ACCESSDENIED;
   if (LinesLeft > 0) --LinesLeft;
   Lines.push_back({Id, LossyAnsi(ViewOf(Name)), LossyAnsi(ViewOf(Action)), LossyAnsi(ViewOf(Text))});

@@ -73,6 +73,8 @@ class TMemoryLog final : public TDouble<IUDebugLog> {
   HRESULT Result = S_OK;
   /// After so many lines more, Put fails with E_ACCESSDENIED; a negative number means never.
   int LinesLeft = -1;
+  /// Called before each line is taken.
+  std::function<void()> OnLine;
 };
 
 /// An active object in the running object table for as long as the owner lives. Fails the program when it cannot.
