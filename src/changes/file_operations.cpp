@@ -261,6 +261,7 @@ void TUFile::CopyContent(TSource& Source, const std::string& Dest) {
   RetryCloseHandle(Source.File);
   RetrySetFileTime(File, Source.Times);
   RetryFlushFileBuffers(File);
+  FlushToDisk(File);
   RetryCloseHandle(File);
 }
 

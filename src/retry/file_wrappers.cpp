@@ -201,6 +201,8 @@ void RetrySetEndOfFile(const TOpenFile& File) {
       .Run([&] { return ByLastError(SetEndOfFile(File.Get())); }, MsgCannotTruncate, File.Name);
 }
 
+void FlushToDisk(const TOpenFile& File) { FlushFileBuffers(File.Get()); }
+
 bool FileExistsByFind(const std::string& FileName) {
   WIN32_FIND_DATAA Entry;
   NextCallId();

@@ -65,9 +65,14 @@ void RetryDeleteFile(const std::string& FileName);
 /// Patient.
 void RetryMoveFile(const std::string& OldName, const std::string& NewName);
 void RetrySetEndOfFile(const TOpenFile& File);
-/// Does nothing, by intent: the places that would flush are marked by it, but what protects the files against a crash
-/// is the order of the changes, and flushing every step would make an update many times slower.
+/// Does nothing, by intent: it marks steps after which older versions flushed. What protects the files when a process
+/// dies is the order of the changes.
 inline void RetryFlushFileBuffers(const TOpenFile&) {}
+/// Has the system bring what it still holds of the file to the disk. What must outlive a power failure is flushed by
+/// this, and only that: an item before its entry is recorded, a log before its backup copy goes, a restored file before
+/// its entry is cut off, a copied file before the call returns. Silent: it takes no call id, and a volume that cannot
+/// do it must not keep an update from being made.
+void FlushToDisk(const TOpenFile& File);
 
 /// Whether a file or folder of this name exists, as a search finds it. A search that fails otherwise than with "file
 /// not found" does not count as a "no" when a file of this name has attributes. Shows and logs nothing; takes a call

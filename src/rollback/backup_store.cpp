@@ -38,6 +38,7 @@ void TNewItem::Append(const void* Bytes, size_t Size) {
 
 GUID TNewItem::Finish() {
   RetryFlushFileBuffers(File);
+  FlushToDisk(File);
   RetryCloseHandle(File);
   return DataID;
 }

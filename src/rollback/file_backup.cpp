@@ -186,6 +186,7 @@ void TUBackup::LoadFile(const GUID& DataID, size_t Depth) const {
     Item.Close();
     RetrySetFileTime(File, Times);
     RetryFlushFileBuffers(File);
+    FlushToDisk(File);
     RetryCloseHandle(File);
   });
 }

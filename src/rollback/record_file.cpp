@@ -53,6 +53,7 @@ void TGuardedRecordFile::Append(const TLogRecord& Record) const {
   RetrySetFilePointer(File, 0, FILE_END);
   RetryWriteFile(File, Bytes.data(), true, LogRecordSize);
   RetryFlushFileBuffers(File);
+  FlushToDisk(File);
   RetryCloseHandle(File);
 }
 
@@ -69,6 +70,7 @@ bool TGuardedRecordFile::TOpen::CutLast() {
     RetrySetFilePointer(File, -LogRecordSize, FILE_END);
     RetrySetEndOfFile(File);
     RetryFlushFileBuffers(File);
+    FlushToDisk(File);
   }
   const bool Empty = RetryGetFileSize(File) == 0;
   Close();

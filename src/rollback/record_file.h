@@ -44,6 +44,11 @@ class TGuardedRecordFile {
     std::optional<TLogRecord> ReadLast() const;
     /// Cuts the newest record off and closes the file. True when no record is left.
     bool CutLast();
+    /// For a file that stays as it was read, and loses its copy: it was written anew from that one.
+    void FlushAndClose() {
+      FlushToDisk(File);
+      Close();
+    }
     void Close() { RetryCloseHandle(File); }
 
    private:

@@ -73,7 +73,7 @@ bool TUTransactionLog::RollbackLast(const TRecordFileChange& Change, bool OnlyTo
   if (Entry && IsCheckPoint(*Entry)) {
     if (OnlyToCheckPoint) {
       CheckPointID = GuidOf(Entry->DataID);
-      Open.Close();
+      Open.FlushAndClose();
       Change.Commit();
       return false;
     }

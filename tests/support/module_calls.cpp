@@ -212,6 +212,7 @@ const std::vector<TModuleCall>& ModuleCalls() {
       RESULT(LoadTypeLib, Looks, Asked),
       RESULT(RegisterTypeLib, Changes, Asked),
       ROW(CoTaskMemAlloc, Null, Looks, NotAsked),
+      ROW(FlushFileBuffers, FALSE, Looks, NotAsked),
       ROW(CreateMutexA, Null, Looks, NotAsked),
       ROW(OpenMutexA, Null, Looks, NotAsked),
       ROW(CreateSemaphoreA, Null, Looks, NotAsked),
