@@ -75,19 +75,7 @@ class TKillMatrix {
     const TTold Died = Machine.Change(Death.Process, {Death.Event, std::to_string(Death.Point)});
     if (Died.Status != DiedStatus) return "ended with status " + std::to_string(Died.Status);
     std::string Wrong = EndRollback(Number, Left, Full);
-    const TTold RolledBack = Machine.Change("rollback");
-    Wrong += Difference(Machine.Before(), Machine.Capture());
-    const bool Exactly = RemoveKnownRemains(Wrong) == 0;
-    if (FAILED(RolledBack.Result)) Wrong += RolledBack.Step + " failed: " + RolledBack.Error + "\n";
-    constexpr int Added = 2;
-    // A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.
-    const int Records = UninstallRecordsOf(Read(UninstallLogOf(Machine.Root())));
-    if (Records != UninstallRecords && Records != UninstallRecords + Added) Wrong += "the uninstall log is not whole\n";
-    if (Exists(Machine.Service("update.prt"))) Wrong += "the transaction log is not empty\n";
-    if (Wrong.empty())
-      ++Result.Notes[Exactly ? "restored exactly"
-                             : "restored, with folders, keys or values that logged calls had created"];
-    return Wrong;
+    return Wrong + Machine.RollBackAndCompare(Result.Notes);
   }
 
   /// The rollback that follows a death is ended as well, just after a call that the cases take in turn: now one of

@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "support/module_calls.h"
 #include "support/sandbox.h"
+#include "unflushed.h"
 #include "update.h"
 
 #include <algorithm>
@@ -28,7 +29,8 @@ void SetClasses(bool Server, bool Others) {
 
 std::string ToldFile(const std::string& Root) { return Root + "\\told.txt"; }
 
-/// change ROOT update|rollback EVENT POINT: see module_calls.h for the event at a point.
+/// change ROOT update|rollback EVENT POINT: see module_calls.h for the event at a point; "power" is "after", and tells
+/// what was not flushed.
 /// change ROOT fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the failing call with one answer, and
 /// who retries gives up when it does not help. Some of those who give up roll back in the same process. Without a
 /// FUNCTION all calls are counted.
@@ -53,11 +55,15 @@ const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
   if (IsFault && !Event.empty()) {
     const auto Call = std::ranges::find(ModuleCalls(), Event, &TModuleCall::Name);
     Fault.emplace(Event, TFaultPlan{Point - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(4)))});
+  } else if (Event == "power") {
+    PlanEvent("after", Point, ChangingCalls, TellUnflushed);
+    NoteUnflushed(Root);
   } else {
     PlanEvent(IsFault ? "nothing" : Event, Point, IsFault ? AllCalls : ChangingCalls);
   }
   if (What == "update") Updater.emplace(Root);
   HRESULT Result = Updater ? RunUpdate(*Updater, Step) : RollBack();
+  if (Event == "power") TellUnflushed();
   if (!Fault)
     for (const char* Name : CallsMade()) Calls += " " + std::string(Name);
   if (!Updater && SUCCEEDED(Result)) Step = "history, macros, garbage lists", Result = LookAtStores();
@@ -130,6 +136,21 @@ TTold TMachine::Change(const std::string& What, const TWords& Event) const {
   std::getline(In, Told.Step), std::getline(In, Told.Error, '\0');
   if (Told.Status != 0) Told.Result = -1;
   return Told;
+}
+
+std::string TMachine::RollBackAndCompare(std::map<std::string, int>& Notes) const {
+  const TTold RolledBack = Change("rollback");
+  std::string Wrong = Difference(Before(), Capture());
+  const bool Exactly = RemoveKnownRemains(Wrong) == 0;
+  if (FAILED(RolledBack.Result)) Wrong += RolledBack.Step + " failed: " + RolledBack.Error + "\n";
+  constexpr int Added = 2;
+  // A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.
+  const int Records = UninstallRecordsOf(Read(UninstallLogOf(Root())));
+  if (Records != UninstallRecords && Records != UninstallRecords + Added) Wrong += "the uninstall log is not whole\n";
+  if (Exists(Service("update.prt"))) Wrong += "the transaction log is not empty\n";
+  if (Wrong.empty())
+    ++Notes[Exactly ? "restored exactly" : "restored, with folders, keys or values that logged calls had created"];
+  return Wrong;
 }
 
 std::string Difference(const TCapture& Before, const TCapture& After) {

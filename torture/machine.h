@@ -5,6 +5,7 @@
 #include "support/sandbox.h"
 #include "support/tree.h"
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -41,6 +42,8 @@ class TMachine final : public TSandbox {
   /// Lets a process make the update, or roll everything back and look at what outlives it; the role in machine.cpp says
   /// what may happen to it.
   TTold Change(const std::string& What, const TWords& Event = {"nothing", "0"}) const;
+  /// Lets a process roll everything back and gives what is wrong then, or ""; counts whether all is exactly as before.
+  std::string RollBackAndCompare(std::map<std::string, int>& Notes) const;
 
  private:
   void FindClassKeys();

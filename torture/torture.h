@@ -33,6 +33,7 @@ struct TResult {
 };
 
 TResult KillMatrix(const TPlan& Plan);
+TResult PowerLoss(const TPlan& Plan);
 TResult TornFiles(const TPlan& Plan);
 TResult FaultMatrix(const TPlan& Plan);
 TResult ManyAtOnce(const TPlan& Plan);

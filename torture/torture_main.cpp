@@ -14,6 +14,8 @@ const struct TPart {
   TResult (*Run)(const TPlan& Plan);
 } Parts[] = {
     {"kill", "an update and its rollback, ended before, in and after every changing system call", KillMatrix},
+    {"power", "an update and its rollback, ended at every call, and what was not flushed lost, cut or zeros",
+     PowerLoss},
     {"torn", "every file of the system cut at every length, and with a flipped byte at every offset", TornFiles},
     {"fault", "every system call of an update failing once; Retry and Cancel", FaultMatrix},
     {"many", "eight processes at once on one base folder, killed and replaced", ManyAtOnce},

@@ -48,12 +48,15 @@ struct TEvent {
   std::string Kind;
   int PointsLeft = 0;
   TPoints Points = ChangingCalls;
+  void (*OnDeath)() = nullptr;
   bool Here = false;
   std::vector<const char*> Made = {};
 } Event;
 
 void DieWhen(const char* Kind) {
-  if (Event.Here && Event.Kind == Kind) TerminateProcess(GetCurrentProcess(), DiedStatus);
+  if (!Event.Here || Event.Kind != Kind) return;
+  if (Event.OnDeath) Event.OnDeath();
+  TerminateProcess(GetCurrentProcess(), DiedStatus);
 }
 
 /// Before a call: whether it is made. `Opens`: it is an open of a file to read.
@@ -252,9 +255,9 @@ TFault::TFault(const std::string& FunctionName, TFaultPlan Plan)
   Planned = Plan;
 }
 
-void PlanEvent(const std::string& Kind, int Point, TPoints Points) {
+void PlanEvent(const std::string& Kind, int Point, TPoints Points, void (*OnDeath)()) {
   static bool Patched = false;
-  Event = {Kind, Point, Points};
+  Event = {Kind, Point, Points, OnDeath};
   if (std::exchange(Patched, true)) return;
   for (const TModuleCall& Call : ModuleCalls()) new TImportPatch(Call.Name, Call.Replacement);  // for good
 }

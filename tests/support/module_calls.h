@@ -17,6 +17,8 @@ class TImportPatch {
   ~TImportPatch();
   TImportPatch(const TImportPatch&) = delete;
   TImportPatch& operator=(const TImportPatch&) = delete;
+  /// What the module called before, for a replacement that goes on with it.
+  void* Replaced() const { return Before; }
 
  private:
   void** Slot = nullptr;
@@ -68,7 +70,8 @@ enum TPoints { ChangingCalls, AllCalls };
 ///   before   the process ends just before the call, with DiedStatus
 ///   after    it ends just after the call
 ///   torn     it ends when the call, a WriteFile, has written half of its bytes; only those calls are counted
-void PlanEvent(const std::string& Event, int Point, TPoints Points = ChangingCalls);
+/// `OnDeath`, when there is one, is called just before the process ends.
+void PlanEvent(const std::string& Event, int Point, TPoints Points = ChangingCalls, void (*OnDeath)() = nullptr);
 
 /// The names of the points that were passed since, in order.
 const std::vector<const char*>& CallsMade();
