@@ -62,11 +62,11 @@ HRESULT RestoreKey(TState& State) { return State.Backup->RestoreRegKey(State.Key
 HRESULT TellInstaller(TState& State) { return State.Inno->ProcessInno(); }
 HRESULT RestoreFiles(TState& State) { return State.Backup->RestoreFiles(State.Files); }
 
-/// Registers a type library, however little of it is left, and unregisters what the registry got of it.
+/// Registers a type library, however little of it is left, and unregisters it.
 HRESULT RegisterTypes(TState& State) {
-  const HRESULT Result = State.Com->RegTLB(Text(State.Places.App("types.TLB")));
-  State.Com->UnRegTLB(Text(State.Places.App("types.TLB")));
-  return Result;
+  const Text Name(State.Places.App("types.TLB"));
+  const HRESULT Result = State.Com->RegTLB(Name);
+  return SUCCEEDED(Result) ? State.Com->UnRegTLB(Name) : Result;
 }
 
 const std::vector<TOperation> LogOperations = {
@@ -155,14 +155,18 @@ struct TTearing {
     const HRESULT Result = Operation.Run(State);
     if (FAILED(Result) && ErrorText().empty()) return "failed without a message";
     if (Result != S_OK && SUCCEEDED(Result)) return "an odd success";
+    // A last line of a list that is not whole is none, and need not be kept; what of a log is no whole record is kept
+    // beside it.
+    const std::string AsidePath = Places.Service(Name + ".damaged1"), Aside = Exists(AsidePath) ? Read(AsidePath) : "";
+    const size_t Whole = IsList(Name) ? Content.rfind("\r\n") + 1 : Content.size() - Aside.size();
+    const std::string Kept = Content.substr(0, Whole);
     const std::string Left = Read(Exists(Path) ? Path : Places.Service(Name));
     // The entries behind the damage that a rollback had undone by then are gone.
     const bool Undone = Operation.Name.starts_with("Rollback") && !Left.empty() && Content.starts_with(Left);
-    if (FAILED(Result) && Left != Content && !Undone) return "failed and changed the torn file";
-    // A last line of a list that is not whole is none, and need not be kept.
-    const size_t Whole = IsList(Name) ? Content.rfind("\r\n") + 1 : Content.size();
-    if (SUCCEEDED(Result) && Operation.Name.starts_with("Put") &&
-        !Read(Places.Service(Name)).starts_with(Content.substr(0, Whole)))
+    const bool SetAside = !Aside.empty() && Left == Kept;
+    if (FAILED(Result) && Left != Content && !Undone && !SetAside) return "failed and changed the torn file";
+    if (!Content.ends_with(Aside)) return "set aside something else";
+    if (SUCCEEDED(Result) && Operation.Name.starts_with("Put") && !Read(Places.Service(Name)).starts_with(Kept))
       return "put, and lost what was there";
     if (Operation.Name == "ProcessInno" && Left != Content && UninstallRecordsOf(Left) != UninstallRecords + 1)
       return "wrote to a damaged log";

@@ -11,7 +11,10 @@ constexpr long CheckPointCode = 0;
 TNamedLock HistoryLock;
 
 TGuardedRecordFile GroupFile(const GUID& GroupID) {
-  return TGuardedRecordFile(GetServiceDir() + "\\History\\" + GuidText(GroupID));
+  // A record of the group that is all zero may be all zero itself.
+  const bool ZeroGroup = SameGUID(GroupID, GUID{});
+  return TGuardedRecordFile(GetServiceDir() + "\\History\\" + GuidText(GroupID),
+                            ZeroGroup ? TGuardedRecordFile::ZerosAreARecord : TGuardedRecordFile::ZerosAreDamage);
 }
 
 bool IsCheckPoint(const TLogRecord& Record) {

@@ -1,7 +1,12 @@
 #include "rollback/record_file.h"
 
+#include "base/failure.h"
 #include "base/file_content.h"
+#include "base/text.h"
 #include "retry/engine.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -11,6 +16,26 @@ int64_t RequireWholeRecords(const TOpenFile& File) {
   if (Size < 0 || Size % LogRecordSize != 0)
     FailureStep(ERROR_FILE_CORRUPT, FormatMessageText(MsgDamagedRecordFile, File.Name, std::to_string(LogRecordSize)));
   return Size;
+}
+
+/// Bytes at a place of an open file; fewer, or none, when they cannot be read.
+std::string ReadFromPlace(HANDLE File, int64_t Place, size_t Size) {
+  LARGE_INTEGER Distance;
+  Distance.QuadPart = Place;
+  DWORD BytesRead = 0;
+  std::string Bytes(Size, '\0');
+  if (!SetFilePointerEx(File, Distance, nullptr, FILE_BEGIN) ||
+      !ReadFile(File, Bytes.data(), static_cast<DWORD>(Size), &BytesRead, nullptr))
+    BytesRead = 0;
+  Bytes.resize(BytesRead);
+  return Bytes;
+}
+
+std::string HexText(const std::string& Bytes) {
+  constexpr char Digits[] = "0123456789ABCDEF";
+  std::string Text;
+  for (const unsigned char Byte : Bytes) Text.append({Digits[Byte / 16], Digits[Byte % 16]});
+  return Text;
 }
 
 TOpenFile OpenToRead(const std::string& Path) { return RetryCreateFile(Path, GENERIC_READ, 0, OPEN_EXISTING); }
@@ -29,6 +54,52 @@ void TGuardedRecordFile::Repair() const {
     RetryDeleteFile(CopyPath);
   else
     RetryMoveFile(CopyPath, Path);
+}
+
+/// The size in bytes up to the end of the last record that may be one.
+int64_t TGuardedRecordFile::WholeSize(HANDLE File) const {
+  constexpr int64_t BlockSize = 1024 * LogRecordSize;
+  const int64_t Size = PlainFileSize(File);
+  int64_t Whole = Size - Size % LogRecordSize;
+  std::string Block;
+  while (Zeros == ZerosAreDamage && Whole > 0) {
+    const int64_t Begin = std::max<int64_t>(0, Whole - BlockSize);
+    Block = ReadFromPlace(File, Begin, static_cast<size_t>(Whole - Begin));
+    const size_t Last = Block.find_last_not_of('\0');
+    const int64_t Used = Last == std::string::npos ? 0 : static_cast<int64_t>(Last) / LogRecordSize + 1;
+    Whole = Begin + Used * LogRecordSize;
+    if (Used > 0) break;
+  }
+  return Whole;
+}
+
+void TGuardedRecordFile::SetDamagedTailAside(const TRoutine& Lines) const {
+  constexpr size_t ShownSize = LogRecordSize;
+  int64_t Size = 0, Whole = 0;
+  std::string Shown;
+  {
+    const TFileHandle File(
+        CreateFileA(Path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!File) return;  // none there, or told by whoever opens it next
+    Size = PlainFileSize(File.Get()), Whole = WholeSize(File.Get());
+    if (Size <= Whole || Size > std::numeric_limits<LONG>::max()) return;
+    Shown = HexText(ReadFromPlace(File.Get(), Whole, std::min(ShownSize, static_cast<size_t>(Size - Whole))));
+  }
+  std::string AsidePath;
+  for (int Number = 1; FileExistsByFind(AsidePath = Path + ".damaged" + std::to_string(Number)); ++Number) {
+  }
+  Lines.Line(L"Damaged", FormatWideMessage(MsgTailSetAside, std::to_wstring(Size - Whole), ToWide(Path), ToWide(Shown),
+                                           ToWide(AsidePath)));
+  TOpenFile File = RetryCreateFile(Path, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING);
+  TOpenFile Aside = CreateToWrite(AsidePath);
+  RetrySetFilePointer(File, static_cast<LONG>(Whole), FILE_BEGIN);
+  RetryReadAndAppendFile(File, Aside);
+  FlushToDisk(Aside);
+  RetryCloseHandle(Aside);
+  RetrySetFilePointer(File, static_cast<LONG>(Whole), FILE_BEGIN);
+  RetrySetEndOfFile(File);
+  FlushToDisk(File);
+  RetryCloseHandle(File);
 }
 
 void TGuardedRecordFile::MakeCopy() const {
@@ -80,17 +151,19 @@ bool TGuardedRecordFile::TOpen::CutLast() {
 TRecordFileChange::TRecordFileChange(TGuardedRecordFile File, TNamedLock& Lock, TLineSource Lines,
                                      std::initializer_list<TLogWord> CheckWords, TPurpose Purpose)
     : Guarded(std::move(File)), Owner(Lock) {
-  RunRoutine(Lines, "CheckBkp", CheckWords, [&] {
+  RunRoutine(Lines, "CheckBkp", CheckWords, [&](const TRoutine& Check) {
     const TNamedLock::THold Held(Owner);
     Guarded.Repair();
+    Guarded.SetDamagedTailAside(Check);
     if (Purpose == ToChange) Guarded.MakeCopy();
   });
 }
 
 void TRecordFileChange::CommitAndGoOn(TLineSource Lines, std::initializer_list<TLogWord> CheckWords) const {
   Commit();
-  RunRoutine(Lines, "CheckBkp", CheckWords, [&] {
+  RunRoutine(Lines, "CheckBkp", CheckWords, [&](const TRoutine& Check) {
     Guarded.Repair();
+    Guarded.SetDamagedTailAside(Check);
     Guarded.MakeCopy();
   });
 }

@@ -16,16 +16,21 @@
 /// Before a modification a copy named with ".bkp" is made, and it is deleted when the modification is complete; an
 /// empty copy means that there was no file. Who finds a copy puts it back first.
 ///
-/// Every method passes the retry layer's failures. A file whose size is no multiple of 36 fails with a message and is
-/// not changed: appending to it would shift every later record, cutting it would be a guess.
+/// Every method passes the retry layer's failures. What follows the last whole record, and records of zeros at the end,
+/// which a power failure leaves, are set aside before a change and kept in a file of their own.
 class TGuardedRecordFile {
  public:
-  explicit TGuardedRecordFile(std::string Path) : Path(std::move(Path)), CopyPath(this->Path + ".bkp") {}
+  enum TZeros { ZerosAreDamage, ZerosAreARecord };
+  explicit TGuardedRecordFile(std::string Path, TZeros Zeros = ZerosAreDamage)
+      : Path(std::move(Path)), CopyPath(this->Path + ".bkp"), Zeros(Zeros) {}
 
   bool Exists() const { return FileExistsByFind(Path); }
 
   /// Puts a left-over copy back: undoes an interrupted modification.
   void Repair() const;
+  /// Moves a damaged end of the file into a new file beside it, named with ".damaged" and a number, and tells it in a
+  /// "Damaged" line. Otherwise silent.
+  void SetDamagedTailAside(const TRoutine& Lines) const;
   /// Makes the copy for the modification that follows: the file itself is renamed, and its content written anew.
   void MakeCopy() const;
   /// Marks the modification as complete.
@@ -56,7 +61,10 @@ class TGuardedRecordFile {
   };
 
  private:
+  int64_t WholeSize(HANDLE File) const;
+
   std::string Path, CopyPath;
+  TZeros Zeros;
 };
 
 /// One change of a record file: repair and copy at its begin, then the caller's steps, and the end of the copy when it

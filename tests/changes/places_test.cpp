@@ -269,7 +269,7 @@ TEST_F(Places, InUseThatAreAlreadyAsSavedHoldUpNoRollback) {
   }
   // What cannot be read does not cost the file that it replaces.
   Brief("copied over", File->CopyFileLogged(Text(App("b.txt")), Text(App("used.dll")), 0));
-  Brief("unreadable item", While(TFault("ReadFile", {7, 1, ERROR_CRC}), Undo));
+  Brief("unreadable item", While(TFault("ReadFile", {8, 1, ERROR_CRC}), Undo));
   UndoAll();
 }
 

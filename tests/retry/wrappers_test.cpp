@@ -84,8 +84,8 @@ const struct TRow {
             {"CreateFileW", 32, 0, Delete},
             {"CreateFileA", 32, 0, Copy},
             {"CreateFileA", 183, 1, Copy},
-            {"CreateFileA", NoText, 2, Put},  // before it, the log's copy is read and written
-            {"ReadFile", 32, 1, RollBackAll},
+            {"CreateFileA", NoText, 3, Put},  // before it, the log's copy is read and written
+            {"ReadFile", 32, 2, RollBackAll},
             {"ReadFile", 112, 0, Copy},
             {"WriteFile", 112, 0, Copy},
             {"GetFileSize", 5, 0, CopyIfLater},

@@ -25,11 +25,13 @@ struct TUndoTarget final : TDouble<IUCanRollback> {
 class TransactionLog : public TStory {
  protected:
   HRESULT Put(int Code) { return Transactions->Put(UndoClass, Code, NumberedGuid(Code)); }
-  /// Entries of the undoing class, each a digit, its code; "~" is a torn end, "-" no file.
+  /// Entries of the undoing class, each a digit, its code; "~" is a torn end, "0" one of zeros, "-" no file.
   void Plant(const std::string& File, const std::string& Digits) {
     std::string Content;
     for (const char Digit : Digits)
-      Content += Digit == '~' ? "torn" : RecordOf(UndoClass, Digit - '0', NumberedGuid(Digit - '0'));
+      Content += Digit == '~'   ? "torn"
+                 : Digit == '0' ? std::string(36, '\0')
+                                : RecordOf(UndoClass, Digit - '0', NumberedGuid(Digit - '0'));
     DeleteFileA(Service(File).c_str());
     if (Digits != "-") Write(Service(File), Content);
   }
@@ -56,11 +58,12 @@ TEST_F(TransactionLog, IsWalkedBackToTheCheckPointAndToTheBeginning) {
 }
 
 TEST_F(TransactionLog, ALeftOverCopyIsPutBackFirst) {
-  const std::pair<const char*, const char*> Rows[] = {{"-", "12"}, {"", "1"},   {"", "-"},   {"", "~"},  {"12", "1~"},
-                                                      {"12", ""},  {"1", "12"}, {"12", "-"}, {"-", "1~"}};
+  const std::pair<const char*, const char*> Rows[] = {{"-", "12"}, {"", "1"},   {"", "-"},   {"", "~"},   {"12", "1~"},
+                                                      {"12", ""},  {"1", "12"}, {"12", "-"}, {"-", "1~"}, {"-", "100~"},
+                                                      {"-", "00"}, {"10~", ""}, {"-", "102"}};
   for (const auto& [Copy, Log] : Rows)
     for (const bool Puts : {true, false}) {
-      Plant("update.prt", Log), Plant("update.prt.bkp", Copy);
+      Plant("update.prt", Log), Plant("update.prt.bkp", Copy), DeleteFileA(Service("update.prt.damaged1").c_str());
       Begin();
       Brief("copy '" + std::string(Copy) + "' log '" + Log + (Puts ? "' put" : "' rollback"),
             Puts ? Put(7) : RollBack());
