@@ -16,6 +16,9 @@ class TBench final : public TSandbox {
   std::string Work(const std::string& Name) const { return App(Name); }
   /// Empties the backup store and removes the transaction log.
   void ForgetChanges() const;
+  /// The module against the bare calls that do the same job, with as many lines of the same lengths; the cost of one of
+  /// `Items` items.
+  TResult Compare(const TVariant& Module, const TVariant& Calls, int WarmUps, int Rounds, int Items) const;
   /// A quick run is for trying the program out; its numbers are too few to say anything.
   const bool Quick;
 
@@ -34,9 +37,25 @@ class TBareLines {
  private:
   TFileHandle File;
   TKernelHandle Mutex, Semaphore;
+  TComRef<IClassFactory> DebugLogClass;
 };
 /// The lengths of the lines that the module writes in the meantime.
 std::vector<DWORD> LinesOf(const std::function<void()>& Run);
+
+// The parts of a bare job, each flushed where the module flushes.
+
+/// Whether there is such a file, as the rules look for it.
+void BareLook(const std::string& Name);
+/// Deletes a file as the rules have it: looked for before and after, its attributes cleared.
+void BareDelete(const std::string& Name);
+std::string BareReadFile(const std::string& Name);
+/// Writes bytes to a new file, as a backup item is written.
+void BareItem(const std::string& Name, const std::string& Bytes);
+/// Records an entry in a log as the rules have it: the log becomes its own backup copy, is written anew from it, gets
+/// the entry, and the copy goes.
+void BareEntry(const std::string& Log);
+/// The copy as a program without any of the module's care would make it, behind a header if there is to be one.
+void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header = "");
 
 /// Runs this program once more, with these words, to its end. Fails when it fails.
 void RunOwnProgram(const std::string& Words);
@@ -54,6 +73,10 @@ TResult TreeRestore(const TBench& Bench);
 TResult SetValueLogged(const TBench& Bench);
 TResult KeyTreeDelete(const TBench& Bench);
 TResult KeyTreeRollback(const TBench& Bench);
+TResult SmallValues(const TBench& Bench);
+TResult SmallCopies(const TBench& Bench);
+TResult Flushes(const TBench& Bench);
+TResult LargeStore(const TBench& Bench);
 TResult HistoryPut(const TBench& Bench);
 TResult MacroSet(const TBench& Bench);
 TResult GarbageRemoval(const TBench& Bench);

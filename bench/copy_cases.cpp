@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr DWORD BlockSize = 32768;
 constexpr int BytesPerMiB = 1 << 20;
 constexpr int BigSize = 256, QuickBigSize = 32, SmallSize = 1;
 
@@ -16,24 +15,6 @@ void MakeFile(const std::string& Name, int Size) {
   DWORD Written = 0;
   for (int At = 0; At < Size; ++At)
     Require(WriteFile(File.Get(), Block.data(), BytesPerMiB, &Written, nullptr) != FALSE, "WriteFile");
-}
-
-/// The copy as a program without any of the module's care would make it, behind a header if there is to be one.
-void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header = "") {
-  FILETIME Creation, LastAccess, LastWrite;
-  const DWORD Attributes = GetFileAttributesA(Source.c_str());
-  const TFileHandle From(CreateFileA(Source.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, Attributes, nullptr));
-  GetFileTime(From.Get(), &Creation, &LastAccess, &LastWrite);
-  const TFileHandle To(CreateFileA(Dest.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, Attributes, nullptr));
-  Require(From && To, "CreateFile");
-  std::vector<char> Buffer(BlockSize);
-  DWORD BytesRead = 0, Written = 0;
-  if (!Header.empty()) WriteFile(To.Get(), Header.data(), static_cast<DWORD>(Header.size()), &Written, nullptr);
-  do {
-    Require(ReadFile(From.Get(), Buffer.data(), BlockSize, &BytesRead, nullptr) != FALSE, "ReadFile");
-    if (BytesRead > 0) Require(WriteFile(To.Get(), Buffer.data(), BytesRead, &Written, nullptr) != FALSE, "WriteFile");
-  } while (BytesRead == BlockSize);
-  SetFileTime(To.Get(), &Creation, &LastAccess, &LastWrite);
 }
 
 /// A source file, a destination, and both ways to get from the one to the other.

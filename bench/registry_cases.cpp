@@ -29,38 +29,6 @@ void SetValue(const TRegistryKey& Key, const std::string& Name, DWORD Value) {
         "RegSetValueEx");
 }
 
-TFileHandle Open(const std::string& Name, DWORD Access, DWORD Disposition) {
-  TFileHandle File(CreateFileA(Name.c_str(), Access, 0, nullptr, Disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
-  Require(static_cast<bool>(File), "CreateFile");
-  return File;
-}
-
-void BareWrite(const TFileHandle& File, const std::string& Bytes) {
-  DWORD Written = 0;
-  SetFilePointer(File.Get(), 0, nullptr, FILE_END);
-  Require(WriteFile(File.Get(), Bytes.data(), static_cast<DWORD>(Bytes.size()), &Written, nullptr) != FALSE,
-          "WriteFile");
-}
-
-std::string BareReadFile(const std::string& Name) {
-  const TFileHandle File = Open(Name, GENERIC_READ, OPEN_EXISTING);
-  std::string Bytes(GetFileSize(File.Get(), nullptr), '\0');
-  DWORD BytesRead = 0;
-  Require(ReadFile(File.Get(), Bytes.data(), static_cast<DWORD>(Bytes.size()), &BytesRead, nullptr) != FALSE,
-          "ReadFile");
-  return Bytes;
-}
-
-/// Records an entry in a log as the rules have it: the log becomes its own backup copy, is written anew from it, gets
-/// the entry, and the copy goes.
-void BareEntry(const std::string& Log) {
-  constexpr size_t EntrySize = 36;
-  const std::string Copy = Log + ".bkp";
-  if (MoveFileA(Log.c_str(), Copy.c_str())) BareWrite(Open(Log, GENERIC_WRITE, CREATE_NEW), BareReadFile(Copy));
-  BareWrite(Open(Log, GENERIC_WRITE, OPEN_ALWAYS), std::string(EntrySize, 'e'));
-  DeleteFileA(Copy.c_str());
-}
-
 /// A tree of keys with three values each, ten keys in each key of the first level.
 struct TKeyTree {
   static constexpr int KeysInKey = 10, ValuesInKey = 3;
@@ -87,7 +55,7 @@ struct TBareSaver {
   int Items = 0;
 
   std::string NameOf(int Item) const { return Bench.Service("Backup\\" + std::to_string(Item)); }
-  void SaveItem(const std::string& Bytes) { BareWrite(Open(NameOf(Items++), GENERIC_WRITE, CREATE_NEW), Bytes); }
+  void SaveItem(const std::string& Bytes) { BareItem(NameOf(Items++), Bytes); }
   void Save(const std::string& Name) {
     TRegistryKey Key;
     Check(RegOpenKeyExA(HKEY_CURRENT_USER, Name.c_str(), 0, KEY_ALL_ACCESS, Key.Out()), "RegOpenKeyEx");
@@ -115,36 +83,16 @@ void RollbackAll(IUTransactionLog& Log) {
   Require(Log.Rollback(VARIANT_FALSE, &CheckPoint), "Rollback");
 }
 
-/// The module against the bare calls that do the same job, with as many lines of the same lengths; the cost of one of
-/// `Items` items.
-TResult Compare(const TBench& Bench, const TVariant& Module, const TVariant& Calls, int WarmUps, int Rounds,
-                int Items) {
-  TBareLines Log(Bench.Work("bare.log"));
-  Module.Prepare();
-  const std::vector<DWORD> Lines = LinesOf(Module.Run);
-  const auto WriteLines = [&] {
-    for (const DWORD Length : Lines) Log.Write(Length);
-  };
-  const std::vector<TSamples> Times =
-      Interleave(WarmUps, Rounds, {Module, {Calls.Prepare, [&] { WriteLines(), Calls.Run(); }}, Calls});
-  Bench.ForgetChanges();
-  return {Times[0].Over(Times[1]).Median(),
-          Times[0].Count(),
-          {{"ratio of the least", Times[0].Least() / Times[1].Least(), ""},
-           {"an item, module", Times[0].Median() / Items, "us"},
-           {"calls and lines", Times[1].Median() / Items, "us"},
-           {"calls alone", Times[2].Median() / Items, "us"},
-           {"lines", static_cast<double>(Lines.size()) / Items, ""}}};
-}
-
 std::vector<int> GrowthSizes(const TBench& Bench) {
   return Bench.Quick ? std::vector<int>{5, 10} : std::vector<int>{10, 100, 1000};
 }
 
 }  // namespace
 
-TResult SetValueLogged(const TBench& Bench) {
-  constexpr int Calls = 20;
+namespace {
+
+/// So many values set one after the other, each in place of itself.
+TResult SetValues(const TBench& Bench, int Calls, int Rounds) {
   const TKeyTree Tree(0);
   const TComRef<IURegistry> Registry = Make<IURegistry>(CLSID_URegistry);
   const auto Prepare = [&] {
@@ -170,8 +118,14 @@ TResult SetValueLogged(const TBench& Bench) {
       SetValue(CreateKey(TopKey), "Value", At);
     }
   };
-  return Compare(Bench, {Prepare, Logged}, {Prepare, Bare}, 1, Bench.Quick ? 1 : 15, Calls);
+  return Bench.Compare({Prepare, Logged}, {Prepare, Bare}, 1, Bench.Quick ? 1 : Rounds, Calls);
 }
+
+}  // namespace
+
+TResult SetValueLogged(const TBench& Bench) { return SetValues(Bench, 20, 15); }
+
+TResult SmallValues(const TBench& Bench) { return SetValues(Bench, Bench.Quick ? 20 : 500, 3); }
 
 TResult KeyTreeDelete(const TBench& Bench) {
   const TKeyTree Tree(Bench.Quick ? 20 : 1000);
@@ -182,7 +136,7 @@ TResult KeyTreeDelete(const TBench& Bench) {
     DeleteBarely(Saver);
   };
   const auto Logged = [&] { Require(Registry->DeleteRegKeyLogged(User, Text(TopKey)), "DeleteRegKeyLogged"); };
-  return Compare(Bench, {Prepare, Logged}, {Prepare, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
+  return Bench.Compare({Prepare, Logged}, {Prepare, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
 }
 
 TResult KeyTreeRollback(const TBench& Bench) {
@@ -208,7 +162,7 @@ TResult KeyTreeRollback(const TBench& Bench) {
     BareReadFile(Bench.Service("update.prt"));
     DeleteFileA(Bench.Service("update.prt").c_str());
   };
-  return Compare(Bench, {Delete, [&] { RollbackAll(*Log); }}, {BareDelete, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
+  return Bench.Compare({Delete, [&] { RollbackAll(*Log); }}, {BareDelete, Bare}, 0, Bench.Quick ? 1 : 3, Tree.Keys);
 }
 
 TResult HistoryPut(const TBench& Bench) {

@@ -109,6 +109,7 @@ is_registered() {
 # Registers DLL in the prefix of wine_env, unless that very build of it is registered.
 # usage: ensure_registered BITS DLL
 ensure_registered() {
+  local LibraryId='{D9F421A7-4AF7-47C5-9254-15A3A874CD14}' # of src/server/Mendwork.idl
   local Mark=$WINEPREFIX/.mendwork/dll$1
   ! is_registered "$WINEPREFIX" "$1" "$2" || return 0
   [[ -e $2 ]] || die "There is no ${2#"$Root/"} to register."
@@ -116,6 +117,11 @@ ensure_registered() {
   windows_path "$2"
   quietly "$WINEPREFIX/.mendwork/regsvr32.log" wine_do "$SystemFolder\\regsvr32.exe" "$WindowsPath" ||
     die "regsvr32 could not register ${2#"$Root/"}."
+  # Wine's marshaller looks for a type library under language 0 only, where LoadRegTypeLib is documented to try the
+  # neutral languages and finds ours: without this key no call crosses an apartment or a process.
+  quietly "$WINEPREFIX/.mendwork/regsvr32.log" wine_do "$SystemFolder\\reg.exe" add \
+    "HKCR\\TypeLib\\$LibraryId\\2.0\\0\\win$1" /ve /d "$WindowsPath" /f ||
+    die "The type library of ${2#"$Root/"} could not be registered for Wine's marshaller."
   touch -r "$2" "$Mark"
 }
 

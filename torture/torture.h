@@ -37,6 +37,7 @@ TResult PowerLoss(const TPlan& Plan);
 TResult TornFiles(const TPlan& Plan);
 TResult FaultMatrix(const TPlan& Plan);
 TResult ManyAtOnce(const TPlan& Plan);
+TResult Apart(const TPlan& Plan);
 TResult LongLife(const TPlan& Plan);
 
 /// Tells how far a part has come, now and then.

@@ -19,6 +19,7 @@ const struct TPart {
     {"torn", "every file of the system cut at every length, and with a flipped byte at every offset", TornFiles},
     {"fault", "every system call of an update failing once; Retry and Cancel", FaultMatrix},
     {"many", "eight processes at once on one base folder, killed and replaced", ManyAtOnce},
+    {"apart", "four threads in one process, and two processes with the real debug log", Apart},
     {"long", "many calls on one set of objects: handles, windows' objects, memory", LongLife},
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/windows_api.h"
+#include "server/outermost_call.h"
 
 /// Turns the exception in flight into the failure of an interface method: fills the thread's error information (with
 /// `Iid` and `ProgId` as its source) and gives the HRESULT. An EFailure keeps its own negative HRESULT, exhausted
@@ -17,6 +18,7 @@ inline HRESULT RefuseNullPointer() {
 /// left is forgotten first, so that whatever text is found after a failure is that failure's.
 template <class TBody>
 HRESULT RunSafely(const IID& Iid, const wchar_t* ProgId, TBody&& Body) noexcept {
+  const TOutermostCall Call;
   SetErrorInfo(0, nullptr);
   try {
     Body();

@@ -3,9 +3,16 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "server/active_objects.h"
+#include "server/outermost_call.h"
 
 void DebugLogPut(long Id, const std::wstring& Name, const std::wstring& Action, const std::wstring& Text) {
-  PutLine(*ActiveOrNew<IUDebugLog>(CLSID_UDebugLog), Id, Name, Action, Text);
+  TComRef<IUnknown> Active;
+  TComRef<IUDebugLog> DebugLog;
+  if (SUCCEEDED(GetActiveObject(CLSID_UDebugLog, nullptr, Active.Out())) && Active)
+    CheckCall(Active->QueryInterface(__uuidof(IUDebugLog), DebugLog.OutVoid()));
+  else
+    CheckCall(TOutermostCall::DebugLogClass().CreateInstance(nullptr, __uuidof(IUDebugLog), DebugLog.OutVoid()));
+  PutLine(*DebugLog, Id, Name, Action, Text);
 }
 
 void PutLine(IUDebugLog& DebugLog, long Id, const std::wstring& Name, const std::wstring& Action,

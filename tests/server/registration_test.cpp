@@ -18,11 +18,17 @@ std::string EntriesOf(const std::string& Key) {
 
 class Registration : public TStory {
  protected:
+  /// The key that Wine's marshaller needs is none of the module's.
+  Registration() { RegDeleteTreeA(HKEY_CLASSES_ROOT, ForWine.c_str()); }
   /// The other tests of the suite need the module registered.
   ~Registration() override {
     EXPECT_EQ(S_OK, CallExport("DllUnregisterServer"));
     EXPECT_EQ(S_OK, CallExport("DllRegisterServer"));
+    const std::string Module = BuiltModulePath(), Kind = sizeof(void*) == 8 ? "\\win64" : "\\win32";
+    RegSetKeyValueA(HKEY_CLASSES_ROOT, (ForWine + Kind).c_str(), nullptr, REG_SZ, Module.c_str(),
+                    static_cast<DWORD>(Module.size() + 1));
   }
+  const std::string ForWine = "TypeLib\\{D9F421A7-4AF7-47C5-9254-15A3A874CD14}\\2.0\\0";
   void TellEach(const std::string& Lines) {
     std::istringstream Rest(Lines);
     for (std::string Line; std::getline(Rest, Line);) Tell(Line);

@@ -135,7 +135,8 @@ constexpr int AskedLate = 4;
 /// The system's helpers that touch nothing which outlives the process or is shared: the compiler's runtime, the threads
 /// of its library, texts, numbers, COM's memory and errors. A failure of them is no answer of a machine.
 constexpr char Harmless[] =
-    "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)Event\\w?|"
+    "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate|CoGetClass)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)"
+    "Event\\w?|"
     "\\w+(CriticalSection|VectoredExceptionHandler|AffinityMask|ThreadContext|ThreadPriority|ErrorInfo|ErrorMode)|"
     "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)[AW]|"
     "Compare(String|FileTime)\\w*|"

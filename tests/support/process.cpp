@@ -10,8 +10,8 @@ namespace {
 constexpr DWORD Patience = 60000, PollInterval = 20;
 constexpr int MostPolls = 6000;
 
-std::map<std::string, TRole::TPlay>& Roles() {
-  static std::map<std::string, TRole::TPlay> All;
+std::map<std::string, std::pair<TRole::TPlay, TRole::TDoubles>>& Roles() {
+  static std::map<std::string, std::pair<TRole::TPlay, TRole::TDoubles>> All;
   return All;
 }
 
@@ -23,16 +23,19 @@ std::string OwnPath() {
 
 }  // namespace
 
-TRole::TRole(const std::string& Name, TPlay Play) { Roles()[Name] = Play; }
+TRole::TRole(const std::string& Name, TPlay Play, TDoubles Doubles) { Roles()[Name] = {Play, Doubles}; }
 
 int PlayRole(int Count, char** Words) {
   if (Count < 3 || Words[1] != std::string("--role")) return -1;
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-  RegisterActive(new TMemoryLog, CLSID_UDebugLog);
   auto* const User = new TScriptedDialog;
-  RegisterActive(User, CLSID_UDialog);
   try {
-    return Roles().at(Words[2])({Words + 3, Words + Count}, *User);
+    const auto& [Play, Doubles] = Roles().at(Words[2]);
+    if (Doubles == TRole::WithDoubles) {
+      RegisterActive(new TMemoryLog, CLSID_UDebugLog);
+      RegisterActive(User, CLSID_UDialog);
+    }
+    return Play({Words + 3, Words + Count}, *User);
   } catch (const std::exception& Failure) {
     std::printf("%s: %s\n", Words[2], Failure.what());
     return 2;

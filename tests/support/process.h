@@ -17,7 +17,10 @@ using TWords = std::vector<std::string>;
 class TRole {
  public:
   using TPlay = int (*)(const TWords& Words, TScriptedDialog& User);
-  TRole(const std::string& Name, TPlay Play);
+  /// WithoutDoubles: `User` is nobody; for several threads, which would wait for the first one, and for the real debug
+  /// log and the real boxes.
+  enum TDoubles { WithDoubles, WithoutDoubles };
+  TRole(const std::string& Name, TPlay Play, TDoubles Doubles = WithDoubles);
 };
 /// For main(): plays the role that the command line names; gives -1 when it names none.
 int PlayRole(int Count, char** Words);
