@@ -65,6 +65,7 @@ TResult CopyToNew(const TBench& Bench);
 TResult CopyLogged(const TBench& Bench);
 TResult PeakOfCopy(const TBench& Bench);
 TResult DebugLogLine(const TBench& Bench);
+TResult LockOfALine(const TBench& Bench);
 TResult WrapperShare(const TBench& Bench);
 TResult LogPut(const TBench& Bench);
 TResult LogRollback(const TBench& Bench);

@@ -12,6 +12,7 @@ const TCase Cases[] = {
     {"copy-logged", 1.10, "", CopyLogged, "CopyFileLogged of 256 MiB over 256 MiB, against two bare loops"},
     {"copy-memory", 4, "MiB", PeakOfCopy, "peak working set of copying 256 MiB, above that of copying 1 MiB"},
     {"log-line", 1.15, "", DebugLogLine, "a line of the retry layer, against the bare calls that it needs"},
+    {"lock", 0, "", LockOfALine, "the lock around a line, against one that does not notice a dead holder"},
     {"wrapper-share", 5, "%", WrapperShare, "of a small CopyFile, what is neither line nor system call"},
     {"transaction-put", 0, "", LogPut, "Put on a log of 10,000 entries, against one of 10"},
     {"transaction-rollback", 0, "", LogRollback, "an entry's rollback out of 1,000, against one out of 100"},

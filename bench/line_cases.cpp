@@ -177,3 +177,29 @@ TResult WrapperShare(const TBench& Bench) {
            {"its lines", Lines.Median(), "us"},
            {"its system calls", Calls.Median(), "us"}}};
 }
+
+TResult LockOfALine(const TBench& Bench) {
+  const int Locks = Bench.Quick ? 100 : 2000, Rounds = Bench.Quick ? 1 : 25;
+  const TKernelHandle Mutex(CreateMutexA(nullptr, FALSE, "mendwork-bench.holder")),
+      Semaphore(CreateSemaphoreA(nullptr, 1, 1, "mendwork-bench.count"));
+  const auto HoldSemaphore = [&] {
+    WaitForSingleObject(Semaphore.Get(), 0);
+    ReleaseSemaphore(Semaphore.Get(), 1, nullptr);
+  };
+  const auto Hold = [&] {
+    WaitForSingleObject(Mutex.Get(), INFINITE);
+    HoldSemaphore();
+    ReleaseMutex(Mutex.Get());
+  };
+  const auto Repeat = [&](const auto& Lock) {
+    return TVariant{[] {},
+                    [=] {
+                      for (int At = 0; At < Locks; ++At) Lock();
+                    }};
+  };
+  const std::vector<TSamples> Times = Interleave(1, Rounds, {Repeat(Hold), Repeat(HoldSemaphore)});
+  return {
+      Times[0].Over(Times[1]).Median(),
+      Times[0].Count(),
+      {{"mutex and semaphore", Times[0].Median() / Locks, "us"}, {"semaphore alone", Times[1].Median() / Locks, "us"}}};
+}

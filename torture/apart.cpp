@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr int Threads = 4;
-
 /// Every round has new objects, and changes, records and reads with them.
 HRESULT MakeRound(const std::string& Root, int Number) {
   TUpdater U(Root);
@@ -25,29 +23,34 @@ HRESULT MakeRound(const std::string& Root, int Number) {
   return S_OK;
 }
 
-/// threads ROOT UNTIL: ends with the number of rounds, or with 0 after a failure.
-const TRole Soak(
-    "threads",
+/// rounds ROOT UNTIL THREADS: threads that make rounds, one at least, each in an apartment of its own, with the real
+/// debug log. Ends with the number of rounds, with 0 when the user gave up, or with -1 after another failure.
+const TRole Rounds(
+    "rounds",
     [](const TWords& Words, TScriptedDialog&) {
       DWORD_PTR Own = 0, All = 0;
       GetProcessAffinityMask(GetCurrentProcess(), &Own, &All);
       SetProcessAffinityMask(GetCurrentProcess(), All);
-      std::atomic<int> Rounds = 0, Failures = 0;
+      constexpr HRESULT GivenUp = static_cast<HRESULT>(0x800401FF);
+      std::atomic<int> Made = 0;
+      std::atomic<HRESULT> Failure = S_OK;
       std::vector<std::thread> Running;
-      for (int Number = 0; Number < Threads; ++Number)
+      for (int Number = 0; Number < std::stoi(Words.at(2)); ++Number)
         Running.emplace_back([&, Number] {
           CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-          while (GetTickCount64() < std::stoull(Words.at(1)) && Failures == 0)
-            ++(SUCCEEDED(MakeRound(Words.at(0), Number)) ? Rounds : Failures);
+          do {
+            const HRESULT Result = MakeRound(Words.at(0), Number);
+            SUCCEEDED(Result) ? void(++Made) : void(Failure = Result);
+          } while (GetTickCount64() < std::stoull(Words.at(1)) && Failure == S_OK);
           CoUninitialize();
         });
       for (std::thread& Thread : Running) Thread.join();
-      return Failures > 0 ? 0 : Rounds.load();
+      return Failure == GivenUp ? 0 : Failure != S_OK ? -1 : Made.load();
     },
     TRole::WithoutDoubles);
 
 void SoakThreads(const TMachine& Machine, DWORD Milliseconds, TResult& Result) {
-  const DWORD Rounds = TChild({"threads", Machine.Root(), std::to_string(GetTickCount64() + Milliseconds)}).Wait();
+  const DWORD Rounds = TChild({"rounds", Machine.Root(), std::to_string(GetTickCount64() + Milliseconds), "4"}).Wait();
   constexpr DWORD MostRounds = 1 << 20;  // what ends a process is larger
   Result.Count(Rounds > 0 && Rounds < MostRounds, "the threads ended with " + std::to_string(Rounds));
   Result.Notes["rounds of the threads"] = static_cast<int>(Rounds);
@@ -60,23 +63,6 @@ void SoakThreads(const TMachine& Machine, DWORD Milliseconds, TResult& Result) {
   Result.Count(SUCCEEDED(Machine.Change("rollback").Result), "the rollback failed");
 }
 
-/// updater ROOT UNTIL: lists files for the uninstaller and records, again and again; ends with the number of rounds.
-/// With 0 for UNTIL it does so once, and ends with 0 when the user gave up.
-const TRole RealLog(
-    "updater",
-    [](const TWords& Words, TScriptedDialog&) {
-      const ULONGLONG Until = std::stoull(Words.at(1));
-      int Rounds = 0;
-      do {
-        const HRESULT Result = MakeRound(Words.at(0), Rounds + 1);
-        constexpr HRESULT GivenUp = static_cast<HRESULT>(0x800401FF);
-        if (FAILED(Result)) return Result == GivenUp ? 0 : -1;
-        ++Rounds;
-      } while (GetTickCount64() < Until);
-      return Rounds;
-    },
-    TRole::WithoutDoubles);
-
 /// Presses Cancel in a box of the system's that tells of an error; whether there was one.
 bool PressCancel() {
   const HWND Box = FindWindowA("#32770", "Error");
@@ -87,9 +73,9 @@ bool PressCancel() {
 /// The first one to write a line keeps the debug log to itself. The other one's user is asked, and gives up.
 void MeetInTheLog(const TMachine& Machine, DWORD Milliseconds, TResult& Result) {
   constexpr DWORD Pause = 100;
-  TChild First({"updater", Machine.Root(), std::to_string(GetTickCount64() + Milliseconds)});
+  TChild First({"rounds", Machine.Root(), std::to_string(GetTickCount64() + Milliseconds), "1"});
   while (!Exists(Machine.Service("update.prt"))) Sleep(Pause);
-  TChild Second({"updater", Machine.Root(), "0"});
+  TChild Second({"rounds", Machine.Root(), "0", "1"});
   int Pressed = 0;
   for (; !Second.HasEnded() && !First.HasEnded(); Sleep(Pause)) Pressed += PressCancel();
   Result.Count(Pressed > 0, "nobody was asked about the debug log");

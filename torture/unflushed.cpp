@@ -16,7 +16,7 @@ struct TOpened {
 };
 std::string ListRoot;
 TUnflushed Unflushed;
-std::map<HANDLE, TOpened> Opened;
+std::map<HANDLE, TOpened> Opened;  // to be written; a handle's number stays when it is closed
 std::pair<std::string, std::string> LastMove;
 
 /// Calls what the module called before.
@@ -24,7 +24,7 @@ template <auto Function, class... TArgs>
 auto GoOn(const TImportPatch& Patch, TArgs... Args) {
   return reinterpret_cast<decltype(Function)>(Patch.Replaced())(Args...);
 }
-std::optional<TImportPatch> Creates, Writes, Cuts, Flushes, Closes, Moves;
+std::optional<TImportPatch> Creates, Writes, Cuts, Flushes, Moves;
 
 void Change(HANDLE File) {
   if (const auto Found = Opened.find(File); Found != Opened.end())
@@ -54,10 +54,6 @@ BOOL WINAPI NoteFlush(HANDLE File) {
   if (const auto Found = Opened.find(File); Found != Opened.end()) Unflushed.erase(Found->second.Path);
   return GoOn<&FlushFileBuffers>(*Flushes, File);
 }
-BOOL WINAPI NoteClose(HANDLE File) {
-  Opened.erase(File);
-  return GoOn<&CloseHandle>(*Closes, File);
-}
 
 /// The file keeps what it lacks under its new name. To be called when it may have been moved.
 void FollowMove() {
@@ -83,7 +79,7 @@ void NoteUnflushed(const std::string& Root) {
   ListRoot = Root;
   Creates.emplace("CreateFileA", NoteCreate), Writes.emplace("WriteFile", NoteWrite);
   Cuts.emplace("SetEndOfFile", NoteCut), Flushes.emplace("FlushFileBuffers", NoteFlush);
-  Closes.emplace("CloseHandle", NoteClose), Moves.emplace("MoveFileA", NoteMove);
+  Moves.emplace("MoveFileA", NoteMove);
 }
 
 void TellUnflushed() {

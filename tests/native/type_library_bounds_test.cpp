@@ -20,63 +20,33 @@ TEST(TypeLibraryBounds, ShowEveryCutAndWhatLeadsNowhere) {
     std::string Whole(Size, '\0');
     Whole.replace(0, 4, "MSFT").replace(Tables, 15 * 16, 15 * 16, '\xFF');
     const auto Table = [&](uint32_t Number) { return Tables + Number * 16; };
-    const auto With = [&](uint32_t At, uint32_t Number) {
-      std::string Changed = Whole;
-      PutNumber(reinterpret_cast<uint8_t*>(&Changed.at(At)), Number);
-      return Changed;
+    const auto Put = [&](uint32_t At, uint32_t Number) {
+      PutNumber(reinterpret_cast<uint8_t*>(&Whole.at(At)), Number);
     };
-    const uint32_t Numbers[][2] = {{0x14, Flags},
-                                   {0x20, 1},
-                                   {0x40, 0},
-                                   {Table(0), Types},
-                                   {Table(0) + 4, 0x64},
-                                   {Table(3), Reference},
-                                   {Table(3) + 4, 16},
-                                   {Table(7), Name},
-                                   {Table(7) + 4, 12},
-                                   {Table(8), String},
-                                   {Table(8) + 4, 8},
-                                   {Table(9), Described},
-                                   {Table(9) + 4, 8},
-                                   {Table(10), Array},
-                                   {Table(10) + 4, 16},
-                                   {Table(11), Value},
-                                   {Table(11) + 4, 10},
-                                   {Table(12), Custom},
-                                   {Table(12) + 4, 24},
-                                   {Types, 5},
-                                   {Types + 4, Members},
-                                   {Types + 0x18, 0x00010001},
-                                   {Types + 0x48, None},
-                                   {Types + 0x4C, 1},
-                                   {Custom + 4, 0},
-                                   {Custom + 8, 12},
-                                   {Custom + 12 + 4, Packed},
-                                   {Custom + 12 + 8, None},
-                                   {Reference + 8, None},
-                                   {Reference + 12, None},
-                                   {Value, 0x00040008},
-                                   {Described, 28},
-                                   {Array, Packed},
-                                   {Array + 4, 1},
-                                   {Members, 0x18 + 12 + 0x14},
-                                   {Function, 0x18 + 12},
-                                   {Function + 4, Packed},
-                                   {Function + 0x14, 1},
-                                   {Variable, 0x14},
-                                   {Variable + 4, Packed},
-                                   {Variable + 0xC, 2},
-                                   {Variable + 0x10, 0}};
-    for (const auto& [At, Number] : Numbers) Whole = With(At, Number);
+    const auto Breaks = [&](uint32_t At, uint32_t Number) {
+      const uint32_t Before = NumberAt<uint32_t>(&Whole.at(At));
+      Put(At, Number);
+      EXPECT_TRUE(IsDamagedTypeLibrary(Whole)) << At << " " << Number;
+      Put(At, Before);
+    };
+    Put(0x14, Flags), Put(0x20, 1), Put(0x40, 0), Put(Table(0), Types), Put(Table(0) + 4, 0x64),
+        Put(Table(3), Reference), Put(Table(3) + 4, 16), Put(Table(7), Name), Put(Table(7) + 4, 12),
+        Put(Table(8), String), Put(Table(8) + 4, 8), Put(Table(9), Described), Put(Table(9) + 4, 8),
+        Put(Table(10), Array), Put(Table(10) + 4, 16), Put(Table(11), Value), Put(Table(11) + 4, 10),
+        Put(Table(12), Custom), Put(Table(12) + 4, 24), Put(Types, 5), Put(Types + 4, Members),
+        Put(Types + 0x18, 0x00010001), Put(Types + 0x48, None), Put(Types + 0x4C, 1), Put(Custom + 4, 0),
+        Put(Custom + 8, 12), Put(Custom + 12 + 4, Packed), Put(Custom + 12 + 8, None), Put(Reference + 8, None),
+        Put(Reference + 12, None), Put(Value, 0x00040008), Put(Described, 28), Put(Array, Packed), Put(Array + 4, 1),
+        Put(Members, 0x18 + 12 + 0x14), Put(Function, 0x18 + 12), Put(Function + 4, Packed), Put(Function + 0x14, 1),
+        Put(Variable, 0x14), Put(Variable + 4, Packed), Put(Variable + 0xC, 2), Put(Variable + 0x10, 0);
     EXPECT_FALSE(IsDamagedTypeLibrary(Whole) || IsDamagedTypeLibrary(Whole + "more"));
     // Behind the end of a table, round in a circle, or between two entries.
-    const uint32_t Wrong[][2] = {{0x40, 24},         {Table(0), Packed},  {Types + 0x34, 1},    {Types + 0x48, 13},
-                                 {Types + 0x4C, 2},  {Types + 0x54, 1},   {Custom + 12 + 8, 0}, {Custom + 4, 5},
-                                 {Reference, 1},     {Reference, 0x64},   {Value, 0x00050008},  {String, 7},
-                                 {Described + 4, 9}, {Array, 8},          {Array + 4, 2},       {Members, 0x18},
-                                 {Function, 0x17},   {Function + 4, 8},   {Function + 0x14, 2}, {Variable, 0x13},
-                                 {Variable, 0x15},   {Variable + 0x10, 5}};
-    for (const auto& [At, Number] : Wrong) EXPECT_TRUE(IsDamagedTypeLibrary(With(At, Number))) << At << " " << Number;
+    Breaks(0x40, 24), Breaks(Table(0), Packed), Breaks(Types + 0x34, 1), Breaks(Types + 0x48, 13),
+        Breaks(Types + 0x4C, 2), Breaks(Types + 0x54, 1), Breaks(Custom + 12 + 8, 0), Breaks(Custom + 4, 5),
+        Breaks(Reference, 1), Breaks(Reference, 0x64), Breaks(Value, 0x00050008), Breaks(String, 7),
+        Breaks(Described + 4, 9), Breaks(Array, 8), Breaks(Array + 4, 2), Breaks(Members, 0x18), Breaks(Function, 0x17),
+        Breaks(Function + 4, 8), Breaks(Function + 0x14, 2), Breaks(Variable, 0x13), Breaks(Variable, 0x15),
+        Breaks(Variable + 0x10, 5);
     for (uint32_t At = 4; At < Size; ++At) {
       EXPECT_TRUE(IsDamagedTypeLibrary(Whole.substr(0, At))) << At;
       // Counts that lie are told from memory that is there.

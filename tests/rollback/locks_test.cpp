@@ -4,8 +4,6 @@
 #include "stories/story.h"
 #include "support/process.h"
 
-#include <sddl.h>
-
 namespace {
 
 const GUID Undone = Guid("{6E1C0B5A-92D4-4F0B-8C57-3B1D0A9E7F42}");
@@ -69,57 +67,14 @@ TEST_F(Locks, LetMessagesInWhileTheyAreWaitedFor) {
   RevokeActive(Entry);
 }
 
-// ---- The objects
-
-class LockObjects : public TSandboxTest {
- protected:
-  const std::string Owner = "Global\\Mendwork.Owner." + GuidText(CLSID_UTransactionLog);
-};
+class LockObjects : public TSandboxTest {};
 
 TEST_F(LockObjects, ThatCannotBeHadFailTheOperation) {
+  const std::string Owner = "Global\\Mendwork.Owner." + GuidText(CLSID_UTransactionLog);
   const TKernelHandle Taken(CreateSemaphoreA(nullptr, 1, 1, Owner.c_str()));  // one name space with mutexes
   EXPECT_EQ(E_ACCESSDENIED, Make<IUTransactionLog>(CLSID_UTransactionLog)->Put(Undone, 1, GUID{}));
   EXPECT_NE(std::string::npos, ErrorText().find("cannot be had"));
   EXPECT_FALSE(Exists(Service("update.prt")));
-}
-
-TEST_F(LockObjects, AreOpenToEveryone) {
-  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
-  const std::string Semaphore = GuidText(CLSID_UTransactionLog);
-  for (const HANDLE Opened :
-       {OpenMutexA(READ_CONTROL, FALSE, Owner.c_str()), OpenSemaphoreA(READ_CONTROL, FALSE, Semaphore.c_str())}) {
-    const TKernelHandle Object(Opened);
-    BYTE Descriptor[512];
-    DWORD Size = sizeof Descriptor;
-    char* Text = nullptr;
-    ASSERT_TRUE(GetKernelObjectSecurity(Opened, DACL_SECURITY_INFORMATION, Descriptor, Size, &Size)) << GetLastError();
-    ConvertSecurityDescriptorToStringSecurityDescriptorA(Descriptor, 1, DACL_SECURITY_INFORMATION, &Text, nullptr);
-    EXPECT_NE(std::string::npos, std::string(Text).find(";;;WD)")) << Text;
-    LocalFree(Text);
-  }
-}
-
-// A process dies holding the semaphore.
-const TRole DyingHolder("dying-holder", [](const TWords&, TScriptedDialog&) {
-  const auto Log = Make<IUDebugLog>(CLSID_UDebugLog);
-  const auto Named = [&](const char* Prefix) { return Prefix + GuidText(CLSID_UTransactionLog); };
-  const TKernelHandle Holder(OpenMutexA(SYNCHRONIZE, FALSE, Named("Mendwork.Holder.").c_str()));
-  const TKernelHandle Semaphore(OpenSemaphoreA(SYNCHRONIZE, FALSE, Named("").c_str()));
-  Must(Holder && Semaphore, "the lock is not there");
-  WaitForSingleObject(Holder.Get(), INFINITE);
-  WaitForSingleObject(Semaphore.Get(), INFINITE);
-  TerminateProcess(GetCurrentProcess(), 0);
-  return 1;
-});
-
-TEST_F(LockObjects, OfADeadHolderAreGivenBack) {
-  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
-  EXPECT_EQ(0u, TChild({"dying-holder"}).Wait());
-  EXPECT_EQ(S_OK, Log->Put(Undone, 1, GUID{}));
-  const TKernelHandle Semaphore(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE, GuidText(CLSID_UTransactionLog).c_str()));
-  EXPECT_EQ(0u, WaitForSingleObject(Semaphore.Get(), 0));
-  EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(Semaphore.Get(), 0));
-  ReleaseSemaphore(Semaphore.Get(), 1, nullptr);
 }
 
 }  // namespace

@@ -72,19 +72,6 @@ TEST_F(Frame, SaysWhenItCannotBeUnregistered) {
     EXPECT_EQ(S_OK, CallExport(Function));
 }
 
-TEST_F(Frame, ForgetsTheTextOfAnEarlierFailure) {
-  const auto Log = Make<IUTransactionLog>(CLSID_UTransactionLog);
-  Write(Service("update.prt"), TStory::RecordOf(NumberedGuid(1), 1, GUID{}));
-  for (const HRESULT Expected : {E_POINTER, S_OK, REGDB_E_CLASSNOTREG}) {
-    GUID Reached{};
-    TStory::TellError("stale");
-    EXPECT_EQ(Expected, Expected == E_POINTER ? Log->Rollback(0, nullptr)
-                        : Expected == S_OK    ? Log->PutCheckPoint(NumberedGuid(1))
-                                              : Log->Rollback(0, &Reached));
-    EXPECT_EQ(std::string::npos, ErrorText().find("stale"));
-  }
-}
-
 TEST_F(Frame, AnswersForTheInterfacesOfEveryClass) {
   const std::set<std::string> Undoing = {"UBackup", "UCanRollback", "UCom", "UFile", "URegistry"};
   for (const TPublishedClass& Class : PublishedClasses()) {
