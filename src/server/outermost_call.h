@@ -11,7 +11,7 @@ class TOutermostCall {
   TOutermostCall(const TOutermostCall&) = delete;
   TOutermostCall& operator=(const TOutermostCall&) = delete;
 
-  /// The class object of the debug log, asked of COM once in a call; every line makes an object of its own by it, and to
-  /// ask for each would take a sixth of an update. Raises the COM failure.
+  /// The class object of the debug log, asked of COM once in a call; every line makes an object of its own by it, and
+  /// to ask for each would take a sixth of an update. Raises the COM failure.
   static IClassFactory& DebugLogClass();
 };
