@@ -19,8 +19,8 @@
 /// able to run on a machine that refuses it. A mutex that cannot be had fails the operation.
 class TNamedLock {
  public:
-  /// Creates or opens the objects named by `Name`, the registry form of a class identifier.
-  void Create(const std::string& Name);
+  /// Creates or opens the objects named by the registry form of a class identifier.
+  void Create(const std::string& ClassId);
   void Close();
 
   /// Owns a whole modification from construction to destruction. Fails with E_UNEXPECTED when this thread is in the

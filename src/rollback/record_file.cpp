@@ -34,7 +34,7 @@ std::string ReadFromPlace(HANDLE File, int64_t Place, size_t Size) {
 std::string HexText(const std::string& Bytes) {
   constexpr char Digits[] = "0123456789ABCDEF";
   std::string Text;
-  for (const unsigned char Byte : Bytes) Text.append({Digits[Byte / 16], Digits[Byte % 16]});
+  for (const char Byte : Bytes) Text.append({Digits[(Byte >> 4) & 0xF], Digits[Byte & 0xF]});
   return Text;
 }
 
@@ -58,7 +58,7 @@ void TGuardedRecordFile::Repair() const {
 
 /// The size in bytes up to the end of the last record that may be one.
 int64_t TGuardedRecordFile::WholeSize(HANDLE File) const {
-  constexpr int64_t BlockSize = 1024 * LogRecordSize;
+  constexpr int64_t BlockSize = int64_t{1024} * LogRecordSize;
   const int64_t Size = PlainFileSize(File);
   int64_t Whole = Size - Size % LogRecordSize;
   std::string Block;
