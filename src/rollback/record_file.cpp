@@ -65,6 +65,8 @@ int64_t TGuardedRecordFile::WholeSize(HANDLE File) const {
   while (Zeros == ZerosAreDamage && Whole > 0) {
     const int64_t Begin = std::max<int64_t>(0, Whole - BlockSize);
     Block = ReadFromPlace(File, Begin, static_cast<size_t>(Whole - Begin));
+    // What cannot be read is not zeros; whoever reads it next tells.
+    if (Block.size() != static_cast<size_t>(Whole - Begin)) return Size;
     const size_t Last = Block.find_last_not_of('\0');
     const int64_t Used = Last == std::string::npos ? 0 : static_cast<int64_t>(Last) / LogRecordSize + 1;
     Whole = Begin + Used * LogRecordSize;

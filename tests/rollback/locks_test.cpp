@@ -31,6 +31,9 @@ TEST_F(Locks, LetNoCallOfTheSameThreadIntoAnotherOne) {
     EXPECT_GT(Refused, 5u) << Name;
     Log().OnLine = nullptr;
   }
+  const TFault Fault("ReadFile", {0, 1, ERROR_CRC});  // what cannot be read for a moment is not taken for zeros
+  EXPECT_EQ(S_OK, PutAnEntry());
+  EXPECT_FALSE(Exists(Service("update.prt.damaged1")));
 }
 
 // ---- A rollback whose message goes to a window of a thread that waits for the same lock
