@@ -52,11 +52,11 @@ std::wstring_view VolumeOf(std::wstring_view Path) {
 
 /// Whether two names stand for one file. Under the same name clearing the way would delete the source, and that is
 /// refused; under two (hard links), only the one name goes. A plain test before the change; it shows and logs nothing.
-bool AreNamesOfOneFile(const std::string& Source, const std::string& Dest) {
-  const TFileHandle Left(OpenToAsk(Source)), Right(OpenToAsk(Dest));
-  const BY_HANDLE_FILE_INFORMATION Facts = FactsOf(Left.Get());
+bool AreNamesOfOneFile(const std::string& Source, HANDLE OpenSource, const std::string& Dest) {
+  const TFileHandle Right(OpenToAsk(Dest));
+  const BY_HANDLE_FILE_INFORMATION Facts = FactsOf(OpenSource);
   if (!AreOneFile(Facts, FactsOf(Right.Get()))) return false;
-  const std::wstring Here = FinalPath(Left.Get()), There = FinalPath(Right.Get());
+  const std::wstring Here = FinalPath(OpenSource), There = FinalPath(Right.Get());
   const bool HardLinks = Facts.nNumberOfLinks > 1 && !Here.empty() && VolumeOf(Here) == VolumeOf(There) &&
                          CompareStringOrdinal(Here.c_str(), -1, There.c_str(), -1, TRUE) != CSTR_EQUAL;
   if (!HardLinks) Refuse(MsgCopyOntoItself, ToWide(Source));
@@ -191,11 +191,12 @@ void TUFile::CopySomeFile(const std::string& Source, const std::string& Dest, lo
 }
 
 GUID TUFile::CopyOver(const std::string& Source, const std::string& Dest, long CopyMode, TForm Form) const {
-  const bool OneFile = AreNamesOfOneFile(Source, Dest);
   // Where nothing else has looked at the source yet, it is opened before the destination goes: a missing or locked
-  // source must not cost the destination. Another name of the destination is there, and would be in its way.
+  // source must not cost the destination.
   std::optional<TSource> Open;
-  if (CopyRuleOf(CopyMode).Compare == TCopyRule::Always && !OneFile) Open = OpenSource(Source);
+  if (CopyRuleOf(CopyMode).Compare == TCopyRule::Always) Open = OpenSource(Source);
+  const bool OneFile = AreNamesOfOneFile(Source, Open ? Open->File.Get() : TFileHandle(OpenToAsk(Source)).Get(), Dest);
+  if (OneFile) Open.reset();  // another name of the destination, open, would be in the way of its deletion
   const auto Save = [&] {
     const GUID DataID = Store().SaveFile(Dest);
     // A folder of this name is no file to be saved, and not deleted.
