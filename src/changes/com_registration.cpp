@@ -3,6 +3,7 @@
 #include "base/failure.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "formats/entry_codes.h"
 #include "retry/engine.h"
 #include "retry/file_wrappers.h"
 #include "retry/guarded_call.h"
@@ -12,6 +13,8 @@
 
 #include <optional>
 #include <stdexcept>
+
+using namespace ComCode;
 
 namespace {
 
@@ -172,23 +175,22 @@ void RequireWholeName(const std::string& FileName) {
 }
 
 /// The place of an operation in the table is its code in the transaction log.
-enum TOperation : long { RegisterServer, UnregisterServer, RegisterLibrary, UnregisterLibrary };
 struct TOperationRow {
   const char* Name;
   void (*Run)(const TFileToRegister& File, TRoutine& Lines);
-  TOperation Opposite;
+  long Opposite;
 };
 constexpr TOperationRow Operations[] = {
-    {"RegServer", RegisterServerIn, UnregisterServer},
-    {"UnRegServer", UnregisterServerIn, RegisterServer},
-    {"RegTLB", RegisterLibraryIn, UnregisterLibrary},
-    {"UnRegTLB", UnregisterLibraryIn, RegisterLibrary},
+    {"RegServer", RegisterServerIn, ServerUnregistered},
+    {"UnRegServer", UnregisterServerIn, ServerRegistered},
+    {"RegTLB", RegisterLibraryIn, LibraryUnregistered},
+    {"UnRegTLB", UnregisterLibraryIn, LibraryRegistered},
 };
 
 }  // namespace
 
 void TUCom::Undo(long Code, const GUID& DataID) {
-  if (Code < RegisterServer || Code > UnregisterLibrary) return;
+  if (Code < ServerRegistered || Code > LibraryUnregistered) return;
   const TOperationRow& Opposite = Operations[Operations[Code].Opposite];
   const std::string FileName = Store().LoadFileName(DataID);
   Routine(Opposite.Name, {FileName}, [&](TRoutine& Lines) { Opposite.Run({FileName}, Lines); });
@@ -197,7 +199,7 @@ void TUCom::Undo(long Code, const GUID& DataID) {
 void TUCom::PerformOn(BSTR FileName, TForm Form, long Code) const {
   const TOperationRow& Operation = Operations[Code];
   Perform(Form, Operation.Name, Code, {FileName}, [&] {
-    if (Form == TForm::Plain && Code == RegisterLibrary) {  // the one that the system does by the whole name
+    if (Form == TForm::Plain && Code == LibraryRegistered) {  // the one that the system does by the whole name
       const std::wstring WideName = WideFileNameArgument(FileName);
       return TPreparedChange{{}, [=](TRoutine& Lines) { Operation.Run({LossyAnsi(WideName), WideName}, Lines); }};
     }
@@ -222,25 +224,25 @@ HRESULT TUCom::ChangeByExtension(const char* Name, TForm Form, long ForLibrary, 
 
 // ---- The methods
 
-HRESULT TUCom::RegServer(BSTR FileName) { return ChangeFile(TForm::Plain, RegisterServer, FileName); }
-HRESULT TUCom::UnRegServer(BSTR FileName) { return ChangeFile(TForm::Plain, UnregisterServer, FileName); }
-HRESULT TUCom::RegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, RegisterLibrary, FileName); }
-HRESULT TUCom::UnRegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, UnregisterLibrary, FileName); }
-HRESULT TUCom::RegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, RegisterServer, FileName); }
-HRESULT TUCom::UnRegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, UnregisterServer, FileName); }
-HRESULT TUCom::RegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, RegisterLibrary, FileName); }
-HRESULT TUCom::UnRegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, UnregisterLibrary, FileName); }
+HRESULT TUCom::RegServer(BSTR FileName) { return ChangeFile(TForm::Plain, ServerRegistered, FileName); }
+HRESULT TUCom::UnRegServer(BSTR FileName) { return ChangeFile(TForm::Plain, ServerUnregistered, FileName); }
+HRESULT TUCom::RegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, LibraryRegistered, FileName); }
+HRESULT TUCom::UnRegTLB(BSTR FileName) { return ChangeFile(TForm::Plain, LibraryUnregistered, FileName); }
+HRESULT TUCom::RegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, ServerRegistered, FileName); }
+HRESULT TUCom::UnRegServerLogged(BSTR FileName) { return ChangeFile(TForm::Logged, ServerUnregistered, FileName); }
+HRESULT TUCom::RegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, LibraryRegistered, FileName); }
+HRESULT TUCom::UnRegTLBLogged(BSTR FileName) { return ChangeFile(TForm::Logged, LibraryUnregistered, FileName); }
 HRESULT TUCom::Reg(BSTR FileName) {
-  return ChangeByExtension("Reg", TForm::Plain, RegisterLibrary, RegisterServer, FileName);
+  return ChangeByExtension("Reg", TForm::Plain, LibraryRegistered, ServerRegistered, FileName);
 }
 HRESULT TUCom::UnReg(BSTR FileName) {
-  return ChangeByExtension("UnReg", TForm::Plain, UnregisterLibrary, UnregisterServer, FileName);
+  return ChangeByExtension("UnReg", TForm::Plain, LibraryUnregistered, ServerUnregistered, FileName);
 }
 HRESULT TUCom::RegLogged(BSTR FileName) {
-  return ChangeByExtension("RegLogged", TForm::Logged, RegisterLibrary, RegisterServer, FileName);
+  return ChangeByExtension("RegLogged", TForm::Logged, LibraryRegistered, ServerRegistered, FileName);
 }
 HRESULT TUCom::UnRegLogged(BSTR FileName) {
-  return ChangeByExtension("UnRegLogged", TForm::Logged, UnregisterLibrary, UnregisterServer, FileName);
+  return ChangeByExtension("UnRegLogged", TForm::Logged, LibraryUnregistered, ServerUnregistered, FileName);
 }
 
 COCLASS(UCom, TUCom);

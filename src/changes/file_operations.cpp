@@ -9,16 +9,13 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "changes/copy_mode.h"
+#include "formats/entry_codes.h"
 #include "retry/engine.h"
 #include "rollback/saved_files.h"
 #include "server/arguments.h"
 #include "server/service_calls.h"
 
 namespace {
-
-namespace FileCode {
-constexpr long Overwritten = 1, Deleted = 2, Created = 3;
-}
 
 /// What a comparison by time and its question need to know of one file.
 struct TFileFacts {

@@ -2,12 +2,10 @@
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "formats/entry_codes.h"
 #include "server/arguments.h"
 
 namespace {
-
-/// The history group that points to the saved permanent macros.
-constexpr GUID MacroGroup = {0x2E6B94D1, 0x8C0F, 0x4A7E, {0xB3, 0x5D, 0x6F, 0x1A, 0x0C, 0x9E, 0x47, 0xB2}};
 
 /// An entry is name, equals sign, value.
 std::string NameOf(const std::string& Entry) { return Entry.substr(0, Entry.find('=')); }
@@ -15,7 +13,7 @@ std::string ValueOf(const std::string& Entry) { return Entry.substr(Entry.find('
 
 // Process-wide, and used only with the lock held.
 TNameList Temporary(NameOf);
-TSavedList Permanent(MacroGroup, NameOf);
+TSavedList Permanent(MacroGroupId, NameOf);
 TSharedLists Macros{&Permanent};
 
 /// A name is in one list at the most, because every write removes it from both first.

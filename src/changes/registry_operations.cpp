@@ -3,15 +3,12 @@
 #include "base/failure.h"
 #include "base/numbers.h"
 #include "base/text.h"
+#include "formats/entry_codes.h"
 #include "retry/registry_wrappers.h"
 #include "rollback/key_rights.h"
 #include "server/arguments.h"
 
 namespace {
-
-namespace RegistryCode {
-constexpr long KeyDeleted = 0, ValueDeleted = 1, BinarySet = 2, DwordSet = 3, StringSet = 4;
-}
 
 /// The key that a deletion names. A name without any part is the root itself.
 TKeyPlace DeletableKeyArgument(unsigned long RootKey, BSTR KeyName) {

@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "formats/entry_codes.h"
 #include "formats/uninstall_log.h"
 #include "installer/file.h"
 #include "server/arguments.h"
@@ -20,19 +21,11 @@ struct TInstallerList {
 
 namespace {
 
-/// The installer's record type for a file to delete; the values tell what the file is.
-constexpr uint16_t DeleteFileRecord = 0x82;
-constexpr int32_t PlainFile = 0, ComServer = 0x10, TypeLibrary = 0x40;
-
-/// The history groups that point to the saved lists.
-constexpr GUID FileGroup = {0x5C1E8A42, 0x7D3B, 0x4F69, {0xA0, 0xE2, 0x91, 0xB4, 0xC6, 0xD8, 0xF0, 0x31}};
-constexpr GUID ComGroup = {0xA7D03F9E, 0x26C4, 0x4B85, {0x9E, 0x71, 0x3F, 0x0B, 0x8C, 0x52, 0xD6, 0xA4}};
-
 std::string WholeEntry(const std::string& Entry) { return Entry; }
 
 // Process-wide, and changed only with the lock held.
-TInstallerList Files{{FileGroup, WholeEntry}};
-TInstallerList Servers{{ComGroup, WholeEntry}};
+TInstallerList Files{{InstalledFilesGroupId, WholeEntry}};
+TInstallerList Servers{{InstalledServersGroupId, WholeEntry}};
 TSharedLists InstallerLists{&Files.Names, &Servers.Names};
 
 /// The extension counts as it is written: ".tlb" is taken for a server.

@@ -3,6 +3,7 @@
 #include "base/guid_text.h"
 #include "base/registry_place.h"
 #include "formats/backup_items.h"
+#include "formats/entry_codes.h"
 #include "retry/registry_wrappers.h"
 #include "rollback/logged_change.h"
 #include "server/logged_object.h"
@@ -102,7 +103,3 @@ class TUBackup final : public TLoggedObject<IUBackup, IUDialog, IUTransactionLog
     return MakeLoggedChange(Use<IUTransactionLog>(), CLSID_UBackup, Code, Save, [] {});
   }
 };
-
-namespace BackupCode {
-constexpr long RegistryValue = 2, RegistryKey = 3, Files = 4, KeyRights = 16;
-}

@@ -2,10 +2,9 @@
 
 #include "base/data_folders.h"
 #include "base/guid.h"
+#include "formats/entry_codes.h"
 
 namespace {
-
-constexpr long CheckPointCode = 0;
 
 /// One lock for all groups.
 TNamedLock HistoryLock;

@@ -2,12 +2,11 @@
 
 #include "base/guid.h"
 #include "base/progress_window.h"
+#include "formats/entry_codes.h"
 #include "server/active_objects.h"
 
 namespace {
 
-/// The updater program's own class.
-constexpr char UpdaterClassId[] = "{E39B3518-306A-4B3F-9095-5A3226FF60C9}";
 /// Asks the progress window to undo a change of the updater's own: wParam is the entry's code, lParam 0.
 constexpr UINT RollbackMessage = 0x7EB;
 

@@ -1,6 +1,7 @@
 #include "rollback/saved_list.h"
 
 #include "base/failure.h"
+#include "base/guid.h"
 #include "base/text.h"
 #include "formats/comma_text.h"
 
@@ -71,6 +72,9 @@ std::string TNameList::CommaText() const {
   const std::lock_guard Guard(Changing);
   return MakeCommaText({Entries.begin(), Entries.end()});
 }
+
+TSavedList::TSavedList(const char* GroupId, TNameOf NameOf)
+    : TNameList(NameOf), GroupID(GuidOf(ParseGuid(GroupId).value())) {}
 
 void TSavedList::Save(const TBackupClient& Store, IUHistory& History) const {
   constexpr long AnyCode = 0;

@@ -46,7 +46,8 @@ class TNameList {
 /// a history group that points to the newest item. Saving and loading raise the failures of the two objects.
 class TSavedList : public TNameList {
  public:
-  TSavedList(const GUID& GroupID, TNameOf NameOf) : TNameList(NameOf), GroupID(GroupID) {}
+  /// `GroupId` is the registry form of the group's identifier.
+  TSavedList(const char* GroupId, TNameOf NameOf);
 
   /// Saves the list: one more item and one more history record.
   void Save(const TBackupClient& Store, IUHistory& History) const;

@@ -3,13 +3,12 @@
 #include "base/data_folders.h"
 #include "base/elevation.h"
 #include "base/guid.h"
+#include "formats/entry_codes.h"
 #include "rollback/rollback_contract.h"
 
 #include <mutex>
 
 namespace {
-
-constexpr long CheckPointCode = 0;
 
 TNamedLock TransactionLogLock;
 
