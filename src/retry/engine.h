@@ -34,6 +34,12 @@ inline TOutcome ByLastError(bool Ok) { return {Ok, Ok ? 0 : static_cast<long>(Ge
 inline TOutcome ByStatus(LSTATUS Status) { return {Status == ERROR_SUCCESS, Status}; }
 /// COM functions.
 inline TOutcome ByHResult(HRESULT Result) { return {SUCCEEDED(Result), Result}; }
+/// What releases a handle: its owner gives it up when that has succeeded. When the user gives up instead, or a line
+/// cannot be written, the owner releases it: left open, it would be in the way of the rollback.
+inline TOutcome Released(auto& Owner, TOutcome Outcome) {
+  if (Outcome.Ok) Owner.Detach();
+  return Outcome;
+}
 /// Allocations, which have no error code: the failure's code is -3.
 inline TOutcome ByMemory(const void* Pointer) {
   constexpr long OutOfMemoryCode = -3;

@@ -88,8 +88,8 @@ void RetryFindNextFile(const TSearch& Search, WIN32_FIND_DATAA& FindData, bool& 
 }
 
 void RetryFindClose(TSearch& Search) {
-  const HANDLE Open = Search.Handle.Detach();
-  TRetryCall(QuietCall).Until([&] { return ByLastError(FindClose(Open)); }, MsgCannotFinishSearch, Search.Name);
+  TRetryCall(QuietCall).Until([&] { return Released(Search.Handle, ByLastError(FindClose(Search.Get()))); },
+                              MsgCannotFinishSearch, Search.Name);
 }
 
 TOpenFile RetryCreateFile(const std::string& FileName, DWORD Access, DWORD Share, DWORD Disposition, DWORD Flags) {
@@ -124,8 +124,8 @@ DWORD RetryWriteFile(const TOpenFile& File, const void* Buffer, bool Lines, DWOR
 }
 
 void RetryCloseHandle(TOpenFile& File) {
-  const HANDLE Open = File.Handle.Detach();
-  TRetryCall(QuietCall).Until([&] { return ByLastError(CloseHandle(Open)); }, MsgCannotClose, File.Name);
+  TRetryCall(QuietCall).Until([&] { return Released(File.Handle, ByLastError(CloseHandle(File.Get()))); },
+                              MsgCannotClose, File.Name);
 }
 
 DWORD RetryGetFileSize(const TOpenFile& File) {

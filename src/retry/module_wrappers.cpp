@@ -79,9 +79,8 @@ TLoadedModule RetryLoadLibrary(const std::string& FileName) {
 
 void RetryFreeLibrary(TLoadedModule& Module) {
   TRetryCall Call(Standard, "RetryFreeLibrary", Module.Name);
-  // Not before: when the Begin line cannot be written, the module goes with its owner.
-  const HMODULE Loaded = Module.Handle.Detach();
-  Call.Until([&] { return ByLastError(FreeLibrary(Loaded)); }, MsgCannotUnloadLibrary, Module.Name);
+  Call.Until([&] { return Released(Module.Handle, ByLastError(FreeLibrary(Module.Get()))); }, MsgCannotUnloadLibrary,
+             Module.Name);
   Call.End();
 }
 

@@ -177,9 +177,7 @@ std::string RetryRegEnumKeyEx(const TOpenKey& Key, DWORD Index, DWORD Longest) {
 
 void RetryRegCloseKey(TOpenKey& Key) {
   TRetryCall Call(Standard, "RetryRegCloseKey", Key.Name, NumberOf(Key.Get()));
-  // Not before: when the Begin line cannot be written, the key is closed with its owner.
-  const HKEY Open = Key.Handle.Detach();
-  Call.Until([&] { return ByStatus(RegCloseKey(Open)); }, MsgCannotCloseKey, Key.Name);
+  Call.Until([&] { return Released(Key.Handle, ByStatus(RegCloseKey(Key.Get()))); }, MsgCannotCloseKey, Key.Name);
   Call.End();
 }
 
