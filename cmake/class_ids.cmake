@@ -1,4 +1,4 @@
-# Generates mendwork_class_ids.inc, a row CLASS(name, "{identifier}") for each coclass of the interface definition, for
+# Generates server/class_ids.inc, a row CLASS(name, "{identifier}") for each coclass of the interface definition, for
 # whoever reads the system's files without COM. The definition stays the only place where they are written.
 set(definition ${CMAKE_SOURCE_DIR}/src/server/Mendwork.idl)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${definition})
@@ -14,5 +14,5 @@ endforeach()
 if(NOT rows)
   message(FATAL_ERROR "no coclass was found in ${definition}")
 endif()
-file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/class_ids/mendwork_class_ids.inc CONTENT "${rows}" @ONLY)
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/class_ids/server/class_ids.inc CONTENT "${rows}" @ONLY)
 target_include_directories(mendwork_formats PUBLIC ${CMAKE_BINARY_DIR}/class_ids)

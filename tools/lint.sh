@@ -11,6 +11,7 @@ declare -A RoomsBelow=(
   [rollback]='base formats server retry'
   [changes]='base formats server retry rollback'
   [installer]='base formats server retry rollback'
+  [mendctl]='base formats server'
 )
 
 # Every include of a file of src, each as "FILE INCLUDED", both named from src.
@@ -52,10 +53,11 @@ library_compiler() {
   ((${#Compiler[@]})) || die "The win32 build does not tell how the library is compiled."
 }
 
-# Each header alone, with nothing included before it.
+# Each header alone, with nothing included before it. Those of the console need two packages, too.
 check_headers() {
   library_compiler
-  find "$Root/src" -name '*.h' | sort | side_by_side "${Compiler[@]}" -fsyntax-only -x c++ /dev/null -include ||
+  find "$Root/src" -name '*.h' | sort |
+    side_by_side "${Compiler[@]}" -isystem "$Root/build/win32/packages" -fsyntax-only -x c++ /dev/null -include ||
     die "A header of src does not include what it needs."
 }
 
@@ -89,7 +91,8 @@ command_lint() {
   cd "$Root"
   if (($#)); then Files=("$@"); else
     check_headers
-    mapfile -t Files < <(find "$Root/src" -name '*.cpp' | sort)
+    # What only the host compiles is not shown to it: .clang-tidy looks with the eyes of the 32-bit build.
+    mapfile -t Files < <(find "$Root/src" -name '*.cpp' ! -name 'host_*' | sort)
   fi
   tidy "${Files[@]}" || die "clang-tidy finds what is to be mended (all of its output: build/lint.log)."
 }

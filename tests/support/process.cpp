@@ -72,18 +72,23 @@ DWORD TChild::Wait() {
 }
 
 TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)()) {
-  char System[MAX_PATH] = "", Temp[MAX_PATH] = "";
+  char System[MAX_PATH] = "";
   GetSystemDirectoryA(System, sizeof System);  // for a 32-bit program, the folder of the 32-bit programs
+  return RunProgram(System + std::string("\\") + Name, Arguments, WhileItRuns);
+}
+
+TProgramResult RunProgram(const std::string& Path, const std::string& Arguments, void (*WhileItRuns)()) {
+  char Temp[MAX_PATH] = "";
   GetTempPathA(sizeof Temp, Temp);
   const std::string OutputName = Temp + std::string("mendwork-tests-output.txt");
   SECURITY_ATTRIBUTES Inherited{sizeof Inherited, nullptr, TRUE};
   TFileHandle Output(CreateFileA(OutputName.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &Inherited, CREATE_ALWAYS,
                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-  TChild Program(StartProgram("\"" + std::string(System) + "\\" + Name + "\" " + Arguments, Output.Get()));
+  TChild Program(StartProgram("\"" + Path + "\" " + Arguments, Output.Get()));
   Output.Reset();
   for (int Polls = 0; !Program.HasEnded(); ++Polls, Sleep(PollInterval)) {
     if (WhileItRuns) WhileItRuns();
-    Must(Polls < MostPolls, Name + " does not end");
+    Must(Polls < MostPolls, Path + " does not end");
   }
   return {Program.Wait(), Read(OutputName)};
 }

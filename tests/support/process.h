@@ -53,8 +53,9 @@ struct TProgramResult {
   DWORD Status;
   std::string Output;  ///< standard output and error
 };
-/// Runs one of Windows' own programs, of this program's bitness, to its end: RunSystemProgram("regsvr32.exe", "/s
-/// ..."). `WhileItRuns` is called again and again meanwhile. Fails after two minutes.
+/// Runs a program to its end. `WhileItRuns` is called again and again meanwhile. Fails after two minutes.
+TProgramResult RunProgram(const std::string& Path, const std::string& Arguments, void (*WhileItRuns)() = nullptr);
+/// One of Windows' own programs, of this program's bitness: RunSystemProgram("regsvr32.exe", "/s ...").
 TProgramResult RunSystemProgram(const std::string& Name, const std::string& Arguments, void (*WhileItRuns)() = nullptr);
 
 /// A file of the build, by its place in the build folder, in which this program has a folder of its own.
