@@ -160,36 +160,47 @@ command_fuzz() {
 SystemLibraries=(advapi32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
 ExportedFunctions='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer'
 
-# Holds a DLL against what it may import and must export.
-# usage: check_library ARCHITECTURE FILE
-check_library() {
-  local Dump Library Exports Name=${2#"$Root/"}
-  Dump=$("$1-w64-mingw32-objdump" -p "$2") || die "$Name is not a Windows library."
+# Holds a program or DLL against what it may import.
+# usage: check_imports ARCHITECTURE FILE -> Dump
+check_imports() {
+  local Library Name=${2#"$Root/"}
+  Dump=$("$1-w64-mingw32-objdump" -p "$2") || die "$Name is not a Windows program."
   while read -r Library; do
     [[ " ${SystemLibraries[*]/%/.dll} " == *" ${Library,,} "* ]] || die "$Name needs $Library, which is no part of Windows."
   done < <(sed -n 's/^\tDLL Name: //p' <<<"$Dump")
+}
+
+# Holds a DLL against what it must export, too.
+# usage: check_library ARCHITECTURE FILE
+check_library() {
+  local Dump Exports Name=${2#"$Root/"}
+  check_imports "$@"
   Exports=$(sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$Dump" | sort | paste -sd ' ')
   # The guard around foreign code (src/retry/guarded_call.cpp) needs the system to look for handlers in this module.
   ! grep -q 'NO_SEH' <<<"$Dump" || die "$Name is marked as one without exception handlers, so what a foreign module raises would end the process."
   [[ $Exports == "$ExportedFunctions" ]] || die "$Name exports \"$Exports\" instead of \"$ExportedFunctions\"."
 }
 
+# Builds what a preset hands out into a folder of its own.
+# usage: install_preset PRESET
+install_preset() {
+  build_preset "$1" dist || die "The build of $1 failed."
+  rm -rf "$Root/dist/$1"
+  quietly "$Root/build/$1.log" cmake --install "$Root/build/$1" --prefix "$Root/dist/$1" ||
+    die "The $1 build could not be installed."
+  say "dist/$1 is ready."
+}
+
 command_dist() {
-  local Preset Architecture
   (($# == 0)) || die "dist takes no arguments."
   ensure_setup
-  for Preset in win32 win64; do
-    build_preset "$Preset" dist || die "The build of $Preset failed."
-    rm -rf "$Root/dist/$Preset"
-    quietly "$Root/build/$Preset.log" cmake --install "$Root/build/$Preset" --prefix "$Root/dist/$Preset" ||
-      die "The $Preset build could not be installed."
-    case $Preset in
-      win32) Architecture=i686 ;;
-      win64) Architecture=x86_64 ;;
-    esac
-    check_library "$Architecture" "$(find "$Root/dist/$Preset" -name Mendwork.dll)"
-    say "dist/$Preset is ready."
-  done
+  install_preset win32
+  check_library i686 "$Root/dist/win32/Mendwork.dll"
+  check_imports i686 "$Root/dist/win32/mendctl.exe"
+  install_preset win64
+  check_library x86_64 "$Root/dist/win64/Mendwork.dll"
+  check_imports x86_64 "$Root/dist/win64/mendctl.exe"
+  install_preset linux
 }
 
 # ---- format, clean ----

@@ -68,7 +68,8 @@ command_bench() {
   cd "$Dir"
   rm -f results.json native.json
   ! bench_is_native "$@" || {
-    "$Root/build/native/bench/mendwork_native_bench" --json native.json "$@" || die "The native benchmark failed."
+    build_quietly linux mendctl
+    MENDCTL=$Root/build/linux/mendctl "$Root/build/native/bench/mendwork_native_bench" --json native.json "$@" || die "The native benchmark failed."
     check_results native.json "$@"
   }
   bench_is_windows "$@" || return 0

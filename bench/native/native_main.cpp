@@ -1,5 +1,6 @@
 // The benchmark program of the sources that need no platform.
 
+#include "native/console_speed.h"
 #include "program.h"
 #include "uninstall_log_speed.h"
 
@@ -19,6 +20,10 @@ const TCase Cases[] = {
      "Save of the same, against the same"},
     {"native-log-growth", 0, "", [](const TBench& Bench) { return UninstallLogGrowth(Bench.Quick); },
      "Load and Save: a record out of 200,000, against one out of 20,000"},
+    {"native-mendctl-status", 1, "s", [](const TBench& Bench) { return ConsoleSpeed(Bench.Quick, "status"); },
+     "mendctl status of a log of 10,000 entries and 20,000 items: the slowest run"},
+    {"native-mendctl-show", 1, "s", [](const TBench& Bench) { return ConsoleSpeed(Bench.Quick, "show"); },
+     "mendctl show of the same"},
 };
 
 }  // namespace

@@ -158,7 +158,12 @@ class TConsole {
     Sub = Add("rollback", "undoes the update with the library, to the newest check point", [this] {
       TRollbackOptions How{Options.All, Options.Silent, {}};
       if (Options.Skip) How.Skip = Options.Skip;
-      return Rollback(Context(), How, [this](const std::string& Line) { Err << Line << "\n" << std::flush; });
+      // On a terminal one line that changes.
+      const TReport Report = Rollback(Context(), How, [this](const std::string& Line) {
+        Err << (Colour ? "\r" : "") << Line << (Colour ? "" : "\n") << std::flush;
+      });
+      if (Colour) Err << "\n";
+      return Report;
     });
     Sub->add_flag("--all", Options.All, "to the beginning of the log");
     Sub->add_flag("--silent", Options.Silent, "without boxes: what fails ends the rollback");

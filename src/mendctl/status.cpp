@@ -77,7 +77,8 @@ std::string Headline(const TPaint& Paint, const TJson& Data) {
   const std::string Where =
       Data["check_point"].is_null() ? "the beginning of the log" : "check point " + std::string(Data["check_point"]);
   const std::string Changes = Counted(Undoable, "change") + " since " + Where + " can be undone";
-  return (State == "interrupted" ? Paint.Bad("interrupted") : Paint.Strong("in progress")) + ": " + Changes;
+  return (State == "interrupted" ? Paint.Bad("interrupted, or never committed") : Paint.Strong("in progress")) + ": " +
+         Changes;
 }
 
 }  // namespace

@@ -81,6 +81,7 @@ class TProgress {
   ~TProgress() {
     Ended = true;
     Thread.join();
+    Look();
   }
   TProgress(const TProgress&) = delete;
   TProgress& operator=(const TProgress&) = delete;
@@ -88,24 +89,26 @@ class TProgress {
  private:
   void Watch() {
     constexpr auto Pause = std::chrono::milliseconds(100);
-    size_t Told = SIZE_MAX;
-    while (!Ended) {
-      std::error_code Error;
-      const uintmax_t Size = std::filesystem::file_size(Path, Error);
-      const size_t Left = std::max<size_t>(First, static_cast<size_t>(Size / LogRecordSize));
-      if (!Error && Left <= Last && Left != Told) TellBar(Told = Left);
-      std::this_thread::sleep_for(Pause);
-    }
+    for (; !Ended; std::this_thread::sleep_for(Pause)) Look();
+  }
+  /// A log that is not there is empty, or just being written anew.
+  void Look() {
+    std::error_code Error;
+    const uintmax_t Size = std::filesystem::file_size(Path, Error);
+    if (Error && !Ended) return;
+    const size_t Left = std::max<size_t>(First, Error ? 0 : static_cast<size_t>(Size / LogRecordSize));
+    if (Left < Told) TellBar(Told = Left);
   }
   void TellBar(size_t Left) const {
     constexpr size_t Width = 40;
-    const size_t All = std::max<size_t>(Last - First, 1), Done = Last - Left;
+    const size_t All = std::max<size_t>(Last - First, 1), Done = Last - std::min(Left, Last);
     Tell("[" + std::string(Width * Done / All, '#') + std::string(Width - Width * Done / All, '.') + "] " +
          std::to_string(Done) + " of " + std::to_string(All));
   }
 
   const std::filesystem::path Path;
   const size_t First, Last;  ///< the log's size in entries at the end and at the begin
+  size_t Told = SIZE_MAX;
   const std::function<void(const std::string&)>& Tell;
   std::atomic<bool> Ended = false;
   std::thread Thread;
