@@ -354,11 +354,12 @@ class TJsonTeller : public TTeller {
     Json["arguments"] = Arguments(Call);
     if (std::string Said = Result(Call); !Said.empty()) Json["result"] = std::move(Said);
     Json["ended"] = WordOf(Call.Ended);
-    Json["failed"] = Call.Failed;
+    if (Call.Failed) Json["failed"] = true;
     if (Call.Shallow) Json["is_deeper"] = true;
+    if (!Call.InnerLines) return Json;
     Json["inner_calls"] = Call.InnerCalls;
     Json["inner_lines"] = Call.InnerLines;
-    if (Deep && Call.InnerLines) Json["inner"] = Inner(Call.FirstChild, Call.FirstNote, true);
+    if (Deep) Json["inner"] = Inner(Call.FirstChild, Call.FirstNote, true);
     return Json;
   }
 };

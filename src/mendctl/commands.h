@@ -4,14 +4,26 @@
 #include "mendctl/report.h"
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 /// What every command works on.
 struct TContext {
+  TContext(TMachine Machine, TStateFolder State, TPaint Paint)
+      : Machine(std::move(Machine)), State(std::move(State)), Paint(Paint) {}
+
   TMachine Machine;
   TStateFolder State;
-  TPaint Paint = TPaint(false);
+  TPaint Paint;
+
+  /// What an entry is about, in UTF-8. That of an item which is missing is looked up in the debug log; "" when that
+  /// does not tell it either, or cannot be read now.
+  std::string SubjectOf(const TEntry& Entry, const TSaved& Saved) const;
+
+ private:
+  mutable std::optional<std::map<std::string, std::string>> NamesInLog;
 };
 
 /// A request that makes no sense on this state; the console ends with status 2.

@@ -22,7 +22,7 @@ class TPlanner {
 
   TStep StepOf(const TEntry& Entry) {
     const TSaved Saved = Reader.Read(Entry.Meaning.Layout, Entry.Record.DataID);
-    TStep Step{SubjectOf(Saved, Context.Machine), {}, {}};
+    TStep Step{Context.SubjectOf(Entry, Saved), {}, {}};
     for (const TItemFault& Fault : Saved.Faults)
       Step.Problems.push_back("the item " + GuidText(Fault.DataID) + " cannot be used: " + Fault.What +
                               (Fault.Offset ? " (at offset " + std::to_string(Fault.Offset) + ")" : ""));

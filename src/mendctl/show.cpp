@@ -2,6 +2,7 @@
 
 #include "mendctl/commands.h"
 #include "mendctl/comparison.h"
+#include "mendctl/saved_names.h"
 
 namespace {
 
@@ -118,9 +119,21 @@ TEntry EntryOf(const TContext& Context, size_t Number) {
   return {Number, Record, MeaningOf(Record, Context.Machine)};
 }
 
+std::string TContext::SubjectOf(const TEntry& Entry, const TSaved& Saved) const {
+  std::string Subject = ::SubjectOf(Saved, Machine);
+  if (!Subject.empty() || Saved.Faults.empty()) return Subject;
+  try {
+    if (!NamesInLog) NamesInLog = SavedNames(TReadableFile(State.DebugLog).Text());
+  } catch (const ECannotRead&) {
+    NamesInLog.emplace();  // an updater has it open, or there is none
+  }
+  const auto Found = NamesInLog->find(GuidText(Entry.Record.DataID));
+  return Found == NamesInLog->end() ? "" : Machine.ToUtf8(Found->second);
+}
+
 std::string EntryLine(const TContext& Context, const TEntry& Entry, const TSaved& Saved) {
   std::string Line = InColumn(std::to_string(Entry.Number), 6) + InColumn(Entry.Meaning.Done, 26) + " ";
-  const std::string Subject = SubjectOf(Saved, Context.Machine);
+  const std::string Subject = Context.SubjectOf(Entry, Saved);
   Line += Subject.empty() ? GuidText(Entry.Record.DataID) : Subject;
   for (const TItemFault& Fault : Saved.Faults)
     Line += "  " + Context.Paint.Bad("item " + GuidText(Fault.DataID) + ": " + Fault.What);
@@ -139,7 +152,7 @@ TReport Show(const TContext& Context, bool All) {
     } else {
       const TSaved Saved = Reader.Read(Entry.Meaning.Layout, Entry.Record.DataID);
       const TNow Now = Together(CompareWithNow(Context.State, Context.Machine, Saved));
-      Json["subject"] = SubjectOf(Saved, Context.Machine);
+      Json["subject"] = Context.SubjectOf(Entry, Saved);
       Json["saved_at"] = TimeText(Saved.LastWrite);
       Json["now"] = WordOf(Now);
       Json["faults"] = FaultsJson(Saved);

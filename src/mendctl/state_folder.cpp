@@ -26,7 +26,8 @@ TRecordFile ReadRecordFile(const fs::path& Path, bool ZerosAreRecords) {
         Result.LastWrite = File.LastWrite();
       }
       Result.Name = NameOf(UseCopy ? CopyPath : Path);
-      Result.CopyPending = Copy.has_value();
+      // A rollback leaves an empty copy behind where there is no log any more: nothing is pending then.
+      Result.CopyPending = Copy && (UseCopy || TMachine::LookAt(Path));
       Result.IsCopy = UseCopy;
       const std::optional<TFileNow> After = TMachine::LookAt(CopyPath);
       if (After.has_value() == Copy.has_value() || TriesLeft == 0) return Result;

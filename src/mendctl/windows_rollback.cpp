@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <thread>
 
 namespace {
@@ -101,7 +102,8 @@ class TProgress {
   }
   void TellBar(size_t Left) const {
     constexpr size_t Width = 40;
-    const size_t All = std::max<size_t>(Last - First, 1), Done = Last - std::min(Left, Last);
+    if (First == Last) return;
+    const size_t All = Last - First, Done = Last - std::min(Left, Last);
     Tell("[" + std::string(Width * Done / All, '#') + std::string(Width - Width * Done / All, '.') + "] " +
          std::to_string(Done) + " of " + std::to_string(All));
   }
@@ -114,11 +116,19 @@ class TProgress {
   std::thread Thread;
 };
 
-/// The step that failed, by what the application calls it.
-std::string FailedStep(const TContext& Context, const TRecordFile& Log) {
-  if (Log.Records.empty()) return {};
-  const TEntry Entry{Log.Records.size(), Log.Records.back(), MeaningOf(Log.Records.back(), Context.Machine)};
-  return EntryLine(Context, Entry, TItemReaderOf(Context.State).Read(Entry.Meaning.Layout, Entry.Record.DataID));
+/// The entries, each in a line of its own, by their numbers. Told beforehand: while the library is at work, the debug
+/// log cannot be read, which knows what a missing item held.
+std::map<size_t, std::string> LinesOf(const TContext& Context, const std::vector<TEntry>& Entries) {
+  const TItemReaderOf Reader(Context.State);
+  std::map<size_t, std::string> Lines;
+  for (const TEntry& Entry : Entries)
+    Lines[Entry.Number] = EntryLine(Context, Entry, Reader.Read(Entry.Meaning.Layout, Entry.Record.DataID));
+  return Lines;
+}
+
+std::string WithoutBreaks(std::string Text) {
+  while (!Text.empty() && Text.back() <= ' ') Text.pop_back();
+  return Text;
 }
 
 }  // namespace
@@ -138,14 +148,14 @@ TReport Rollback(const TContext& Context, const TRollbackOptions& Options,
   Report.Data = {{"skipped", nullptr}, {"undone", 0}, {"failed", nullptr}, {"error", ""}, {"boxes", ""}, {"left", 0}};
   if (Options.Skip) {
     const TEntry Skipped = EntryOf(Context, *Options.Skip);
-    const std::string Line =
-        EntryLine(Context, Skipped, TItemReaderOf(Context.State).Read(Skipped.Meaning.Layout, Skipped.Record.DataID));
+    const std::string Line = LinesOf(Context, {Skipped}).begin()->second;
     const std::string File = SkipEntry(Context, *Options.Skip);
     Report.Data["skipped"] = {{"number", Skipped.Number}, {"kept_in", File}};
     Report.Text += "Skipped, and kept in " + File + ":\n" + Line + "\n";
   }
   const TRecordFile Before = Context.State.TransactionLog();
   const std::vector<TEntry> Walk = EntriesOf(Before, Options.All, Context.Machine);
+  const std::map<size_t, std::string> Lines = LinesOf(Context, Walk);
   size_t Stop = 0;
   if (!Options.All && !Walk.empty() && Walk.back().Meaning.Layout == TLayout::CheckPoint) Stop = Walk.back().Number;
 
@@ -162,7 +172,7 @@ TReport Rollback(const TContext& Context, const TRollbackOptions& Options,
     GUID CheckPoint{};
     CheckCall(Log->Rollback(Options.All ? VARIANT_FALSE : VARIANT_TRUE, &CheckPoint));
   } catch (const EFailure& Raised) {
-    Failure = Utf8(Raised.Message);
+    Failure = WithoutBreaks(Utf8(Raised.Message));
   }
   const TRecordFile After = Context.State.TransactionLog();
   const size_t Undone = Before.Records.size() - std::min(Before.Records.size(), After.Records.size());
@@ -173,7 +183,8 @@ TReport Rollback(const TContext& Context, const TRollbackOptions& Options,
   if (Failure.empty()) return Report;
   Report.Status = FoundSomething;
   Report.Data["error"] = Failure;
-  const std::string Step = FailedStep(Context, After);
+  const auto Line = Lines.find(After.Records.size());
+  const std::string Step = Line == Lines.end() ? "" : Line->second;
   Report.Data["failed"] = After.Records.size();
   Report.Text += Context.Paint.Bad("The rollback stopped: ") + Failure + "\n" + Step + "\n" + Dialog.Said +
                  "What was changed after it is undone. Mend what is in its way and roll back again, or leave this "
