@@ -4,8 +4,9 @@
 
 Packages=(wine wine64 libwine-dev g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools
   cmake ninja-build googletest util-linux g++ make clang clang-format libclang-rt-14-dev python3
-  zlib1g-dev libz-mingw-w64-dev libcli11-dev nlohmann-json3-dev locales)
-PicturePackages=(xvfb imagemagick)
+  zlib1g-dev libz-mingw-w64-dev libcli11-dev nlohmann-json3-dev python3-jsonschema
+  chromium chromium-driver python3-selenium locales)
+PicturePackages=(xvfb imagemagick aha)
 
 # To be raised when the content of the cache changes its shape.
 CacheFormat=1

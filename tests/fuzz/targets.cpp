@@ -2,10 +2,14 @@
 
 #include "base/numbers.h"
 #include "formats/comma_text.h"
+#include "mendctl/commands.h"
 #include "support/memory_file.h"
 #include "support/raw_uninstall_log.h"
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <fstream>
 
 /// Of the sanitizers' run-time library; not every compiler brings the header that declares it.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*OnMalloc)(const volatile void*, size_t),
@@ -133,4 +137,43 @@ void FuzzBackupItems(TFuzzInput Input) {
   constexpr void (*Readers[])(TFuzzInput) = {ReadItem<TSingleFileItem>, ReadItem<TFileSetItem>,
                                              ReadItem<TRegistryValueItem>, ReadItem<TRegistryKeyItem>, ReadCommaText};
   Readers[Input[0] % std::size(Readers)](Input.subspan(1));
+}
+
+void FuzzState(TFuzzInput Input) {
+  namespace fs = std::filesystem;
+  static const fs::path Base = fs::temp_directory_path() / ("mendwork-fuzz-" + std::to_string(getpid()));
+  const fs::path Service = Base / "Updates" / "Mendwork";
+  const std::string Item = "{00000001-0000-0000-0000-000000000000}";
+  const auto Write = [](const fs::path& Path, TFuzzInput Bytes) {
+    fs::create_directories(Path.parent_path());
+    std::ofstream(Path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(Bytes.data()), static_cast<std::streamsize>(Bytes.size()));
+  };
+  // An entry of each layout leads to the item.
+  std::vector<uint8_t> Log;
+  for (const auto& [Class, Code] : {std::pair{"UFile", FileCode::Deleted},
+                                    {"UFile", FileCode::Created},
+                                    {"URegistry", RegistryCode::KeyDeleted},
+                                    {"URegistry", RegistryCode::StringSet},
+                                    {"UBackup", BackupCode::KeyRights}}) {
+    const TLogRecordBytes Bytes = EncodeRecord({ParseGuid(IdOfClass(Class)).value(), Code, ParseGuid(Item).value()});
+    Log.insert(Log.end(), Bytes.begin(), Bytes.end());
+  }
+  const fs::path Places[] = {Service / "Backup" / Item,         Service / "update.prt",
+                             Service / "update.prt.bkp",        Service / "History" / MacroGroupId,
+                             Service / "Garbage" / "RKeys.grb", Base / "Uninstall" / "unins000.dat"};
+  fs::remove_all(Base);
+  Write(Service / "update.prt", Log);
+  Write(Places[Input[0] % std::size(Places)], Input.subspan(1));
+  const TContext Context({}, TStateFolder(Base, 32), TPaint(false));
+  for (const auto Command :
+       {+[](const TContext& To) { return Status(To); }, +[](const TContext& To) { return Show(To, true); },
+        +[](const TContext& To) { return Plan(To, false); }, +[](const TContext& To) { return Verify(To); }}) {
+    try {
+      const TReport Report = Command(Context);
+      Promise(!Report.Text.empty() && !Report.Data.dump().empty(), "it tells something, in words and as JSON");
+    } catch (const ECannotRead&) {
+    }
+  }
+  fs::remove_all(Base);
 }

@@ -14,6 +14,9 @@ using TFuzzInput = std::span<const uint8_t>;
 /// TUninstallLog::Load, and that what loads can be saved, appended to and asked for its strings. The first byte tells
 /// which checksums are made good, because no change of a byte gets past them: 1 the header's, 2 the blocks'.
 void FuzzUninstallLog(TFuzzInput Input);
+/// The console over a state folder, one file of which has the input as its content: the first byte tells which. It
+/// tells what it finds, or that something cannot be read.
+void FuzzState(TFuzzInput Input);
 /// The readers of backup items, in the order of their structs, and of comma text.
 void FuzzBackupItems(TFuzzInput Input);
 
