@@ -44,8 +44,25 @@ TOpenFile CreateToWrite(const std::string& Path) { return RetryCreateFile(Path, 
 
 }  // namespace
 
+/// Whether the copy stays. Who died while he deleted it let go of the lock a moment before the system closed his
+/// handle, and only then the copy goes: taken for one that is left over, it would cost the file that it is the copy of.
+/// Plain and silent; what is held for longer is for the retry layer to tell.
+bool TGuardedRecordFile::CopyStays() const {
+  constexpr DWORD PauseMilliseconds = 20;
+  constexpr int MostPauses = 250;
+  for (int Pauses = 0; Pauses < MostPauses; ++Pauses, Sleep(PauseMilliseconds)) {
+    // Without leave to others to delete: whoever is about to is in the way.
+    if (TFileHandle(CreateFileA(CopyPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr)))
+      return true;
+    const DWORD Code = GetLastError();
+    if (Code == ERROR_FILE_NOT_FOUND) return false;
+    if (Code != ERROR_SHARING_VIOLATION && Code != ERROR_ACCESS_DENIED) return true;
+  }
+  return true;
+}
+
 void TGuardedRecordFile::Repair() const {
-  if (!FileExistsByFind(CopyPath)) return;
+  if (!FileExistsByFind(CopyPath) || !CopyStays()) return;
   if (Exists()) RetryDeleteFile(Path);
   TOpenFile Copy = OpenToRead(CopyPath);
   const DWORD Size = RetryGetFileSize(Copy);

@@ -61,6 +61,7 @@ class TGuardedRecordFile {
   };
 
  private:
+  bool CopyStays() const;
   int64_t WholeSize(HANDLE File) const;
 
   std::string Path, CopyPath;

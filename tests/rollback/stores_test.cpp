@@ -1,6 +1,8 @@
 #include "formats/backup_items.h"
 #include "stories/story.h"
 
+#include <thread>
+
 namespace {
 
 // ---- The transaction log
@@ -69,6 +71,17 @@ TEST_F(TransactionLog, ALeftOverCopyIsPutBackFirst) {
             Puts ? Put(7) : RollBack());
       Tell(Target.Calls());
     }
+}
+
+TEST_F(TransactionLog, ACopyThatADeadProcessIsStillDeletingIsNotPutBack) {
+  Plant("update.prt", "12"), Plant("update.prt.bkp", "1");
+  constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, Moment = 150;
+  const HANDLE Going = CreateFileA(Service("update.prt.bkp").c_str(), DELETE, ShareAll, nullptr, OPEN_EXISTING,
+                                   FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  std::thread Closing([&] { Sleep(Moment), CloseHandle(Going); });
+  EXPECT_EQ(S_OK, Put(7));
+  Closing.join();
+  EXPECT_EQ(size_t{3 * 36}, Read(Service("update.prt")).size());
 }
 
 TEST_F(TransactionLog, AnEntryThatCannotBeUndoneStaysUntilItCan) {
