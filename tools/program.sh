@@ -144,6 +144,26 @@ start_display() {
   export DISPLAY=:$Display
 }
 
+# What the console prints on a terminal, and the page of a debug log, in a browser. The state is that of an updater
+# which ended in the middle of its work, in wine_env's prefix.
+# usage: picture_console FOLDER-FOR-WORK FOLDER-OF-PICTURES
+picture_console() {
+  local Console=$Root/build/win64/mendctl.exe Words
+  ensure_base_folder
+  run_program 64 "$Root/tools/pictures/interrupted.vbs" || die "The updater of the pictures failed."
+  for Words in status plan show; do
+    printf '\x1b[2m$\x1b[0m mendctl %s\n' "$Words"
+    run_program 64 "$Console" "$Words" --color always || (($? == 1)) || die "mendctl $Words failed."
+    echo
+  done | sed 's/\r$//' | aha --black --title mendctl >"$1/terminal.html"
+  rm -f "$1/page.html"
+  "$Root/build/native/mendctl" log --file "$Root/tests/mendctl/update.log" --html "$1/page.html" >/dev/null ||
+    (($? == 1)) || die "The page of the debug log was not made."
+  chromium --headless --no-sandbox --hide-scrollbars --window-size=1160,640 --screenshot="$2/mendctl.png" \
+    "file://$1/terminal.html" 2>"$1/chromium.log" >&2 || die "chromium failed."
+  "$Root/tests/mendctl/page_test.py" "$1/page.html" "$2/call-log.png" || die "The page of the debug log does not work."
+}
+
 # 64-bit only: 32-bit windows do not paint here. The program draws into the folder it is given; what it leaves
 # as bitmaps becomes PNG.
 command_pictures() {
@@ -152,6 +172,7 @@ command_pictures() {
   ensure_setup
   ensure_only_packages "${PicturePackages[@]}"
   build_quietly win64
+  build_quietly native mendctl
   claim pictures
   remove_prefix "$Dir/prefix"
   open_prefix "$Dir/prefix" 64 "$Root/build/win64/Mendwork.dll"
@@ -165,5 +186,6 @@ command_pictures() {
   windows_path "$Pictures"
   run_program 64 "$Root/build/win64/tools/pictures/picture_maker.exe" "$WindowsPath" || die "The picture maker failed with status $?."
   [[ -z $(compgen -G "$Pictures/*.bmp") ]] || { mogrify -format png "$Pictures"/*.bmp && rm "$Pictures"/*.bmp; }
+  picture_console "$Dir" "$Pictures"
   [[ -n $(compgen -G "$Pictures/*.png") ]] || die "The picture maker left no pictures in docs/pictures."
 }

@@ -103,7 +103,7 @@ class TLineReader {
       if (const auto Line = ParseLogLine(Text))
         Put(*Line);
       else
-        Log.Strays.push_back({Offset, Text, Log.Lines});
+        PutStray(Bytes, Offset, Text.size());
     }
   }
 
@@ -147,6 +147,14 @@ class TLineReader {
     TLogProcess& Process = Log.Processes.back();
     if (Process.Lines++ == 0) Process.First = Time;
     Process.Last = Time;
+  }
+
+  void PutStray(std::string_view Bytes, uint64_t Offset, size_t Size) {
+    const bool GoesOn = !Log.Strays.empty() && Log.Strays.back().Line + Log.Strays.back().Count == Log.Lines;
+    if (!GoesOn) Log.Strays.push_back({Offset, {}, Log.Lines, 0});
+    TStrayLines& Strays = Log.Strays.back();
+    Strays.Bytes = Bytes.substr(Strays.Offset, Offset + Size - Strays.Offset);
+    ++Strays.Count;
   }
 
   void PutBegin(const TLogLine& Line, const TCallKey& Key, uint32_t Name, int64_t Time) {
@@ -225,7 +233,7 @@ class TLineReader {
 class TNesting {
  public:
   TNesting(TCallLog& Log, const std::vector<TWriter>& Writers)
-      : Log(Log), Writers(Writers), Over(Log.Calls.size()), Children(Log.Calls.size()) {}
+      : Log(Log), Writers(Writers), Over(Log.Calls.size()), Children(Log.Calls.size()), Exceptions(Log.Calls.size()) {}
 
   void Put(const TEvent& Event) {
     const uint32_t Process = Event.Kind == static_cast<uint32_t>(TEventKind::Note) ? Log.Notes[Event.Index].Process
@@ -245,7 +253,7 @@ class TNesting {
   /// The process has no more lines.
   void Finish() {
     CloseSilent(nullptr, false);
-    while (!Open.empty()) Close(TCallEnd::Open);
+    Sweep(TCallEnd::Open, [](uint32_t) { return true; });
   }
 
  private:
@@ -291,6 +299,8 @@ class TNesting {
     }
     if (Note.Call != NoIndex) Extend(Log.Calls[Note.Call], Note.Line, Note.Time);
     if (!Exception) return;
+    if (Note.Call == NoIndex || Exceptions[Note.Call]++ < TCallLog::MostFailuresOfCall)
+      Log.Failures.push_back({Note.Call, Index, Note.Line});
     if (Note.Call != NoIndex) Log.Calls[Note.Call].Failed = true;
     if (!Own) Strike(Note);
   }
@@ -325,15 +335,23 @@ class TNesting {
     while (!Open.empty() && Over[Open.back()]) Open.pop_back();
   }
 
+  /// Closes open calls, innermost first, up to one that ends later or is none of those. The innermost one is where it
+  /// went wrong.
+  void Sweep(TCallEnd How, const auto& IsOne) {
+    for (bool First = true; !Open.empty() && !Ends(Open.back()) && IsOne(Open.back()); First = false) {
+      if (First) Log.Failures.push_back({Open.back(), NoIndex, Log.Calls[Open.back()].Line});
+      Close(How);
+    }
+  }
+
   /// A line of `Call` shows that it goes on, so whatever it made is over.
   void CloseAbove(uint32_t Call) {
-    while (!Open.empty() && Open.back() > Call && !Ends(Open.back())) Close(TCallEnd::Unexplained);
+    Sweep(TCallEnd::Unexplained, [&](uint32_t Each) { return Each > Call; });
   }
 
   /// A client speaks, or calls: nothing of the library is open but what other threads do.
   void CloseUpToClient() {
-    while (!Open.empty() && WriterOfCall(Open.back()) != TWriter::Client && !Ends(Open.back()))
-      Close(TCallEnd::Unexplained);
+    Sweep(TCallEnd::Unexplained, [&](uint32_t Each) { return WriterOfCall(Each) != TWriter::Client; });
   }
 
   /// The routines that end without an End line by design; what comes behind them shows that they did. `Next` is the
@@ -415,8 +433,9 @@ class TNesting {
   TCallLog& Log;
   const std::vector<TWriter>& Writers;
   std::vector<bool> Over;
-  std::vector<uint32_t> Children;  ///< how many calls each has made
-  std::vector<uint32_t> Open;      ///< innermost last; with some that are over
+  std::vector<uint32_t> Children;    ///< how many calls each has made
+  std::vector<uint32_t> Exceptions;  ///< how many lines of the kind each has
+  std::vector<uint32_t> Open;        ///< innermost last; with some that are over
   uint32_t Current = 0;
 };
 
@@ -449,22 +468,7 @@ void LinkNotes(TCallLog& Log) {
   }
 }
 
-/// Whether nothing inside a call says more about why it ended without a word.
-bool IsWhereItEnded(const TCallLog& Log, const TLogCall& Call) {
-  if (Call.Ended != TCallEnd::Unexplained && Call.Ended != TCallEnd::Open) return false;
-  for (uint32_t Child = Call.FirstChild; Child != NoIndex; Child = Log.Calls[Child].Next)
-    if (Log.Calls[Child].Ended == Call.Ended) return false;
-  return true;
-}
-
-void FindFailures(TCallLog& Log, const std::vector<TWriter>& Writers) {
-  for (uint32_t Index = 0; Index < Log.Calls.size(); ++Index)
-    if (IsWhereItEnded(Log, Log.Calls[Index])) Log.Failures.push_back({Index, NoIndex, Log.Calls[Index].Line});
-  for (uint32_t Index = 0; Index < Log.Notes.size(); ++Index) {
-    const TLogNote& Note = Log.Notes[Index];
-    if (Note.Action == "Exception" && Writers[Note.Name] != TWriter::Client)
-      Log.Failures.push_back({Note.Call, Index, Note.Line});
-  }
+void CountFailures(TCallLog& Log) {
   std::ranges::sort(Log.Failures, {}, &TLogFailure::Line);
   for (uint32_t Index = 0; Index < Log.Failures.size(); ++Index) {
     const TLogFailure& Failure = Log.Failures[Index];
@@ -485,6 +489,6 @@ TCallLog ReadCallLog(std::string_view Bytes) {
   Nesting.Finish();
   LinkNotes(Log);
   LinkCalls(Log);
-  FindFailures(Log, Reader.Writers);
+  CountFailures(Log);
   return Log;
 }

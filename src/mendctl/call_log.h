@@ -56,11 +56,12 @@ struct TLogNote {
   uint32_t Next = NoIndex;  ///< the next one of that call, or of the process
 };
 
-/// A line that the system did not write, or that was damaged since.
-struct TStrayLine {
+/// Lines in a row that the system did not write, or that were damaged since.
+struct TStrayLines {
   uint64_t Offset = 0;
-  std::string_view Bytes;
-  uint32_t Line = 0;
+  std::string_view Bytes;  ///< without the last line's end
+  uint32_t Line = 0;       ///< of the first one
+  uint32_t Count = 0;
 };
 
 /// What went wrong first: an Exception line, or a call that ended without a word. The calls around it that failed for
@@ -83,11 +84,13 @@ struct TLogProcess {
 struct TCallLog {
   /// Calls that are made deeper inside are told beside the last that is not.
   static constexpr uint8_t MostDepth = 64;
+  /// More Exception lines of one call are no failures of their own.
+  static constexpr uint32_t MostFailuresOfCall = 16;
 
   std::vector<TLogProcess> Processes;
   std::vector<TLogCall> Calls;  ///< in the order of their Begin lines, so a call stands behind the one that made it
   std::vector<TLogNote> Notes;  ///< in the order of the file, as all other lists
-  std::vector<TStrayLine> Strays;
+  std::vector<TStrayLines> Strays;
   std::vector<TLogFailure> Failures;
   std::vector<std::string_view> Names;  ///< of the components that wrote the lines
   uint32_t Lines = 0;
@@ -95,7 +98,7 @@ struct TCallLog {
 };
 
 /// Reads a log. Total: a line that is not the system's is kept as a stray one, and each line is in exactly one place.
-/// Needs memory for some six times the bytes, at the worst for sixteen times.
+/// A log takes as much memory as its bytes have, once more while it is read; the worst bytes sixteen times as much.
 ///
 /// Calls are nested by the order of their lines, within their process. What several threads do at once cannot be told
 /// apart: a call of one may stand inside a call of another one that lasted longer.
@@ -111,10 +114,12 @@ struct TCallLogOptions {
   std::function<std::string(std::string_view)> ToUtf8;
 };
 
-/// For programs. Valid UTF-8 whatever the log holds. Throws nothing but std::bad_alloc.
+/// For programs. Valid UTF-8 whatever the log holds. Throws nothing but std::bad_alloc: all calls of a log take some
+/// twelve times its bytes.
 nlohmann::ordered_json CallLogJson(const TCallLog& Log, const TCallLogOptions& Options);
 /// For people, in UTF-8: failures first, then the calls. No text of the log reaches the terminal as a control
 /// character.
 std::string CallLogText(const TCallLog& Log, const TCallLogOptions& Options, bool Colour);
-/// One HTML page that needs nothing else. All of the log is in it, whatever the options say; they tell the code page.
+/// One HTML page that needs nothing else, with a title in UTF-8. All of the log is in it, whatever the options say;
+/// they tell the code page.
 std::string CallLogPage(const TCallLog& Log, const TCallLogOptions& Options, const std::string& Title);

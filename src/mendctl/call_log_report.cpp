@@ -58,6 +58,12 @@ std::string_view Trimmed(std::string_view Text) {
   return Text.substr(0, Text.find_last_not_of(" \n") + 1);
 }
 
+/// Whatever is no UTF-8 becomes the replacement character.
+std::string ValidUtf8(std::string Text) {
+  return nlohmann::json::parse(
+      nlohmann::json(std::move(Text)).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
 /// The first word and the rest.
 struct TWords {
   std::string_view First, Rest;
@@ -125,10 +131,7 @@ class TTeller {
 
   std::string Utf8(std::string_view Text) const {
     if (IsAscii(Text)) return std::string(Text);
-    std::string Result = Options.ToUtf8 ? Options.ToUtf8(Text) : std::string(Text);
-    // Whatever is no UTF-8 becomes the replacement character.
-    return nlohmann::json::parse(
-        nlohmann::json(std::move(Result)).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    return ValidUtf8(Options.ToUtf8 ? Options.ToUtf8(Text) : std::string(Text));
   }
 
   /// With its line breaks as such.
@@ -137,10 +140,11 @@ class TTeller {
   std::string Routine(const TLogCall& Call) const { return Text(SplitWords(Call.Words).First); }
   std::string Arguments(const TLogCall& Call) const { return Text(SplitWords(Call.Words).Rest); }
 
-  /// What the End line says behind the routine's name.
-  std::string Result(const TLogCall& Call) const {
+  /// What the End line says behind the routine's name, of so many bytes.
+  std::string Result(const TLogCall& Call, size_t MostBytes = std::string_view::npos) const {
     const std::string_view Name = SplitWords(Call.Words).First;
-    return Text(Trimmed(Call.Result.starts_with(Name) ? Call.Result.substr(Name.size()) : Call.Result));
+    const std::string_view Said = Call.Result.starts_with(Name) ? Call.Result.substr(Name.size()) : Call.Result;
+    return Text(Trimmed(Said).substr(0, MostBytes));
   }
 
   /// "UFile.CopyFile"; the names of the wrappers speak for themselves.
@@ -148,15 +152,32 @@ class TTeller {
     return (Log.Names[Call.Name] == "Common" ? "" : NameText(Call.Name) + ".") + Routine(Call);
   }
 
+  /// The same, of a length that can be told with each failure inside.
+  std::string ShortLabel(const TLogCall& Call) const {
+    constexpr size_t MostBytes = 80;
+    const std::string_view Name = Log.Names[Call.Name];
+    return (Name == "Common" ? "" : Utf8(Name.substr(0, MostBytes)) + ".") +
+           Text(SplitWords(Call.Words.substr(0, MostBytes)).First);
+  }
+
   /// Unless the clock was set back.
   static std::optional<int64_t> Seconds(const TLogCall& Call) {
     return Call.End < Call.Begin ? std::nullopt : std::optional(Call.End - Call.Begin);
   }
 
+  /// The labels of a call and those around it, outermost first; of many, those at both ends.
   std::vector<std::string> Within(uint32_t Index) const {
+    constexpr size_t MostShown = 8;
+    std::vector<uint32_t> Path;
+    for (; Index != NoIndex; Index = Log.Calls[Index].Parent) Path.push_back(Index);
     std::vector<std::string> Labels;
-    for (; Index != NoIndex; Index = Log.Calls[Index].Parent) Labels.push_back(Label(Log.Calls[Index]));
-    std::ranges::reverse(Labels);
+    for (size_t At = Path.size(); At-- > 0;) {
+      const size_t FromOutside = Path.size() - 1 - At;
+      if (FromOutside < MostShown / 2 || At < MostShown / 2)
+        Labels.push_back(ShortLabel(Log.Calls[Path[At]]));
+      else if (FromOutside == MostShown / 2)
+        Labels.emplace_back("...");
+    }
     return Labels;
   }
 
@@ -167,12 +188,11 @@ class TTeller {
     else
       PutSilence(Log.Calls[Failure.Call], Facts);
     Facts.File = FileOf(Failure.Call);
-    if (Failure.Call != NoIndex && !IsBox(Log.Calls[Failure.Call]))
-      Facts.Arguments = Arguments(Log.Calls[Failure.Call]);
+    if (Failure.Call != NoIndex && !IsBox(Log.Calls[Failure.Call])) Facts.Arguments = Given(Log.Calls[Failure.Call]);
     Facts.Within = Within(Failure.Call);
     Facts.Box = BoxOf(Failure);
     for (uint32_t Call = Failure.Call; Call != NoIndex && Facts.GoesOn.empty(); Call = Log.Calls[Call].Parent)
-      if (Log.Calls[Call].EndLine) Facts.GoesOn = Label(Log.Calls[Call]);
+      if (Log.Calls[Call].EndLine) Facts.GoesOn = ShortLabel(Log.Calls[Call]);
     return Facts;
   }
 
@@ -180,6 +200,10 @@ class TTeller {
   const TCallLogOptions& Options;
 
  private:
+  /// A text that stands for more than one failure is told to this length.
+  static constexpr size_t MostOfText = 1000;
+  std::string Given(const TLogCall& Call) const { return Text(SplitWords(Call.Words.substr(0, MostOfText)).Rest); }
+
   bool IsBox(const TLogCall& Call) const { return Log.Names[Call.Name] == "UDialog"; }
 
   void PutError(const TLogNote& Note, TFailureFacts& Facts) const {
@@ -197,7 +221,7 @@ class TTeller {
   void PutSilence(const TLogCall& Call, TFailureFacts& Facts) const {
     Facts.Time = StampOf(Call.Begin);
     if (Call.Ended == TCallEnd::Unexplained)
-      Facts.Text = "It ended without a word, as a call does whose arguments are refused.";
+      Facts.Text = "It failed without a reason in the log, as a call does whose arguments are refused.";
     else if (IsBox(Call))
       Facts.Text = "The log of the process ends while this box is on the screen.";
     else
@@ -209,7 +233,7 @@ class TTeller {
     std::string Own;
     for (; Index != NoIndex; Index = Log.Calls[Index].Parent) {
       const TLogCall& Call = Log.Calls[Index];
-      const std::string All = IsBox(Call) ? std::string() : Arguments(Call);
+      const std::string All = IsBox(Call) ? std::string() : Given(Call);
       const std::string_view Path = PathIn(All);
       if (!Path.empty() && !IsOwnFile(Path)) return std::string(Path);
       if (Own.empty()) Own = Path;
@@ -222,7 +246,7 @@ class TTeller {
     const uint32_t Index = IsBox(Log.Calls[Failure.Call]) ? Failure.Call : LastBox[Failure.Call];
     if (Index == NoIndex || Log.Calls[Index].Line > Failure.Line) return std::nullopt;
     constexpr std::string_view TextLabel = "Text=", CaptionLabel = " Caption=", ResultLabel = "Result=";
-    std::string Said = Arguments(Log.Calls[Index]), Answer = Result(Log.Calls[Index]);
+    std::string Said = Given(Log.Calls[Index]), Answer = Result(Log.Calls[Index], MostOfText);
     Said = Said.substr(0, Said.rfind(CaptionLabel));
     if (Said.starts_with(TextLabel)) Said.erase(0, TextLabel.size());
     if (Answer.starts_with(ResultLabel)) Answer.erase(0, ResultLabel.size());
@@ -281,8 +305,9 @@ class TJsonTeller : public TTeller {
     TJson Processes = TJson::array(), Strays = TJson::array();
     for (size_t Index = 0; Index < Log.Processes.size(); ++Index)
       if (IsChosen(Options, Index)) Processes.push_back(Process(Index));
-    for (const TStrayLine& Stray : Log.Strays)
-      Strays.push_back({{"offset", Stray.Offset}, {"line", Stray.Line}, {"text", Utf8(Stray.Bytes)}});
+    for (const TStrayLines& Each : Log.Strays)
+      Strays.push_back(
+          {{"offset", Each.Offset}, {"line", Each.Line}, {"lines", Each.Count}, {"text", Utf8(Each.Bytes)}});
     return {{"lines", Log.Lines},
             {"last_line_cut", Log.LastLineCut},
             {"seconds_are", "whole ones: the log has no others"},
@@ -374,7 +399,7 @@ std::string Shown(std::string_view Text) {
     const auto Byte = static_cast<unsigned char>(Text[At]);
     // The second control characters are two bytes of UTF-8.
     const bool Second = Byte == 0xC2 && At + 1 < Text.size() && static_cast<unsigned char>(Text[At + 1]) < 0xA0;
-    if (Byte == '\n') {
+    if (Byte == '\n' || Text.substr(At, 2) == "\r\n") {
       Gap = true;
       continue;
     }
@@ -389,15 +414,8 @@ std::string Shown(std::string_view Text) {
 }
 
 std::string Joined(const std::vector<std::string>& Parts) {
-  constexpr size_t MostShown = 8;
   std::string Text;
-  for (size_t At = 0; At < Parts.size(); ++At) {
-    if (Parts.size() > MostShown && At == MostShown / 2) {
-      At = Parts.size() - MostShown / 2;
-      Text += " > ...";
-    }
-    Text += (At ? " > " : "") + Shown(Parts[At]);
-  }
+  for (const std::string& Part : Parts) Text += (Text.empty() ? "" : " > ") + Shown(Part);
   return Text;
 }
 
@@ -412,7 +430,7 @@ class TTextTeller : public TTeller {
 
   std::string All() {
     if (Options.Process && (*Options.Process == 0 || *Options.Process > Log.Processes.size()))
-      return "The log has " + Counted(Log.Processes.size(), "process") + ".\n";
+      return "The log has " + Processes(Log.Processes.size()) + ".\n";
     Summary();
     for (size_t Index = 0; Index < Log.Processes.size(); ++Index)
       if (IsChosen(Options, Index)) Process(Index);
@@ -427,7 +445,9 @@ class TTextTeller : public TTeller {
   void Summary() {
     Out += Processes(Log.Processes.size()) + ", " + Counted(Log.Lines, "line") + ", " +
            Counted(Log.Calls.size(), "call") + ", " + Counted(Log.Failures.size(), "failure") + "\n";
-    if (!Log.Strays.empty()) Out += Paint.Bad(Counted(Log.Strays.size(), "line") + " of other or damaged form") + "\n";
+    uint64_t Strays = 0;
+    for (const TStrayLines& Each : Log.Strays) Strays += Each.Count;
+    if (Strays) Out += Paint.Bad(Counted(Strays, "line") + " of other or damaged form") + "\n";
     if (Log.LastLineCut) Out += Paint.Bad("The last line is cut off.") + "\n";
   }
 
@@ -526,11 +546,13 @@ class TTextTeller : public TTeller {
     if (Log.Strays.empty()) return;
     Out += "\n" + Paint.Strong("Lines of other or damaged form") + "\n";
     for (size_t At = 0; At < std::min(MostShown, Log.Strays.size()); ++At) {
-      const TStrayLine& Stray = Log.Strays[At];
-      Out += "  line " + std::to_string(Stray.Line) + ", offset " + std::to_string(Stray.Offset) + "  " +
-             Shown(Utf8(Stray.Bytes.substr(0, MostBytes))) + (Stray.Bytes.size() > MostBytes ? " ..." : "") + "\n";
+      const TStrayLines& Stray = Log.Strays[At];
+      Out += "  " + Counted(Stray.Count, "line") + " from " + std::to_string(Stray.Line) + " on, offset " +
+             std::to_string(Stray.Offset) + "  " + Shown(Utf8(Stray.Bytes.substr(0, MostBytes))) +
+             (Stray.Bytes.size() > MostBytes ? " ..." : "") + "\n";
     }
-    if (Log.Strays.size() > MostShown) Out += "  and " + std::to_string(Log.Strays.size() - MostShown) + " more\n";
+    if (Log.Strays.size() > MostShown)
+      Out += "  and in " + std::to_string(Log.Strays.size() - MostShown) + " more places\n";
   }
 
   TPaint Paint;
@@ -546,7 +568,7 @@ class TPageTeller : public TJsonTeller {
   using TJsonTeller::TJsonTeller;
 
   TJson Data(const std::string& Title) const {
-    TJson Json = {{"title", Utf8(Title)}, {"lines", Log.Lines}, {"cut", Log.LastLineCut}};
+    TJson Json = {{"title", ValidUtf8(Title)}, {"lines", Log.Lines}, {"cut", Log.LastLineCut}};
     Fill(Json["names"], Log.Names, [&](std::string_view Name) { return Utf8(Name); });
     Fill(Json["processes"], Log.Processes, [](const TLogProcess& Each) {
       return TJson::array({Each.First, Each.Last, Each.Lines, Each.FirstCall, Each.Calls, Each.Failures});
@@ -564,8 +586,8 @@ class TPageTeller : public TJsonTeller {
       Told["at"] = Index(Each.Call);
       return Told;
     });
-    Fill(Json["strays"], Log.Strays, [&](const TStrayLine& Each) {
-      return TJson::array({Each.Line, Each.Offset, Utf8(Each.Bytes)});
+    Fill(Json["strays"], Log.Strays, [&](const TStrayLines& Each) {
+      return TJson::array({Each.Line, Each.Count, Each.Offset, Utf8(Each.Bytes)});
     });
     return Json;
   }

@@ -1,7 +1,9 @@
 #include "fuzz/targets.h"
 
+#include "base/format_text.h"
 #include "base/numbers.h"
 #include "formats/comma_text.h"
+#include "mendctl/call_log.h"
 #include "mendctl/commands.h"
 #include "support/memory_file.h"
 #include "support/raw_uninstall_log.h"
@@ -27,12 +29,17 @@ void Promise(bool Holds, const char* What) {
 bool Watching = false;
 size_t Largest = 0;
 
-/// Reads something of `Size` bytes, for which no larger piece of memory must be asked.
-void ReadWatched(size_t Size, const auto& Read) {
+/// Once: there is room for few watchers.
+void WatchAllocations() {
   static const int Installed = __sanitizer_install_malloc_and_free_hooks(
       [](const volatile void*, size_t Asked) { Largest = std::max(Largest, Watching ? Asked : 0); },
       [](const volatile void*) {});
   Promise(Installed != 0, "the allocations can be watched");
+}
+
+/// Reads something of `Size` bytes, for which no larger piece of memory must be asked.
+void ReadWatched(size_t Size, const auto& Read) {
+  WatchAllocations();
   Largest = 0;
   Watching = true;
   Read();
@@ -84,6 +91,47 @@ void ReadItem(TFuzzInput Input) {
 void ReadCommaText(TFuzzInput Input) {
   const std::vector<std::string> Entries = ParseCommaText({reinterpret_cast<const char*>(Input.data()), Input.size()});
   Promise(ParseCommaText(MakeCommaText(Entries)) == Entries, "what any text gives survives");
+}
+
+std::string LogOfLines(TFuzzInput Input) {
+  constexpr const char* Routines[] = {"UFile %s CopyFile C:\\A",
+                                      "UFile %s CopySomeFile C:\\A",
+                                      "UTransactionLog %s Rollback",
+                                      "UTransactionLog %s CheckBkp",
+                                      "Common %s RetryForceDirectories C:\\A",
+                                      "Common %s RetryCreateFile \\update.prt 1",
+                                      "UDialog %s ShowMsgBox Text=a Caption=b",
+                                      "Client %s Step"};
+  constexpr const char* Actions[] = {"Begin", "End", "Exception", "Kept"};
+  std::string Log;
+  for (const uint8_t Byte : Input)
+    Log += "2026.01.01 10:00:00 " + std::to_string(Byte & 7) + " " +
+           FormatText(Routines[Byte >> 5], {Actions[Byte >> 3 & 3]}) + "\r\n";
+  return Log;
+}
+
+/// Each line is in one place, and each call within the one that made it.
+void CheckCallLog(const TCallLog& Log) {
+  std::vector<uint32_t> Told(Log.Lines + 1), Below(Log.Processes.size());
+  for (const TLogCall& Call : Log.Calls) {
+    ++Told[Call.Line];
+    if (Call.EndLine) ++Told[Call.EndLine];
+    if (Call.Parent == NoIndex) {
+      Below[Call.Process] += Call.InnerLines + 1 + (Call.EndLine ? 1 : 0);
+      continue;
+    }
+    const TLogCall& Outer = Log.Calls[Call.Parent];
+    Promise(Outer.Line < Call.Line && Outer.Process == Call.Process && Outer.Depth + 1 == Call.Depth &&
+                (!Outer.EndLine || Call.EndLine < Outer.EndLine),
+            "a call is made within another one");
+  }
+  for (const TLogNote& Note : Log.Notes) ++Told[Note.Line], Below[Note.Process] += Note.Call == NoIndex;
+  for (const TStrayLines& Each : Log.Strays)
+    for (uint32_t At = 0; At < Each.Count; ++At) ++Told[Each.Line + At];
+  Promise(std::all_of(Told.begin() + 1, Told.end(), [](uint32_t Times) { return Times == 1; }),
+          "each line is told once");
+  for (size_t At = 0; At < Below.size(); ++At)
+    Promise(Below[At] == Log.Processes[At].Lines, "the tree has all lines of a process");
 }
 
 }  // namespace
@@ -176,4 +224,18 @@ void FuzzState(TFuzzInput Input) {
     }
   }
   fs::remove_all(Base);
+}
+
+void FuzzCallLog(TFuzzInput Input) {
+  constexpr size_t MostMemory = 16;
+  const TFuzzInput Rest = Input.subspan(1);
+  const std::string Bytes = Input[0] == 1 ? LogOfLines(Rest) : std::string(Rest.begin(), Rest.end());
+  TCallLog Log;
+  ReadWatched(MostMemory * Bytes.size(), [&] { Log = ReadCallLog(Bytes); });
+  CheckCallLog(Log);
+  Promise(CallLogText(Log, {}, false).find('\x1b') == std::string::npos, "nothing that a terminal obeys is told");
+  Promise(!CallLogJson(Log, {}).dump().empty(), "it is told as JSON");
+  const std::string Page = CallLogPage(Log, {}, "log");
+  const size_t Data = Page.find("{\"title\"");
+  Promise(Page.find("</script>", Data) == Page.find('<', Data), "nothing of the log is markup");
 }

@@ -17,6 +17,9 @@ void FuzzUninstallLog(TFuzzInput Input);
 /// The console over a state folder, one file of which has the input as its content: the first byte tells which. It
 /// tells what it finds, or that something cannot be read.
 void FuzzState(TFuzzInput Input);
+/// The debug log as a tree of calls. With 1 as the first byte, each of the others stands for a whole line, because few
+/// changes of bytes give lines that belong together.
+void FuzzCallLog(TFuzzInput Input);
 /// The readers of backup items, in the order of their structs, and of comma text.
 void FuzzBackupItems(TFuzzInput Input);
 

@@ -11,8 +11,10 @@
 namespace {
 
 TEST(KeptInputs, BreakNothing) {
-  for (const auto& [Name, Target] :
-       {std::pair{"uninstall_log", &FuzzUninstallLog}, {"backup_items", &FuzzBackupItems}, {"state", &FuzzState}})
+  for (const auto& [Name, Target] : {std::pair{"uninstall_log", &FuzzUninstallLog},
+                                     {"backup_items", &FuzzBackupItems},
+                                     {"state", &FuzzState},
+                                     {"call_log", &FuzzCallLog}})
     for (const auto& Entry :
          std::filesystem::directory_iterator(MENDWORK_SOURCE_DIR "/tests/fuzz/kept/" + std::string(Name))) {
       std::printf("%s\n", Entry.path().c_str());
