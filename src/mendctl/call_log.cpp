@@ -153,7 +153,7 @@ class TLineReader {
     const bool GoesOn = !Log.Strays.empty() && Log.Strays.back().Line + Log.Strays.back().Count == Log.Lines;
     if (!GoesOn) Log.Strays.push_back({Offset, {}, Log.Lines, 0});
     TStrayLines& Strays = Log.Strays.back();
-    Strays.Bytes = Bytes.substr(Strays.Offset, Offset + Size - Strays.Offset);
+    Strays.Bytes = Bytes.substr(static_cast<size_t>(Strays.Offset), static_cast<size_t>(Offset + Size - Strays.Offset));
     ++Strays.Count;
   }
 

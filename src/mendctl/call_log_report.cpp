@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::string_view Page =
-#include "call_log_page.inc"
+#include "mendctl/call_log_page.inc"
     ;
 
 /// "2024-03-05 14:07:31", which is local time as the log has it.

@@ -159,7 +159,7 @@ class TConsole {
       TRollbackOptions How{Options.All, Options.Silent, {}};
       if (Options.Skip) How.Skip = Options.Skip;
       // On a terminal one line that changes.
-      const TReport Report = Rollback(Context(), How, [this](const std::string& Line) {
+      TReport Report = Rollback(Context(), How, [this](const std::string& Line) {
         Err << (Colour ? "\r" : "") << Line << (Colour ? "" : "\n") << std::flush;
       });
       if (Colour) Err << "\n";

@@ -4,6 +4,11 @@
 #include "stories/story.h"
 #include "support/process.h"
 
+#include <sddl.h>
+
+#include <cstring>
+#include <thread>
+
 namespace {
 
 const GUID Undone = Guid("{6E1C0B5A-92D4-4F0B-8C57-3B1D0A9E7F42}");
@@ -71,6 +76,29 @@ TEST_F(Locks, LetMessagesInWhileTheyAreWaitedFor) {
 }
 
 class LockObjects : public TSandboxTest {};
+
+TEST_F(LockObjects, AreOpenToEveryoneAndGiveBackTheCountOfADeadHolder) {
+  const auto TransactionLog = Make<IUTransactionLog>(CLSID_UTransactionLog);
+  const std::string Name = GuidText(CLSID_UTransactionLog), HolderName = "Mendwork.Holder." + Name;
+  const TKernelHandle Holder(OpenMutexA(SYNCHRONIZE | READ_CONTROL, FALSE, HolderName.c_str()));
+  const TKernelHandle Semaphore(OpenSemaphoreA(SYNCHRONIZE, FALSE, Name.c_str()));
+  std::thread([&] { WaitForSingleObject(Holder.Get(), 0), WaitForSingleObject(Semaphore.Get(), 0); }).join();
+  EXPECT_EQ(S_OK, TransactionLog->Put(Undone, 1, GUID{})) << "its holder is dead";
+  char Rights[512] = "";
+  DWORD Size = 0;
+  ASSERT_TRUE(GetKernelObjectSecurity(Holder.Get(), DACL_SECURITY_INFORMATION, Rights, sizeof Rights, &Size));
+  char* Words = nullptr;
+  ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorA(Rights, SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                                   &Words, nullptr));
+  EXPECT_NE(nullptr, strstr(Words, ";;;WD)")) << Words;
+  LocalFree(Words);
+}
+
+TEST_F(LockObjects, LeaveNoTextOfAnEarlierCallBehind) {
+  TStory::TellError("earlier");
+  EXPECT_EQ(S_OK, Make<IUTransactionLog>(CLSID_UTransactionLog)->Put(Undone, 1, GUID{}));
+  EXPECT_EQ("", ErrorText());
+}
 
 TEST_F(LockObjects, ThatCannotBeHadFailTheOperation) {
   const std::string Owner = "Global\\Mendwork.Owner." + GuidText(CLSID_UTransactionLog);
