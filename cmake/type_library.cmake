@@ -23,3 +23,4 @@ endfunction()
 
 set(MENDWORK_GENERATED ${CMAKE_BINARY_DIR}/generated/server)
 mendwork_type_library(Mendwork server mendwork_interfaces mendwork_type_library)
+mendwork_type_library(MendworkKit kit mendwork_kit_interfaces mendwork_kit_type_library)

@@ -157,7 +157,7 @@ command_fuzz() {
 # ---- dist ----
 
 # What every Windows has.
-SystemLibraries=(advapi32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
+SystemLibraries=(advapi32 comctl32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
 ExportedFunctions='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer'
 
 # Holds a DLL against what it may import and must export.
@@ -187,7 +187,8 @@ command_dist() {
       win32) Architecture=i686 ;;
       win64) Architecture=x86_64 ;;
     esac
-    check_library "$Architecture" "$(find "$Root/dist/$Preset" -name Mendwork.dll)"
+    check_library "$Architecture" "$Root/dist/$Preset/Mendwork.dll"
+    check_library "$Architecture" "$Root/dist/$Preset/MendworkKit.dll"
     say "dist/$Preset is ready."
   done
 }

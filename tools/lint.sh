@@ -11,6 +11,7 @@ declare -A RoomsBelow=(
   [rollback]='base formats server retry'
   [changes]='base formats server retry rollback'
   [installer]='base formats server retry rollback'
+  [kit]='base formats server'
 )
 
 # Every include of a file of src, each as "FILE INCLUDED", both named from src.
@@ -85,7 +86,7 @@ command_lint() {
   find_includes
   check_order
   check_circles
-  build_quietly win32 mendwork_type_library
+  build_quietly win32 mendwork_type_library mendwork_kit_type_library
   cd "$Root"
   if (($#)); then Files=("$@"); else
     check_headers

@@ -108,6 +108,7 @@ class TAutoObject : public TAutoObjectBase,
     });
   }
   const TCoClass& Class() const { return Factory.Class(); }
+  TComServer& Server() const { return Factory.Server(); }
 
  private:
   static constexpr bool CanRollback = std::is_base_of_v<IUCanRollback, TInterface>;
