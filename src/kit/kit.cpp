@@ -1,9 +1,12 @@
 #include "kit/kit.h"
 
 #include "base/failure.h"
-#include "base/paths.h"
 #include "base/text.h"
+#include "kit/creations.h"
 #include "kit/kit_messages.h"
+#include "kit/names.h"
+#include "kit/tree_copy.h"
+#include "kit/value_data.h"
 #include "server/arguments.h"
 
 HRESULT TKit::Silent(BSTR Policy) {
@@ -11,6 +14,7 @@ HRESULT TKit::Silent(BSTR Policy) {
     const std::wstring Text(ViewOf(Policy));
     const auto Read = ParseSilencePolicy(LossyAnsi(Text));
     if (!Read && !Text.empty()) Refuse(MsgKitBadPolicy, Text);
+    Services = {};
     Dialog.reset();
     if (Read) Dialog.emplace(CLSID_UDialog, Server(), Heard, *Read);
   });
@@ -46,13 +50,48 @@ HRESULT TKit::Step(BSTR Text) {
 
 HRESULT TKit::Log(BSTR Folder, long Limit) {
   return SafeCall([&] {
-    const std::string Name = FileNameArgument(Folder);
-    if (!Name.empty()) RequireRoot(Name);
+    const std::wstring Name = ViewOf(Folder).empty() ? L"" : FullNameArgument(Folder);
     if (Limit < 0 || (Limit > 0 && Limit < TLogFile::LeastLimit))
       Refuse(MsgKitBadLimit, std::to_wstring(TLogFile::LeastLimit));
+    Services = {};
     DebugLog.reset();
     if (Name.empty()) return;
-    DebugLog.emplace(CLSID_UDebugLog, Server(), ToWide(Name), Limit);
+    DebugLog.emplace(CLSID_UDebugLog, Server(), Name, Limit);
+  });
+}
+
+// ---- Recorded changes
+
+HRESULT TKit::CreateKeyLogged(unsigned long RootKey, BSTR KeyName) {
+  return Change("CreateKeyLogged", {RootKey, KeyName},
+                [&] { CreateKeyRecorded(Services, KeyArgument(RootKey, KeyName)); });
+}
+
+HRESULT TKit::CreateValueLogged(unsigned long RootKey, BSTR KeyName, BSTR ValueName, long Type, BSTR Value) {
+  return Change("CreateValueLogged", {RootKey, KeyName, ValueName, Type}, [&] {
+    CreateValueRecorded(Services, ValueArgument(RootKey, KeyName, ValueName), static_cast<DWORD>(Type),
+                        ValueDataArgument(Type, Value));
+  });
+}
+
+HRESULT TKit::CreateFolderLogged(BSTR FolderName) {
+  return Change("CreateFolderLogged", {FolderName},
+                [&] { CreateFolderRecorded(Services, FullNameArgument(FolderName)); });
+}
+
+HRESULT TKit::CopyFileLogged(BSTR SourceFileName, BSTR DestFileName, long CopyMode) {
+  return Change("CopyFileLogged", {SourceFileName, DestFileName, CopyMode},
+                [&] { CopyFileRecorded(Services, SourceFileName, DestFileName, CopyMode); });
+}
+
+HRESULT TKit::CopyTreeLogged(BSTR SourceFolder, BSTR DestFolder, BSTR FileMask, long CopyMode, BSTR* Files) {
+  if (!Files) return RefuseNullPointer();
+  *Files = nullptr;
+  return Change("CopyTreeLogged", {SourceFolder, DestFolder, FileMask, CopyMode}, [&] {
+    const std::wstring Mask = ToWide(MaskArgument(FileMask));
+    if (Mask.find_first_of(L"\\:") != Mask.npos) Refuse(MsgKitBadMask, Mask);
+    const TTreeCopy Copy{FullNameArgument(SourceFolder), FullNameArgument(DestFolder), Mask, CopyMode};
+    *Files = MakeBstr(CopyTreeRecorded(Services, Copy)).Detach();
   });
 }
 

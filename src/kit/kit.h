@@ -5,9 +5,12 @@
 #include "kit/kit_log.h"
 #include "kit/message_list.h"
 #include "kit/progress.h"
+#include "kit/services.h"
 #include "kit/stand_in.h"
 #include "server/automation.h"
+#include "server/routine.h"
 
+#include <initializer_list>
 #include <memory>
 #include <optional>
 
@@ -36,7 +39,27 @@ class TKit final : public TAutoObject<IKit> {
   /// with the system's code, and nothing goes on.
   STDMETHOD(Log)(BSTR Folder, long Limit) override;
 
+  // What follows records in the transaction log what it is about to make, and a rollback removes it again; see
+  // creations.h, tree_copy.h and kit_rollback.h. Each checks its arguments as Mendwork does: full names, predefined
+  // roots, names that the code page holds; what it refuses fails with E_INVALIDARG.
+
+  STDMETHOD(CreateKeyLogged)(unsigned long RootKey, BSTR KeyName) override;
+  /// `Type` is the registry's number, `Value` a text that ValueDataArgument takes.
+  STDMETHOD(CreateValueLogged)
+  (unsigned long RootKey, BSTR KeyName, BSTR ValueName, long Type, BSTR Value) override;
+  STDMETHOD(CreateFolderLogged)(BSTR FolderName) override;
+  /// Mendwork's own CopyFileLogged, which leaves the folders that it made.
+  STDMETHOD(CopyFileLogged)(BSTR SourceFileName, BSTR DestFileName, long CopyMode) override;
+  STDMETHOD(CopyTreeLogged)
+  (BSTR SourceFolder, BSTR DestFolder, BSTR FileMask, long CopyMode, BSTR* Files) override;
+
  private:
+  /// A method that changes something, with its lines in the debug log.
+  template <class TBody>
+  HRESULT Change(const char* Name, std::initializer_list<TLogWord> Words, TBody&& Body) noexcept {
+    return SafeCall([&] { RunRoutine({nullptr, Class().Name}, Name, Words, Body); });
+  }
+
   /// An object that stands in for one of Mendwork's, in its place.
   template <class TObject>
   struct TStanding {
@@ -51,4 +74,5 @@ class TKit final : public TAutoObject<IKit> {
   std::optional<TStanding<TKitLog>> DebugLog;
   std::optional<TStanding<TKitDialog>> Dialog;
   std::optional<TProgress> Shown;
+  TServices Services;  ///< made anew when what they found when they were made is another
 };

@@ -3,7 +3,7 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "formats/log_line.h"
-#include "kit/missing_folders.h"
+#include "kit/names.h"
 
 #include <cstdio>
 
@@ -19,7 +19,7 @@ std::wstring LogFileName(const std::wstring& Folder) {
   wchar_t Name[80] = L"";
   std::swprintf(Name, std::size(Name), L"update-%04d%02d%02d-%02d%02d%02d-%lu.log", Time.wYear, Time.wMonth, Time.wDay,
                 Time.wHour, Time.wMinute, Time.wSecond, GetCurrentProcessId());
-  return Folder + (Folder.ends_with(L'\\') ? L"" : L"\\") + Name;
+  return Under(Folder, Name);
 }
 
 /// The folder of the log, made when it is missing.
