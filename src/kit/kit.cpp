@@ -3,20 +3,42 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "kit/creations.h"
+#include "kit/file_in_use.h"
 #include "kit/kit_messages.h"
 #include "kit/names.h"
 #include "kit/tree_copy.h"
 #include "kit/value_data.h"
 #include "server/arguments.h"
 
-HRESULT TKit::Silent(BSTR Policy) {
+/// Puts a new dialog in place of the one that stands in, when there is anything to stand in for.
+void TKit::StandIn() {
+  Services = {};
+  Dialog.reset();
+  if (Policy || NamesHolders) Dialog.emplace(CLSID_UDialog, Server(), Heard, Policy);
+}
+
+HRESULT TKit::FileInUse(VARIANT_BOOL On) {
   return SafeCall([&] {
-    const std::wstring Text(ViewOf(Policy));
+    NamesHolders = On != VARIANT_FALSE;
+    StandIn();
+  });
+}
+
+HRESULT TKit::Rollback(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) {
+  if (!CheckPointID) return RefuseNullPointer();
+  return SafeCall([&] {
+    const TRollbackRuns Runs;
+    CheckCall(Services.Transactions().Rollback(OnlyToCheckPoint, CheckPointID));
+  });
+}
+
+HRESULT TKit::Silent(BSTR Words) {
+  return SafeCall([&] {
+    const std::wstring Text(ViewOf(Words));
     const auto Read = ParseSilencePolicy(LossyAnsi(Text));
     if (!Read && !Text.empty()) Refuse(MsgKitBadPolicy, Text);
-    Services = {};
-    Dialog.reset();
-    if (Read) Dialog.emplace(CLSID_UDialog, Server(), Heard, *Read);
+    Policy = Read;
+    StandIn();
   });
 }
 

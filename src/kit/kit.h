@@ -23,7 +23,7 @@ class TKit final : public TAutoObject<IKit> {
 
   /// Answers questions without the user, as the policy says (see ParseSilencePolicy); an empty one ends that. A text
   /// that is no policy fails with E_INVALIDARG, and what was before goes on.
-  STDMETHOD(Silent)(BSTR Policy) override;
+  STDMETHOD(Silent)(BSTR Words) override;
   /// The texts that boxes showed, or would have shown, since the kit stands in for the dialogs; see TMessageList.
   STDMETHOD(get_LastMessage)(BSTR* Text) override;
   STDMETHOD(get_Messages)(BSTR* Texts) override;
@@ -38,6 +38,11 @@ class TKit final : public TAutoObject<IKit> {
   /// full one, or another limit, fails with E_INVALIDARG, and what was before goes on; a file that cannot be had fails
   /// with the system's code, and nothing goes on.
   STDMETHOD(Log)(BSTR Folder, long Limit) override;
+
+  /// Whether boxes about files in use name who holds them; see AskAboutFile. Silent goes before it.
+  STDMETHOD(FileInUse)(VARIANT_BOOL On) override;
+  /// IUTransactionLog::Rollback, which the boxes about files in use then know of.
+  STDMETHOD(Rollback)(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) override;
 
   // What follows records in the transaction log what it is about to make, and a rollback removes it again; see
   // creations.h, tree_copy.h and kit_rollback.h. Each checks its arguments as Mendwork does: full names, predefined
@@ -70,6 +75,10 @@ class TKit final : public TAutoObject<IKit> {
     TActivePlace Place;
   };
 
+  void StandIn();
+
+  std::optional<TSilencePolicy> Policy;
+  bool NamesHolders = false;
   std::shared_ptr<TMessageList> Heard = std::make_shared<TMessageList>();
   std::optional<TStanding<TKitLog>> DebugLog;
   std::optional<TStanding<TKitDialog>> Dialog;

@@ -5,13 +5,17 @@
 #include "kit/stand_in.h"
 
 #include <memory>
+#include <optional>
 
-/// Stands in for Mendwork's dialogs: keeps the text of every box, and answers it without showing it. Writes the lines
-/// into the debug log that Mendwork's own would write.
+/// Stands in for Mendwork's dialogs: keeps the text of every box, and answers it without showing it, with the lines in
+/// the debug log that Mendwork's own would write. Without a policy it hands every box to that one, and only says more
+/// about files in use.
 class TKitDialog final : public TStandIn<IUDialog> {
  public:
-  TKitDialog(TComServer& Server, std::shared_ptr<TMessageList> Heard, const TSilencePolicy& Policy)
-      : TStandIn(Server), Heard(std::move(Heard)), User(Policy) {}
+  TKitDialog(TComServer& Server, std::shared_ptr<TMessageList> Heard, const std::optional<TSilencePolicy>& Policy)
+      : TStandIn(Server), Heard(std::move(Heard)) {
+    if (Policy) User.emplace(*Policy);
+  }
 
   STDMETHOD(ShowMsgBox)(BSTR Text, BSTR Caption, long MsgType, long* Res) override;
   STDMETHOD(ShowCustomMsgBox)
@@ -19,7 +23,10 @@ class TKitDialog final : public TStandIn<IUDialog> {
 
  private:
   void Hear(const std::wstring& Text);
+  /// Mendwork's own, made when it is needed first. Raises the COM failure.
+  IUDialog& Own();
 
   std::shared_ptr<TMessageList> Heard;
-  TSilentUser User;
+  std::optional<TSilentUser> User;
+  TComRef<IUDialog> OwnDialog;
 };

@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "formats/crc32.h"
 #include "kit/asked_step.h"
+#include "kit/file_in_use.h"
 #include "kit/held_way.h"
 #include "kit/kit_messages.h"
 #include "kit/names.h"
@@ -166,6 +167,7 @@ class TUndoing {
 
 HRESULT TKitRollback::Rollback(long Code, GUID DataID) {
   return SafeCall([&] {
+    const TRollbackRuns Runs;
     RunRoutine({nullptr, Class().Name}, "Rollback", {Code, DataID}, [&] {
       if (Code != ChangesCode) return;
       TServices Services;

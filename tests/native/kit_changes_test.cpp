@@ -14,7 +14,7 @@ TEST(KitChanges, ComeBackAsTheyWereAndAreReadToTheirEndOrRefused) {
                             TPieceSaved{}};
   const std::string Text = EncodeKitChanges(Changes);
   EXPECT_EQ("MendworkKit1,folder,\"C:\\a, \"\"b\"\"\",key,2147483649,Software\\A,value,2147483650,,,3,007FFF,",
-            Text.substr(0, 87));
+            Text.substr(0, 88));
   const auto Decoded = DecodeKitChanges(Text);
   ASSERT_TRUE(Decoded);
   EXPECT_EQ(Text, EncodeKitChanges(*Decoded));
