@@ -50,7 +50,7 @@ void TPieceWriter::Append(const char* Bytes, size_t Size) {
 }
 
 void TPieceWriter::Save() {
-  Pieces.push_back(TPieceSaved{BytesOf(SaveBytes(Services, Gathered))});
+  Pieces.push_back({BytesOf(SaveBytes(Services, Gathered))});
   Gathered.clear();
 }
 

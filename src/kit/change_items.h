@@ -30,7 +30,7 @@ class TPieceWriter {
 
   TServices& Services;
   std::string Gathered;
-  TKitChanges Pieces;
+  std::vector<TPieceSaved> Pieces;
 };
 
 /// Reads them back, any part of them; what lies side by side is read once.
