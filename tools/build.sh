@@ -157,7 +157,7 @@ command_fuzz() {
 # ---- dist ----
 
 # What every Windows has.
-SystemLibraries=(advapi32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
+SystemLibraries=(advapi32 comctl32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
 ExportedFunctions='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer'
 
 # Holds a program or DLL against what it may import.
@@ -196,9 +196,11 @@ command_dist() {
   ensure_setup
   install_preset win32
   check_library i686 "$Root/dist/win32/Mendwork.dll"
+  check_library i686 "$Root/dist/win32/MendworkKit.dll"
   check_imports i686 "$Root/dist/win32/mendctl.exe"
   install_preset win64
   check_library x86_64 "$Root/dist/win64/Mendwork.dll"
+  check_library x86_64 "$Root/dist/win64/MendworkKit.dll"
   check_imports x86_64 "$Root/dist/win64/mendctl.exe"
   install_preset linux
 }

@@ -12,6 +12,7 @@ declare -A RoomsBelow=(
   [changes]='base formats server retry rollback'
   [installer]='base formats server retry rollback'
   [mendctl]='base formats server'
+  [kit]='base formats server'
 )
 
 # Every include of a file of src, each as "FILE INCLUDED", both named from src.
@@ -87,7 +88,7 @@ command_lint() {
   find_includes
   check_order
   check_circles
-  build_quietly win32 mendwork_type_library
+  build_quietly win32 mendwork_type_library mendwork_kit_type_library
   cd "$Root"
   if (($#)); then Files=("$@"); else
     check_headers

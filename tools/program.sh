@@ -5,7 +5,7 @@ command_run() {
   [[ ${1-} != --win64 ]] || { Bits=64 && shift; }
   (($#)) || die "What shall be run? ./mend run --help tells more."
   ensure_setup
-  build_quietly "win$Bits" Mendwork
+  build_quietly "win$Bits" Mendwork MendworkKit
   open_prefix "$Root/build/run/prefix" "$Bits" "$Root/build/win$Bits/Mendwork.dll"
   ensure_base_folder
   run_program "$Bits" "$@"

@@ -2,7 +2,7 @@
 #
 # A prefix is a clone of the template that set-up made. It remembers in PREFIX/.mendwork
 #   template    the template it came from
-#   dll32,dll64 empty files with the time stamp of the registered Mendwork.dll
+#   Mendwork32, Mendwork64, MendworkKit32, MendworkKit64  empty files with the time stamps of the registered libraries
 
 WineLoader=/usr/lib/wine/wine64
 WineServer=/usr/lib/wine/wineserver64
@@ -100,17 +100,39 @@ system_folder() {
   esac
 }
 
+# The type libraries, by the names of their modules, as src/server/Mendwork.idl and src/kit/MendworkKit.idl have them.
+declare -A TypeLibraries=(
+  [Mendwork]='{D9F421A7-4AF7-47C5-9254-15A3A874CD14}\2.0'
+  [MendworkKit]='{2481E6AF-4FE8-4AC1-AF1D-F7ACB7A365CA}\1.0'
+)
+
+# The mark of a registered library.
+# usage: mark_of PREFIX BITS DLL -> Name, Mark
+mark_of() {
+  Name=${3##*/}
+  Name=${Name%.dll}
+  Mark=$1/.mendwork/$Name$2
+}
+
 # usage: is_registered PREFIX BITS DLL
 is_registered() {
-  local Mark=$1/.mendwork/dll$2
+  local Name Mark
+  mark_of "$@"
   [[ -e $Mark && -e $3 && ! $Mark -nt $3 && ! $Mark -ot $3 ]]
+}
+
+# Whether DLL is registered, and the kit that stands beside it, when there is one.
+# usage: are_registered PREFIX BITS DLL
+are_registered() {
+  local Kit=${3%/*}/MendworkKit.dll
+  is_registered "$@" && { [[ ! -e $Kit ]] || is_registered "$1" "$2" "$Kit"; }
 }
 
 # Registers DLL in the prefix of wine_env, unless that very build of it is registered.
 # usage: ensure_registered BITS DLL
 ensure_registered() {
-  local LibraryId='{D9F421A7-4AF7-47C5-9254-15A3A874CD14}' # of src/server/Mendwork.idl
-  local Mark=$WINEPREFIX/.mendwork/dll$1
+  local Name Mark
+  mark_of "$WINEPREFIX" "$@"
   ! is_registered "$WINEPREFIX" "$1" "$2" || return 0
   [[ -e $2 ]] || die "There is no ${2#"$Root/"} to register."
   system_folder "$1"
@@ -120,13 +142,13 @@ ensure_registered() {
   # Wine's marshaller looks for a type library under language 0 only, where LoadRegTypeLib is documented to try the
   # neutral languages and finds ours: without this key no call crosses an apartment or a process.
   quietly "$WINEPREFIX/.mendwork/regsvr32.log" wine_do "$SystemFolder\\reg.exe" add \
-    "HKCR\\TypeLib\\$LibraryId\\2.0\\0\\win$1" /ve /d "$WindowsPath" /f ||
+    "HKCR\\TypeLib\\${TypeLibraries[$Name]}\\0\\win$1" /ve /d "$WindowsPath" /f ||
     die "The type library of ${2#"$Root/"} could not be registered for Wine's marshaller."
   touch -r "$2" "$Mark"
 }
 
-# A prefix ready for programs of BITS bits, with DLL registered and a server running; the environment is set.
-# Several callers may come at once.
+# A prefix ready for programs of BITS bits, with DLL and the kit beside it registered and a server running; the
+# environment is set. Several callers may come at once.
 # usage: open_prefix PREFIX BITS DLL
 open_prefix() {
   mkdir -p "${1%/*}"
@@ -135,6 +157,7 @@ open_prefix() {
   wine_env "$1"
   wine_keep
   ensure_registered "$2" "$3"
+  [[ ! -e ${3%/*}/MendworkKit.dll ]] || ensure_registered "$2" "${3%/*}/MendworkKit.dll"
   let_go
 }
 

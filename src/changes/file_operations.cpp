@@ -8,7 +8,7 @@
 #include "base/folder_content.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "changes/copy_mode.h"
+#include "formats/copy_mode.h"
 #include "formats/entry_codes.h"
 #include "retry/engine.h"
 #include "rollback/saved_files.h"

@@ -17,12 +17,13 @@ class TAutoObjectBase {
   virtual IUnknown* Identity() = 0;
 };
 
-/// The base of the twelve coclasses: IUnknown, IDispatch from the type library, ISupportErrorInfo, the events
-/// connection point and the counting. A coclass derives from TAutoObject<IUName>, adds its methods and, in Initialize,
-/// takes its collaborators.
-template <class TInterface>
+/// The base of every coclass: IUnknown, IDispatch from the type library, ISupportErrorInfo, the events connection point
+/// and the counting. A coclass derives from TAutoObject<IUName>, adds its methods and, in Initialize, takes its
+/// collaborators. `TOthers` are further dual interfaces that it implements, of other libraries.
+template <class TInterface, class... TOthers>
 class TAutoObject : public TAutoObjectBase,
                     public TInterface,
+                    public TOthers...,
                     public ISupportErrorInfo,
                     public IConnectionPointContainer {
  public:
@@ -72,7 +73,8 @@ class TAutoObject : public TAutoObjectBase,
   }
 
   STDMETHOD(InterfaceSupportsErrorInfo)(REFIID Iid) override {
-    return Iid == __uuidof(TInterface) || IsRollbackInterface(Iid) ? S_OK : S_FALSE;
+    const bool Known = Iid == __uuidof(TInterface) || IsRollbackInterface(Iid) || ((Iid == __uuidof(TOthers)) || ...);
+    return Known ? S_OK : S_FALSE;
   }
 
   STDMETHOD(EnumConnectionPoints)(IEnumConnectionPoints** Result) override {
@@ -106,6 +108,7 @@ class TAutoObject : public TAutoObjectBase,
     });
   }
   const TCoClass& Class() const { return Factory.Class(); }
+  TComServer& Server() const { return Factory.Server(); }
 
  private:
   static constexpr bool CanRollback = std::is_base_of_v<IUCanRollback, TInterface>;
@@ -115,6 +118,9 @@ class TAutoObject : public TAutoObjectBase,
   void* Find(REFIID Iid) {
     if (Iid == IID_IUnknown || Iid == IID_IDispatch || Iid == __uuidof(TInterface) || IsRollbackInterface(Iid))
       return static_cast<TInterface*>(this);
+    void* Other = nullptr;
+    ((Iid == __uuidof(TOthers) ? void(Other = static_cast<TOthers*>(this)) : void()), ...);
+    if (Other) return Other;
     if (Iid == IID_ISupportErrorInfo) return static_cast<ISupportErrorInfo*>(this);
     if (Iid == IID_IConnectionPointContainer) return static_cast<IConnectionPointContainer*>(this);
     return nullptr;

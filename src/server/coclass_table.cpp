@@ -2,21 +2,8 @@
 
 #include "base/failure.h"
 
-// The rooms above define the rows; nothing else of them is known here.
-#define FOR_EACH_COCLASS(Do)                                                                                     \
-  Do(UDebugLog) Do(UDialog) Do(UBackup) Do(UCanRollback) Do(UTransactionLog) Do(UHistory) Do(UFile) Do(UGarbage) \
-      Do(UCom) Do(URegistry) Do(UMacro) Do(UInno)
-
-#define DECLARE_ROW(Name) extern const TCoClass CoClass##Name;
-FOR_EACH_COCLASS(DECLARE_ROW)
-
-#define POINT_TO_ROW(Name) &CoClass##Name,
-static const TCoClass* const Table[] = {FOR_EACH_COCLASS(POINT_TO_ROW)};
-
-std::span<const TCoClass* const> CoClasses() { return Table; }
-
 const TCoClass& ClassOf(const IID& InterfaceId) {
-  for (const TCoClass* Row : Table)
+  for (const TCoClass* Row : OwnModule.CoClasses)
     if (Row->InterfaceId == InterfaceId) return *Row;
   throw EFailure(E_NOINTERFACE, LoadWideMessage(MsgUnknownError));
 }

@@ -24,11 +24,19 @@ struct TCoClass {
   void (*StopUnit)() = nullptr;
 };
 
-/// The table of the twelve, in start-up order, is the only list of them: class objects, the registration pass and the
-/// units' start and stop walk it.
-std::span<const TCoClass* const> CoClasses();
+/// What tells one module of this frame from another; all else is in its type library and its resources.
+struct TModuleFacts {
+  const wchar_t* Name;  ///< the source of errors that are no class's own
+  int ClassVersion;     ///< the number behind the ProgIDs of its classes
+  /// The rows of its classes in start-up order, the only list of them: class objects, the registration pass and the
+  /// units' start and stop walk it.
+  std::span<const TCoClass* const> CoClasses;
+};
 
-/// The row of the class that implements an interface, which is one of the twelve's.
+/// Defined by each module, as a constant of the compiler: it is read before anything of the module has started.
+extern const TModuleFacts OwnModule;
+
+/// The row of the module's own class that implements an interface.
 const TCoClass& ClassOf(const IID& InterfaceId);
 
 /// Defines the row of a coclass: its name, the class that implements it, and its unit's lock, start and stop.

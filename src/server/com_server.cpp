@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int ClassVersion = 6;
-
 using TGetLongPathName = DWORD(WINAPI*)(LPCWSTR, LPWSTR, DWORD);
 
 /// A function that may be absent, by name.
@@ -111,7 +109,7 @@ TComServer::~TComServer() {
 
 void TComServer::AddFactory(const TCoClass& Row) {
   TypeLibrary();  // names the server, so it comes before the factory that asks for the name
-  FactoryList.push_back(std::make_unique<TVersionedAutoObjectFactory>(*this, Row, ClassVersion));
+  FactoryList.push_back(std::make_unique<TVersionedAutoObjectFactory>(*this, Row, OwnModule.ClassVersion));
 }
 
 TVersionedAutoObjectFactory* TComServer::FindFactory(const CLSID& ClassId) const {

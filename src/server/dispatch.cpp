@@ -2,6 +2,7 @@
 
 #include "base/failure.h"
 #include "base/handles.h"
+#include "server/coclass_table.h"
 #include "server/late_argument.h"
 #include "server/safe_call.h"
 
@@ -120,10 +121,10 @@ HRESULT TDispatchTable::Invoke(IDispatch* Target, DISPID Id, REFIID Iid, WORD Fl
   if (Iid != IID_NULL) return DISP_E_UNKNOWNINTERFACE;
   if (!Arguments) return E_POINTER;
   if (Result) VariantInit(Result);
-  const TMethod* const Method = Methods.Find(Id);
-  if (!Method || !(Flags & DISPATCH_METHOD)) return DISP_E_MEMBERNOTFOUND;
+  const TMethod* const Method = Methods.Find(Id, Flags);
+  if (!Method) return DISP_E_MEMBERNOTFOUND;
   HRESULT Outcome = S_OK;
-  const HRESULT Refused = RunSafely(IID_IDispatch, L"Mendwork", [&] {
+  const HRESULT Refused = RunSafely(IID_IDispatch, OwnModule.Name, [&] {
     Outcome = CallMethod(*Method, Target, *Arguments, Result, Exception, BadArgument);
   });
   if (SUCCEEDED(Refused)) return Outcome;

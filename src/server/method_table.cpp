@@ -35,6 +35,7 @@ TMethod::TParameter DescribeParameter(const ELEMDESC& Element) {
 TMethod DescribeMethod(ITypeInfo& Info, const FUNCDESC& Function) {
   TMethod Method;
   Method.Id = Function.memid;
+  Method.Kind = static_cast<WORD>(Function.invkind);  // the flags of a call have the same numbers
   Method.VtableOffset = Function.oVft;
   TBstr Name;
   UINT Count = 0;
@@ -83,8 +84,8 @@ void TMethodTable::Collect(ITypeInfo& Info) {
   }
 }
 
-const TMethod* TMethodTable::Find(DISPID Id) const {
+const TMethod* TMethodTable::Find(DISPID Id, WORD Kinds) const {
   for (const TMethod& Method : Methods)
-    if (Method.Id == Id) return &Method;
+    if (Method.Id == Id && (Method.Kind & Kinds)) return &Method;
   return nullptr;
 }

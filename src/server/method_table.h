@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// One method of a dual interface, as the type library describes it.
+/// One method of a dual interface, or the reading of a property, as the type library describes it.
 struct TMethod {
   struct TParameter {
     VARTYPE Type;  ///< VT_I4, VT_UI4, VT_BOOL, VT_BSTR, VT_RECORD (a GUID) or VT_VOID (a raw buffer)
@@ -13,6 +13,7 @@ struct TMethod {
     bool ReturnValue;
   };
   DISPID Id = 0;
+  WORD Kind = DISPATCH_METHOD;  ///< or DISPATCH_PROPERTYGET
   std::wstring Name;
   SHORT VtableOffset = 0;  ///< in bytes
   std::vector<TParameter> Parameters;
@@ -24,8 +25,8 @@ class TMethodTable {
   /// Reads them from the type library. Raises the COM failure.
   explicit TMethodTable(ITypeInfo& DualInterface);
 
-  /// Null when there is none.
-  const TMethod* Find(DISPID Id) const;
+  /// Null when there is none of the kinds that a caller's DISPATCH_ flags allow.
+  const TMethod* Find(DISPID Id, WORD Kinds) const;
 
  private:
   void Collect(ITypeInfo& Info);

@@ -31,7 +31,7 @@ void StopUnit(const TCoClass& Class) {
 
 void StartModule() {
   Server = new TComServer;
-  for (const TCoClass* Class : CoClasses()) StartUnit(*Class);
+  for (const TCoClass* Class : OwnModule.CoClasses) StartUnit(*Class);
 }
 
 void StopModule() {
@@ -41,7 +41,7 @@ void StopModule() {
 }
 
 HRESULT RunRegistration(bool Register) {
-  return SUCCEEDED(RunSafely(IID_IUnknown, L"Mendwork", [&] { Server->UpdateRegistry(Register); })) ? S_OK : E_FAIL;
+  return SUCCEEDED(RunSafely(IID_IUnknown, OwnModule.Name, [&] { Server->UpdateRegistry(Register); })) ? S_OK : E_FAIL;
 }
 
 }  // namespace
@@ -51,7 +51,7 @@ HINSTANCE ModuleInstance() { return Instance; }
 extern "C" BOOL WINAPI DllMain(HINSTANCE Module, DWORD Reason, LPVOID ProcessEnds) {
   if (Reason == DLL_PROCESS_ATTACH) {
     Instance = Module;
-    if (SUCCEEDED(RunSafely(IID_IUnknown, L"Mendwork", StartModule))) return TRUE;
+    if (SUCCEEDED(RunSafely(IID_IUnknown, OwnModule.Name, StartModule))) return TRUE;
     StopModule();
     return FALSE;
   }

@@ -23,11 +23,13 @@ class Surface : public TStory {};
 
 // What scripts and compiled clients rely on for ever: identifiers by their beginnings, methods in the order of theirs.
 TEST_F(Surface, StaysAsPublished) {
-  for (const TPublishedClass& Class : PublishedClasses()) {
-    std::string Line = Class.Name;
-    for (const GUID& Id : {Class.ClassId, Class.InterfaceId, Class.EventsId}) Line += " " + GuidText(Id).substr(1, 8);
-    for (const auto& [Id, Method] : Class.Methods) Line += " " + std::to_string(Id) + " " + Method;
-    Tell(Line);
+  for (const std::string& Module : {BuiltModulePath(), BuiltFile("MendworkKit.dll")}) {
+    for (const TPublishedClass& Class : PublishedClasses(Module)) {
+      std::string Line = Class.Name;
+      for (const GUID& Id : {Class.ClassId, Class.InterfaceId, Class.EventsId}) Line += " " + GuidText(Id).substr(1, 8);
+      for (const auto& [Id, Method] : Class.Methods) Line += " " + std::to_string(Id) + " " + Method;
+      Tell(Line);
+    }
   }
 }
 

@@ -37,9 +37,9 @@ inline TComRef<ITypeInfo> ImplementedBy(ITypeInfo& Class, UINT Index) {
 }
 
 /// All of them, so that no test has a list of its own.
-inline std::vector<TPublishedClass> PublishedClasses() {
+inline std::vector<TPublishedClass> PublishedClasses(const std::string& Module = BuiltModulePath()) {
   TComRef<ITypeLib> Library;
-  Must(SUCCEEDED(LoadTypeLibEx(ToWide(BuiltModulePath()).c_str(), REGKIND_NONE, Library.Out())), "no type library");
+  Must(SUCCEEDED(LoadTypeLibEx(ToWide(Module).c_str(), REGKIND_NONE, Library.Out())), "no type library");
   std::vector<TPublishedClass> Classes;
   for (UINT At = 0; At < Library->GetTypeInfoCount(); ++At) {
     TComRef<ITypeInfo> Class;

@@ -13,10 +13,11 @@
 
 namespace {
 
-/// Calls `See` with every function that the module imports by name: the library's name, its own, and the place that
+/// Calls `See` with every function that a module imports by name: the library's name, its own, and the place that
 /// holds it.
-void ForEachImport(const std::function<void(const char* Library, const char* Name, void** Slot)>& See) {
-  auto* const Image = reinterpret_cast<BYTE*>(GetModuleHandleA("Mendwork.dll"));
+void ForEachImport(const char* Module,
+                   const std::function<void(const char* Library, const char* Name, void** Slot)>& See) {
+  auto* const Image = reinterpret_cast<BYTE*>(GetModuleHandleA(Module));
   Must(Image, "the module is not loaded");
   const auto* Dos = reinterpret_cast<IMAGE_DOS_HEADER*>(Image);
   const auto* Nt = reinterpret_cast<IMAGE_NT_HEADERS*>(Image + Dos->e_lfanew);
@@ -231,7 +232,7 @@ const std::vector<TModuleCall>& ModuleCalls() {
 std::string ForgottenCalls() {
   const std::regex Libraries("(KERNEL32|ADVAPI32|SHLWAPI|OLEAUT32|ole32).dll"), Known(Harmless);
   std::string Forgotten;
-  ForEachImport([&](const char* Library, const char* Name, void**) {
+  ForEachImport("Mendwork.dll", [&](const char* Library, const char* Name, void**) {
     const bool Listed = std::ranges::count(ModuleCalls(), std::string(Name), &TModuleCall::Name) > 0;
     if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Known))
       Forgotten += std::string(Name) + " ";
@@ -239,8 +240,8 @@ std::string ForgottenCalls() {
   return Forgotten;
 }
 
-TImportPatch::TImportPatch(const std::string& FunctionName, void* Replacement) {
-  ForEachImport([&](const char*, const char* Name, void** Place) {
+TImportPatch::TImportPatch(const std::string& FunctionName, void* Replacement, const char* Module) {
+  ForEachImport(Module, [&](const char*, const char* Name, void** Place) {
     if (Name == FunctionName) Slot = Place;
   });
   Must(Slot, "the module does not import " + FunctionName);

@@ -6,14 +6,15 @@
 #include <string>
 #include <vector>
 
-/// Replaces one function that Mendwork.dll imports, for as long as this object lives: calls of that module, and of no
-/// other, go to the replacement. Needs the module loaded.
+/// Replaces one function that Mendwork.dll, or another module, imports, for as long as this object lives: calls of that
+/// module, and of no other, go to the replacement. Needs the module loaded.
 class TImportPatch {
  public:
-  TImportPatch(const std::string& FunctionName, void* Replacement);
+  TImportPatch(const std::string& FunctionName, void* Replacement, const char* Module = "Mendwork.dll");
   template <class TResult, class... TArgs>
-  TImportPatch(const std::string& FunctionName, TResult(WINAPI* Replacement)(TArgs...))
-      : TImportPatch(FunctionName, reinterpret_cast<void*>(Replacement)) {}
+  TImportPatch(const std::string& FunctionName, TResult(WINAPI* Replacement)(TArgs...),
+               const char* Module = "Mendwork.dll")
+      : TImportPatch(FunctionName, reinterpret_cast<void*>(Replacement), Module) {}
   ~TImportPatch();
   TImportPatch(const TImportPatch&) = delete;
   TImportPatch& operator=(const TImportPatch&) = delete;
