@@ -43,7 +43,10 @@ TRecordFile ReadRecordFile(const fs::path& Path, bool ZerosAreRecords) {
 
 fs::path ServiceFolder(const fs::path& Updates, int Bits) {
   const fs::path Of32 = Updates / "Mendwork", Of64 = Updates / "Mendwork64";
-  if (Bits == 0) Bits = !TMachine::LookAt(Of32) && TMachine::LookAt(Of64) ? 64 : 32;
+  if (Bits == 0) {
+    const bool OwnIsThere = TMachine::LookAt(OwnBits == 64 ? Of64 : Of32).has_value();
+    Bits = OwnIsThere || !TMachine::LookAt(OwnBits == 64 ? Of32 : Of64) ? OwnBits : 32 + 64 - OwnBits;
+  }
   return Bits == 64 ? Of64 : Of32;
 }
 

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Holds what mendctl --json prints in the transcripts against docs/mendctl.schema.json, each by its command."""
 
 import json
