@@ -157,8 +157,9 @@ picture_console() {
     echo
   done | sed 's/\r$//' | aha --black --title mendctl >"$1/terminal.html"
   rm -f "$1/page.html"
-  "$Root/build/native/mendctl" log --file "$Root/tests/mendctl/update.log" --html "$1/page.html" >/dev/null ||
-    (($? == 1)) || die "The page of the debug log was not made."
+  cp "$Root/tests/mendctl/update.log" "$1/update.log"
+  (cd "$1" && "$Root/build/native/mendctl" log --file update.log --html page.html >/dev/null) || (($? == 1)) ||
+    die "The page of the debug log was not made."
   chromium --headless --no-sandbox --hide-scrollbars --window-size=1160,640 --screenshot="$2/mendctl.png" \
     "file://$1/terminal.html" 2>"$1/chromium.log" >&2 || die "chromium failed."
   "$Root/tests/mendctl/page_test.py" "$1/page.html" "$2/call-log.png" || die "The page of the debug log does not work."

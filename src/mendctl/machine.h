@@ -16,6 +16,14 @@ struct ECannotRead {
   std::string Why;
 };
 
+/// The bitness of the library whose state is looked at when nobody says which: this program's own, or 32 bits where
+/// there is no library.
+#ifdef _WIN32
+constexpr int OwnBits = 8 * sizeof(void*);
+#else
+constexpr int OwnBits = 32;
+#endif
+
 /// A file that is read where it is, while others may write, rename or delete it. Raises ECannotRead.
 class TReadableFile {
  public:

@@ -7,6 +7,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr TGuidBytes NoGuid{};
+/// Nearly two million entries. Each change copies the log, so no update comes near that.
+constexpr uint64_t LargestLog = 64 << 20;
 
 /// The file, or its backup copy when that holds: whoever finds a copy puts it back, for the change that made it was
 /// never finished. An updater at work makes and deletes copies; what is read between two of its steps is read again.
@@ -20,6 +22,8 @@ TRecordFile ReadRecordFile(const fs::path& Path, bool ZerosAreRecords) {
       TRecordFile Result;
       if (UseCopy || (!Copy && TMachine::LookAt(Path))) {
         const TReadableFile File(UseCopy ? CopyPath : Path);
+        if (File.Size() > LargestLog)
+          throw ECannotRead{NameOf(Path), LargestLog, "it is larger than the log of any update"};
         Result = RecordsOf(
             File.Size(), [&](uint64_t Offset, void* To, size_t Count) { return File.ReadAt(Offset, To, Count); },
             ZerosAreRecords);
@@ -39,7 +43,10 @@ TRecordFile ReadRecordFile(const fs::path& Path, bool ZerosAreRecords) {
 
 fs::path ServiceFolder(const fs::path& Updates, int Bits) {
   const fs::path Of32 = Updates / "Mendwork", Of64 = Updates / "Mendwork64";
-  if (Bits == 0) Bits = !TMachine::LookAt(Of32) && TMachine::LookAt(Of64) ? 64 : 32;
+  if (Bits == 0) {
+    const bool OwnIsThere = TMachine::LookAt(OwnBits == 64 ? Of64 : Of32).has_value();
+    Bits = OwnIsThere || !TMachine::LookAt(OwnBits == 64 ? Of32 : Of64) ? OwnBits : 32 + 64 - OwnBits;
+  }
   return Bits == 64 ? Of64 : Of32;
 }
 

@@ -41,7 +41,7 @@ struct TStoredFile {
 /// The files that the system keeps below the application's base folder. Reading raises ECannotRead.
 class TStateFolder {
  public:
-  /// The state of the library of this bitness; with 0 of the one that there is, if need be the 32-bit one.
+  /// The state of the library of this bitness; with 0 of OwnBits, or of the other one when only that is there.
   TStateFolder(std::filesystem::path Base, int Bits);
 
   std::filesystem::path Base, Service, Backup, History, Garbage, DebugLog, UninstallLog;

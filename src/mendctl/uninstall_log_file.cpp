@@ -2,6 +2,7 @@
 
 #include "mendctl/uninstall_log_file.h"
 
+#include "base/numbers.h"
 #include "formats/comma_text.h"
 #include "mendctl/commands.h"
 
@@ -84,6 +85,12 @@ const char* KindOf(const TUninstallRecord& Record) {
   }
 }
 
+/// The version of the format, as the header has it; 0 when there was none to be read.
+uint32_t VersionOf(const TUninstallLog& Log) {
+  constexpr size_t VersionAt = 320;
+  return Log.LoadedHeader.size() < VersionAt + sizeof(uint32_t) ? 0 : NumberAt<uint32_t>(&Log.LoadedHeader[VersionAt]);
+}
+
 }  // namespace
 
 std::string TUninstallLogFile::Words() const {
@@ -128,6 +135,7 @@ TReport UninstallLog(const TContext& Context) {
                  {"why", File.Why},
                  {"application", Utf8(Log.ApplicationName)},
                  {"application_id", Utf8(Log.ApplicationId)},
+                 {"version", VersionOf(Log)},
                  {"bits", Log.Is64Bit ? 64 : 32},
                  {"flags", Log.Flags},
                  {"records", TJson::array()}};
@@ -157,7 +165,8 @@ TReport UninstallLog(const TContext& Context) {
   }
   Report.Data["added_by_updates"] = ByUpdates;
   Report.Text = Utf8(Log.ApplicationName) + " (" + Utf8(Log.ApplicationId) + "), " + (Log.Is64Bit ? "64" : "32") +
-                " bit, " + File.Words() + "; " + Counted(ByUpdates, "record") + " added by updates\n" + Lines;
+                " bit, format " + std::to_string(VersionOf(Log)) + ", " + File.Words() + "; " +
+                Counted(ByUpdates, "record") + " added by updates\n" + Lines;
   if (File.State != "whole") Report.Text += Context.Paint.Bad(Name + ": " + File.Why) + "\n";
   return Report;
 }

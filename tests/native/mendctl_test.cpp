@@ -241,6 +241,8 @@ TEST_F(Console, TellsWrongUseFromWhatCannotBeRead) {
   EXPECT_EQ((Run({"status"}, "", Root / "nowhere"), 3), Status);
   EXPECT_EQ((Run({"status"}, "", App), 3), Status) << "a folder without state";
   EXPECT_EQ((Run({"--help"}), 0), Status);
+  fs::resize_file(Service / "update.prt", uint64_t{2} << 30);  // of zeros that take no room
+  EXPECT_EQ((Run({"show"}), 3), Status);
 }
 
 }  // namespace
