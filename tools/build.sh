@@ -188,21 +188,31 @@ install_preset() {
   rm -rf "$Root/dist/$1"
   quietly "$Root/build/$1.log" cmake --install "$Root/build/$1" --prefix "$Root/dist/$1" ||
     die "The $1 build could not be installed."
-  say "dist/$1 is ready."
+}
+
+# Adds what no build makes, and packs it.
+# usage: hand_out PRESET
+hand_out() {
+  local Sum
+  Sum=$(python3 "$Root/packaging/package.py" "$Root/dist/$1") || die "dist/$1 could not be completed."
+  say "dist/$1 is ready: $Sum"
 }
 
 command_dist() {
+  local Name Preset Architecture
   (($# == 0)) || die "dist takes no arguments."
   ensure_setup
-  install_preset win32
-  check_library i686 "$Root/dist/win32/Mendwork.dll"
-  check_library i686 "$Root/dist/win32/MendworkKit.dll"
-  check_imports i686 "$Root/dist/win32/mendctl.exe"
-  install_preset win64
-  check_library x86_64 "$Root/dist/win64/Mendwork.dll"
-  check_library x86_64 "$Root/dist/win64/MendworkKit.dll"
-  check_imports x86_64 "$Root/dist/win64/mendctl.exe"
+  rm -f "$Root"/dist/*.zip
+  for Preset in win32 win64; do
+    install_preset "$Preset"
+    Architecture=x86_64
+    [[ $Preset == win64 ]] || Architecture=i686
+    for Name in Mendwork MendworkKit; do check_library "$Architecture" "$Root/dist/$Preset/$Name.dll"; done
+    check_imports "$Architecture" "$Root/dist/$Preset/mendctl.exe"
+    hand_out "$Preset"
+  done
   install_preset linux
+  hand_out linux
 }
 
 # ---- format, clean ----
