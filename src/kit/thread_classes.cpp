@@ -12,9 +12,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
-
-extern "C" HRESULT WINAPI DllGetClassObject(REFCLSID ClassId, REFIID Iid, LPVOID* Result);
 
 namespace {
 
