@@ -159,6 +159,7 @@ command_fuzz() {
 # What every Windows has.
 SystemLibraries=(advapi32 comctl32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
 ExportedFunctions='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer'
+KitFunctions='MendworkKitRegisterClasses MendworkKitRevokeClasses'
 
 # Holds a program or DLL against what it may import.
 # usage: check_imports ARCHITECTURE FILE -> Dump
@@ -171,14 +172,14 @@ check_imports() {
 }
 
 # Holds a DLL against what it must export, too.
-# usage: check_library ARCHITECTURE FILE
+# usage: check_library ARCHITECTURE FILE [OTHER-FUNCTIONS]
 check_library() {
-  local Dump Exports Name=${2#"$Root/"}
-  check_imports "$@"
+  local Dump Exports Name=${2#"$Root/"} Expected="$ExportedFunctions${3+ $3}"
+  check_imports "$1" "$2"
   Exports=$(sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$Dump" | sort | paste -sd ' ')
   # The guard around foreign code (src/retry/guarded_call.cpp) needs the system to look for handlers in this module.
   ! grep -q 'NO_SEH' <<<"$Dump" || die "$Name is marked as one without exception handlers, so what a foreign module raises would end the process."
-  [[ $Exports == "$ExportedFunctions" ]] || die "$Name exports \"$Exports\" instead of \"$ExportedFunctions\"."
+  [[ $Exports == "$Expected" ]] || die "$Name exports \"$Exports\" instead of \"$Expected\"."
 }
 
 # Builds what a preset hands out into a folder of its own.
@@ -199,7 +200,7 @@ hand_out() {
 }
 
 command_dist() {
-  local Name Preset Architecture
+  local Preset Architecture
   (($# == 0)) || die "dist takes no arguments."
   ensure_setup
   rm -f "$Root"/dist/*.zip
@@ -207,7 +208,8 @@ command_dist() {
     install_preset "$Preset"
     Architecture=x86_64
     [[ $Preset == win64 ]] || Architecture=i686
-    for Name in Mendwork MendworkKit; do check_library "$Architecture" "$Root/dist/$Preset/$Name.dll"; done
+    check_library "$Architecture" "$Root/dist/$Preset/Mendwork.dll"
+    check_library "$Architecture" "$Root/dist/$Preset/MendworkKit.dll" "$KitFunctions"
     check_imports "$Architecture" "$Root/dist/$Preset/mendctl.exe"
     hand_out "$Preset"
   done
