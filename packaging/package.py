@@ -81,6 +81,14 @@ def files_of(folder):
     return sorted(path for path in folder.rglob("*") if path.is_file())
 
 
+def require_links(folder):
+    """Fails when a page links to what is not handed out."""
+    for page in folder.rglob("*.md"):
+        for link in re.findall(r"\]\(([^)\s#:]+)(?:#[^)]*)?\)", page.read_text()):
+            if not (page.parent / link).exists():
+                sys.exit(f"package: {page.relative_to(folder)} links to {link}, which is not handed out")
+
+
 def add_sums(folder):
     sums = folder / "SHA256SUMS"
     sums.write_text("".join(f"{hashlib.sha256(path.read_bytes()).hexdigest()}  {path.relative_to(folder).as_posix()}\n"
@@ -112,6 +120,8 @@ def main(folder):
     add_licences(folder, (LINKED_ON_WINDOWS if on_windows else LINKED_ELSEWHERE) | LINKED_INTO_CONSOLE)
     shutil.copyfile(ROOT / "CHANGELOG.md", folder / "CHANGELOG.md")
     (folder / "VERSION").write_text(text)
+    if on_windows:
+        require_links(folder)
     add_sums(folder)
     archive = pack(folder, folder.with_name(f"mendwork-{number}-{folder.name}"))
     print(f"{hashlib.sha256(archive.read_bytes()).hexdigest()}  {archive.name}")
