@@ -1,6 +1,9 @@
 # mendwork_type_library(): makes a module's type library, NAME.tlb, and the C++ header NAME_TLB.h from its interface
 # definition, both in the build folder, and a target INTERFACES that puts the header's folder on the include path.
 find_program(WIDL ${MENDWORK_ARCH}-w64-mingw32-widl REQUIRED)
+# widl writes the time into a type library, where the same sources shall give the same bytes.
+find_program(FAKETIME faketime REQUIRED)
+set(at_no_time ${CMAKE_COMMAND} -E env TZ=UTC ${FAKETIME} -f "2000-01-01 00:00:00")
 # The interface definitions and stdole2.tlb of Wine's development packages.
 set(widl_flags -I/usr/include/wine/wine/windows -L/usr/lib/x86_64-linux-gnu/wine/x86_64-windows)
 
@@ -11,7 +14,7 @@ function(mendwork_type_library NAME ROOM INTERFACES TARGET)
   add_custom_command(
     OUTPUT ${generated}/${NAME}_TLB.h ${generated}/${NAME}.tlb
     COMMAND ${WIDL} ${widl_flags} -h -o ${generated}/${NAME}_TLB.h ${idl}
-    COMMAND ${WIDL} ${widl_flags} -t -o ${generated}/${NAME}.tlb ${idl}
+    COMMAND ${at_no_time} ${WIDL} ${widl_flags} -t -o ${generated}/${NAME}.tlb ${idl}
     DEPENDS ${CMAKE_SOURCE_DIR}/src/${ROOM}/${idl}
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/src/${ROOM}
     VERBATIM)
