@@ -30,6 +30,12 @@ int StatusOf(long Result) {
 }  // namespace
 
 TReport Apply(const std::filesystem::path& Manifest) {
+  // Without it the library would show a box about its debug log, which no policy answers.
+  std::string Missing;
+  const auto Base = TMachine::RegisteredBase(Missing);
+  std::error_code Error;
+  if (!Base) throw EWrongUse{Missing};
+  if (!std::filesystem::is_directory(*Base, Error)) throw EWrongUse{"There is no base folder " + NameOf(*Base) + "."};
   const TApartment Apartment;
   long Result = 0;
   TBstr Why;
