@@ -159,6 +159,7 @@ command_fuzz() {
 # What every Windows has.
 SystemLibraries=(advapi32 comctl32 gdi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 version)
 ExportedFunctions='DllCanUnloadNow DllGetClassObject DllRegisterServer DllUnregisterServer'
+KitFunctions='MendworkKitRegisterClasses MendworkKitRevokeClasses'
 
 # Holds a program or DLL against what it may import.
 # usage: check_imports ARCHITECTURE FILE -> Dump
@@ -171,14 +172,14 @@ check_imports() {
 }
 
 # Holds a DLL against what it must export, too.
-# usage: check_library ARCHITECTURE FILE
+# usage: check_library ARCHITECTURE FILE [OTHER-FUNCTIONS]
 check_library() {
-  local Dump Exports Name=${2#"$Root/"}
-  check_imports "$@"
+  local Dump Exports Name=${2#"$Root/"} Expected="$ExportedFunctions${3+ $3}"
+  check_imports "$1" "$2"
   Exports=$(sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p' <<<"$Dump" | sort | paste -sd ' ')
   # The guard around foreign code (src/retry/guarded_call.cpp) needs the system to look for handlers in this module.
   ! grep -q 'NO_SEH' <<<"$Dump" || die "$Name is marked as one without exception handlers, so what a foreign module raises would end the process."
-  [[ $Exports == "$ExportedFunctions" ]] || die "$Name exports \"$Exports\" instead of \"$ExportedFunctions\"."
+  [[ $Exports == "$Expected" ]] || die "$Name exports \"$Exports\" instead of \"$Expected\"."
 }
 
 # Builds what a preset hands out into a folder of its own.
@@ -188,21 +189,32 @@ install_preset() {
   rm -rf "$Root/dist/$1"
   quietly "$Root/build/$1.log" cmake --install "$Root/build/$1" --prefix "$Root/dist/$1" ||
     die "The $1 build could not be installed."
-  say "dist/$1 is ready."
+}
+
+# Adds what no build makes, and packs it.
+# usage: hand_out PRESET
+hand_out() {
+  local Sum
+  Sum=$(python3 "$Root/packaging/package.py" "$Root/dist/$1") || die "dist/$1 could not be completed."
+  say "dist/$1 is ready: $Sum"
 }
 
 command_dist() {
+  local Preset Architecture
   (($# == 0)) || die "dist takes no arguments."
   ensure_setup
-  install_preset win32
-  check_library i686 "$Root/dist/win32/Mendwork.dll"
-  check_library i686 "$Root/dist/win32/MendworkKit.dll"
-  check_imports i686 "$Root/dist/win32/mendctl.exe"
-  install_preset win64
-  check_library x86_64 "$Root/dist/win64/Mendwork.dll"
-  check_library x86_64 "$Root/dist/win64/MendworkKit.dll"
-  check_imports x86_64 "$Root/dist/win64/mendctl.exe"
+  rm -f "$Root"/dist/*.zip
+  for Preset in win32 win64; do
+    install_preset "$Preset"
+    Architecture=x86_64
+    [[ $Preset == win64 ]] || Architecture=i686
+    check_library "$Architecture" "$Root/dist/$Preset/Mendwork.dll"
+    check_library "$Architecture" "$Root/dist/$Preset/MendworkKit.dll" "$KitFunctions"
+    check_imports "$Architecture" "$Root/dist/$Preset/mendctl.exe"
+    hand_out "$Preset"
+  done
   install_preset linux
+  hand_out linux
 }
 
 # ---- format, clean ----

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the documentation against what it describes: the pages of docs/api against src/server/Mendwork.idl, quotes
+"""Holds the documentation against what it describes: the pages of docs/api against the interface definitions, quotes
 against the files that they are from, links against what is there.
 
 A page of docs/api is named after its class. A heading of the second level names methods ("## Get" or "## CopyFile,
@@ -15,6 +15,7 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+DEFINITIONS, CLASSES = ["server/Mendwork.idl", "kit/MendworkKit.idl"], 14
 TYPES = {"BSTR": "text", "long": "long", "unsigned long": "unsigned", "VARIANT_BOOL": "Boolean", "GUID": "GUID",
          "void*": "pointer", "void**": "pointer"}
 FENCED = re.compile(r"^```.*?^```$", re.M | re.S)
@@ -27,7 +28,7 @@ def fail(where, what):
 
 def read_interfaces():
     """Of each class its methods with their parameters: {"UFile": {"CopyFile": [("SourceFileName", "in text"), ...]}}."""
-    text = re.sub(r"//.*", "", (ROOT / "src/server/Mendwork.idl").read_text())
+    text = re.sub(r"//.*", "", "".join((ROOT / "src" / name).read_text() for name in DEFINITIONS))
     own = {}
     for name, base, body in re.findall(r"interface (\w+) : (\w+) \{(.*?)\};", text, re.S):
         own[name] = dict(own.get(base, {}))
@@ -85,9 +86,9 @@ def check_page(page, methods):
 
 def check_reference():
     folder, interfaces = ROOT / "docs/api", read_interfaces()
-    if len(interfaces) != 12 or not all(interfaces.values()):
+    if len(interfaces) != CLASSES or not all(interfaces.values()):
         sys.exit("check_docs: the interface definition is not understood")
-    pages = {page.stem: page for page in folder.glob("U*.md")}
+    pages = {page.stem: page for page in folder.glob("*.md") if page.stem != "README"}
     for name in interfaces.keys() ^ pages.keys():
         fail(folder / f"{name}.md", "is missing" if name in interfaces else "there is no such class")
     for name in interfaces.keys() & pages.keys():

@@ -71,7 +71,7 @@ FAULTS = [
     ('owner-enters-twice', 'base/named_lock.cpp',
      '  RequireOther(Lock.OwnerThread);\n',
      ''),
-    ('deaf-wait', 'base/named_lock.cpp',
+    ('deaf-wait', 'base/waiting.cpp',
      '&Object, FALSE, INFINITE, QS_SENDMESSAGE)',
      '&Object, FALSE, INFINITE, 0)'),
     ('lock-of-nothing', 'base/named_lock.cpp',

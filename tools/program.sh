@@ -22,8 +22,17 @@ ensure_base_folder() {
   touch "$Mark"
 }
 
+# An installer is a program of 32 bits, and registers the libraries itself.
+demo_installer() {
+  ensure_setup
+  build_quietly win32 demo MendworkKit
+  claim demo
+  "$Root/examples/installer/run-installer" "$Root/build/win32" "$Root/build/demo/installer/prefix"
+}
+
 # Without the 32-bit half of Wine there is still something to see.
 command_demo() {
+  [[ $* != --installer ]] || { demo_installer && return; }
   local Bits=32 Script=$Root/examples/demo/run-demo Prefix=$Root/build/demo/prefix
   [[ -x $Script ]] || die "There is no examples/demo/run-demo."
   ensure_setup --64-will-do

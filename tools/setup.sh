@@ -4,7 +4,7 @@
 
 Packages=(wine wine64 libwine-dev g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix mingw-w64-tools
   cmake ninja-build googletest util-linux g++ make clang clang-format libclang-rt-14-dev python3
-  zlib1g-dev libz-mingw-w64-dev libcli11-dev nlohmann-json3-dev python3-jsonschema
+  zlib1g-dev libz-mingw-w64-dev libcli11-dev nlohmann-json3-dev python3-jsonschema nsis
   chromium chromium-driver python3-selenium locales)
 PicturePackages=(xvfb imagemagick aha)
 

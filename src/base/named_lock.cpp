@@ -2,6 +2,7 @@
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "base/waiting.h"
 
 #include <sddl.h>
 
@@ -33,18 +34,6 @@ TKernelHandle CreateOrOpenMutex(const std::string& Name, SECURITY_ATTRIBUTES* Ri
 
 /// Waiting goes on without limit; in between it is looked whether whoever was waited for has died.
 constexpr DWORD LookAgainMilliseconds = 1000;
-
-/// Waits without limit, and lets messages in that other threads send to windows of this one: the owner may be a
-/// rollback that sends one and waits for the answer.
-void WaitAnsweringMessages(HANDLE Object) {
-  if (WaitForSingleObject(Object, 0) != WAIT_TIMEOUT) return;
-  constexpr DWORD ObjectAndMessages = 1;
-  while (MsgWaitForMultipleObjects(ObjectAndMessages, &Object, FALSE, INFINITE, QS_SENDMESSAGE) ==
-         WAIT_OBJECT_0 + ObjectAndMessages) {
-    MSG Unused;
-    PeekMessageA(&Unused, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);  // delivers what was sent
-  }
-}
 
 /// The thread that marks itself must not be marked already.
 void RequireOther(const std::atomic<DWORD>& Thread) {
@@ -93,12 +82,13 @@ TNamedLock::THold::THold(TNamedLock& Lock) : Lock(Lock) {
   const HANDLE Both[] = {Lock.HolderMutex.Get(), Lock.Semaphore.Get()};
   for (;;) {
     // The holder died: its count is lost.
-    if (WaitForSingleObject(Both[0], INFINITE) == WAIT_ABANDONED) ReleaseSemaphore(Both[1], 1, nullptr);
+    if (WaitAnsweringMessages(Both[0]) == WAIT_ABANDONED) ReleaseSemaphore(Both[1], 1, nullptr);
     if (!Lock.Semaphore || WaitForSingleObject(Both[1], 0) != WAIT_TIMEOUT) break;
     // A process that knows no holder has it. Who waits for that one with the mutex in hand, and dies, would be taken
     // for one that held it; so both are taken at once.
     ReleaseMutex(Both[0]);
     if (WaitForMultipleObjects(2, Both, TRUE, LookAgainMilliseconds) != WAIT_TIMEOUT) break;
+    PauseAnsweringMessages(0);
   }
   Lock.HolderThread = GetCurrentThreadId();
 }

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr WORD MendworkMajor = 2, MendworkMinor = 0;
-
 /// The name of a class of Mendwork, as people know it; its identifier when it is not registered.
 std::wstring ProgIdOf(const CLSID& ClassId) {
   TTaskMemory Text;
@@ -29,10 +27,13 @@ bool IsActive(IUnknown& Object, const CLSID& ClassId) {
 }  // namespace
 
 TComRef<ITypeInfo> MendworkInterface(const IID& Iid) {
+  TComRef<IDispatch> Object;
+  TComRef<ITypeInfo> Own, Info;
   TComRef<ITypeLib> Library;
-  TComRef<ITypeInfo> Info;
-  CheckSystemCall(LoadRegTypeLib(LIBID_Mendwork, MendworkMajor, MendworkMinor,
-                                 MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT), Library.Out()));
+  UINT Place = 0;
+  CheckCall(CoCreateInstance(CLSID_UDialog, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, Object.OutVoid()));
+  CheckSystemCall(Object->GetTypeInfo(0, LOCALE_NEUTRAL, Own.Out()));
+  CheckSystemCall(Own->GetContainingTypeLib(Library.Out(), &Place));
   CheckSystemCall(Library->GetTypeInfoOfGuid(Iid, Info.Out()));
   return Info;
 }

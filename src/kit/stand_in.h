@@ -10,7 +10,8 @@
 #include <memory>
 #include <utility>
 
-/// One of Mendwork's interfaces as its registered type library describes it. Raises the COM failure.
+/// One of Mendwork's interfaces as its type library describes it, the one that its objects have: where nothing is
+/// registered, only they know it. Raises the COM failure.
 TComRef<ITypeInfo> MendworkInterface(const IID& Iid);
 
 /// An object of the kit that takes the place of one of Mendwork's own, early and late bound. It is no class that a

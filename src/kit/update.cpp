@@ -17,7 +17,7 @@
 
 #include <sddl.h>
 
-#include <optional>
+#include <exception>
 #include <set>
 #include <utility>
 #include <vector>
@@ -317,8 +317,10 @@ class TUpdate {
       return true;
     } catch (const EFailure& Failed) {
       Failure = Failed.Message;
-      return false;
+    } catch (const std::exception& Other) {
+      Failure = ToWide(Other.what());
     }
+    return false;
   }
 
   TUpdateOutcome Apply() {
@@ -330,6 +332,8 @@ class TUpdate {
       return {};
     } catch (const EFailure& Failed) {
       Why = Failed.Message;
+    } catch (const std::exception& Other) {  // no memory, say: what was changed must be undone all the same
+      Why = ToWide(Other.what());
     }
     if (Repair()) return {TUpdateResult::RolledBack, Why};
     return {TUpdateResult::NotRolledBack, Why + L"\r\n" + Failure};

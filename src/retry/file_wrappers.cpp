@@ -3,6 +3,7 @@
 #include "base/file_content.h"
 #include "base/file_time.h"
 #include "base/paths.h"
+#include "base/waiting.h"
 #include "retry/engine.h"
 
 #include <vector>
@@ -186,7 +187,7 @@ void RetryDeleteFile(const std::string& FileName) {
   };
   while (Deleted && FileExistsByFind(FileName) && !IsNew(FactsNow())) {
     Call.Line(L"RetryDeleteWait", L"RetryDeleteWait");
-    Sleep(GoneCheckMilliseconds);
+    PauseAnsweringMessages(GoneCheckMilliseconds);
   }
   Call.End();
 }

@@ -6,6 +6,7 @@
 #include "support/sandbox.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace {
 
@@ -148,10 +149,21 @@ TEST_F(Wrappers, AskTheUserAndGoOnOrFail) {
 /// What a test keeps open, so that a replaced function can let it go.
 TFileHandle Held;
 int Waits = 0;
+HWND Listener = nullptr;
 
-void WINAPI LetGoAtTheThirdWait(DWORD Milliseconds) {
+/// Ends the session during the third wait: whoever waits has to take the message.
+DWORD WINAPI EndTheSessionAtTheThirdWait(DWORD Count, const HANDLE* Handles, BOOL All, DWORD Milliseconds, DWORD Wake) {
   EXPECT_EQ(1u, Milliseconds);
-  if (++Waits == 3) Held.Reset();
+  if (++Waits != 3) return WAIT_TIMEOUT;
+  constexpr DWORD LongEnough = 10000;
+  static std::jthread System;
+  System = std::jthread([] { SendMessageA(Listener, WM_ENDSESSION, TRUE, 0); });
+  return MsgWaitForMultipleObjects(Count, Handles, All, LongEnough, Wake);
+}
+
+LRESULT CALLBACK LetGoAtTheEnd(HWND Window, UINT Message, WPARAM Parameter, LPARAM Data) {
+  if (Message == WM_ENDSESSION) Held.Reset();
+  return DefWindowProcA(Window, Message, Parameter, Data);
 }
 
 TEST_F(Wrappers, DeleteAFileThatIsGoneOrThatAProgramHoldsForAWhile) {
@@ -164,7 +176,9 @@ TEST_F(Wrappers, DeleteAFileThatIsGoneOrThatAProgramHoldsForAWhile) {
   Step("held", Delete(*this));
   Prepare();
   Held = Hold(App("src.txt"), FILE_SHARE_READ | FILE_SHARE_DELETE);
-  const TImportPatch Patch("Sleep", LetGoAtTheThirdWait);
+  Listener = CreateWindowA("STATIC", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+  SetWindowLongPtrA(Listener, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(LetGoAtTheEnd));
+  const TImportPatch Patch("MsgWaitForMultipleObjects", EndTheSessionAtTheThirdWait);
   Step("deleted, yet still open", Delete(*this));
 }
 
