@@ -11,7 +11,7 @@ declare -A RoomsBelow=(
   [rollback]='base formats server retry'
   [changes]='base formats server retry rollback'
   [installer]='base formats server retry rollback'
-  [mendctl]='base formats server'
+  [mendctl]='base formats server kit'
   [kit]='base formats server'
 )
 

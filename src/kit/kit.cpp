@@ -7,6 +7,7 @@
 #include "kit/kit_messages.h"
 #include "kit/names.h"
 #include "kit/tree_copy.h"
+#include "kit/update.h"
 #include "kit/value_data.h"
 #include "server/arguments.h"
 
@@ -29,6 +30,16 @@ HRESULT TKit::Rollback(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) {
   return SafeCall([&] {
     const TRollbackRuns Runs;
     CheckCall(Services.Transactions().Rollback(OnlyToCheckPoint, CheckPointID));
+  });
+}
+
+HRESULT TKit::Update(BSTR ManifestFileName, long* Result) {
+  if (!Result) return RefuseNullPointer();
+  *Result = static_cast<long>(TUpdateResult::NotRolledBack);
+  return Change("Update", {ManifestFileName}, [&] {
+    const TUpdateOutcome Outcome = RunUpdate(Services, FullNameArgument(ManifestFileName));
+    if (!Outcome.Text.empty()) Heard->Add(Outcome.Text);
+    *Result = static_cast<long>(Outcome.Result);
   });
 }
 

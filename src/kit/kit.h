@@ -43,6 +43,8 @@ class TKit final : public TAutoObject<IKit> {
   STDMETHOD(FileInUse)(VARIANT_BOOL On) override;
   /// IUTransactionLog::Rollback, which the boxes about files in use then know of.
   STDMETHOD(Rollback)(VARIANT_BOOL OnlyToCheckPoint, GUID* CheckPointID) override;
+  /// Applies a manifest; see RunUpdate. `Result` is a TUpdateResult, and LastMessage says why it is a failure.
+  STDMETHOD(Update)(BSTR ManifestFileName, long* Result) override;
 
   // What follows records in the transaction log what it is about to make, and a rollback removes it again; see
   // creations.h, tree_copy.h and kit_rollback.h. Each checks its arguments as Mendwork does: full names, predefined

@@ -65,6 +65,9 @@ struct TRollbackOptions {
 /// Undoes the update, with the library. `Tell` gets lines of progress.
 TReport Rollback(const TContext& Context, const TRollbackOptions& Options,
                  const std::function<void(const std::string&)>& Tell);
+/// Applies an update manifest, with the kit; needs no state. A result that the kit gives for a failure is reported, not
+/// raised.
+TReport Apply(const std::filesystem::path& Manifest);
 /// Moves one entry out of the transaction log into a file beside it, whose name is given.
 std::string SkipEntry(const TContext& Context, size_t Number);
 

@@ -170,6 +170,10 @@ class TConsole {
     Sub->add_option("--skip", Options.Skip, "leaves one entry out; it is kept in a file beside the log")
         ->check(CLI::PositiveNumber);
 
+    Sub = Add("apply", "applies an update manifest with the kit, all of it or nothing",
+              [this] { return Apply(PathFrom(Options.File)); });
+    Sub->add_option("MANIFEST", Options.File, "the JSON file that says what the update does")->required();
+
     Sub = Add("commit", "ends an update: what it changed cannot be undone any more", [this] {
       return Commit(Context(), [this](const std::string& Question) { return Options.Yes || Ask(Question); });
     });
