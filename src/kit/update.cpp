@@ -335,6 +335,7 @@ class TUpdate {
     } catch (const std::exception& Other) {  // no memory, say: what was changed must be undone all the same
       Why = ToWide(Other.what());
     }
+    if (!Doing.empty()) Why = FormatWideMessage(MsgKitStepFailed, Doing, Why);
     if (Repair()) return {TUpdateResult::RolledBack, Why};
     return {TUpdateResult::NotRolledBack, Why + L"\r\n" + Failure};
   }
@@ -342,27 +343,37 @@ class TUpdate {
   void Change() {
     const auto Com = ActiveOrNew<IUCom>(CLSID_UCom);
     for (const TWork& File : Files)
-      if (File.Unregisters) CheckCall(Com->UnRegServerLogged(MakeBstr(File.Dest).Get()));
+      if (File.Unregisters) CheckCall(Com->UnRegServerLogged(At(File.Dest).Get()));
     for (const std::wstring& Name : Deleted)
-      CheckCall(Services.File().DeleteFilesLogged(MakeBstr(Name).Get(), VARIANT_FALSE, VARIANT_FALSE, VARIANT_FALSE));
+      CheckCall(Services.File().DeleteFilesLogged(At(Name).Get(), VARIANT_FALSE, VARIANT_FALSE, VARIANT_FALSE));
     for (const TWork& File : Files)
       if (File.Copies) Copy(File);
-    for (const TManifestKey& Key : Manifest.Keys) CreateKeyRecorded(Services, PlaceOf(Key.Root, Key.Key));
-    for (const TManifestValue& Value : Manifest.Values)
+    for (const TManifestKey& Key : Manifest.Keys)
+      At(FromUtf8(Key.Key)), CreateKeyRecorded(Services, PlaceOf(Key.Root, Key.Key));
+    for (const TManifestValue& Value : Manifest.Values) {
+      At(FromUtf8(Value.Key));
       CreateValueRecorded(Services, PlaceOf(Value), Value.Type, DataOf(Value));
+    }
     for (const TWork& File : Files)
-      if (File.Registers) CheckCall(Com->RegServerLogged(MakeBstr(File.Dest).Get()));
+      if (File.Registers) CheckCall(Com->RegServerLogged(At(File.Dest).Get()));
+    Doing.clear();
+  }
+
+  /// What a failure from here on is about.
+  TBstr At(const std::wstring& Name) {
+    Doing = Name;
+    return MakeBstr(Name);
   }
 
   void Copy(const TWork& File) {
-    CopyFileRecorded(Services, MakeBstr(File.Source).Get(), MakeBstr(File.Dest).Get(), 0);
+    CopyFileRecorded(Services, MakeBstr(File.Source).Get(), At(File.Dest).Get(), 0);
     if (!IsWanted(File.Dest, *File.File)) throw EFailure(E_FAIL, FormatWideMessage(MsgKitSourceChanged, File.Source));
   }
 
   TServices& Services;
   const std::wstring ManifestName;
   TUpdateManifest Manifest;
-  std::wstring Source, Target, Failure;
+  std::wstring Source, Target, Failure, Doing;
   std::vector<TWork> Files;
   std::vector<std::wstring> Deleted;
 };

@@ -5,19 +5,9 @@
 #include "base/text.h"
 #include "kit/interfaces.h"
 #include "mendctl/commands.h"
+#include "mendctl/windows_com.h"
 
 namespace {
-
-/// COM on this thread.
-class TApartment {
- public:
-  TApartment() { CheckSystemCall(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)); }
-  ~TApartment() { CoUninitialize(); }
-  TApartment(const TApartment&) = delete;
-  TApartment& operator=(const TApartment&) = delete;
-};
-
-std::string Utf8(std::wstring_view Text) { return TMachine().ToUtf8(LossyAnsi(Text)); }
 
 TBstr Given(std::wstring_view Text) { return MakeBstr(Text); }
 

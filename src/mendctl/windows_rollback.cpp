@@ -5,6 +5,7 @@
 #include "base/handles.h"
 #include "base/text.h"
 #include "mendctl/commands.h"
+#include "mendctl/windows_com.h"
 #include "server/interfaces.h"
 
 #include <atomic>
@@ -13,8 +14,6 @@
 #include <thread>
 
 namespace {
-
-std::string Utf8(std::wstring_view Text) { return TMachine().ToUtf8(LossyAnsi(Text)); }
 
 /// Presses Cancel, or No, in every box and keeps what it said. The library takes it from the running object table in
 /// place of its own boxes.
@@ -63,15 +62,6 @@ class TActive {
 
  private:
   DWORD Cookie = 0;
-};
-
-/// COM on this thread.
-class TApartment {
- public:
-  TApartment() { CheckSystemCall(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)); }
-  ~TApartment() { CoUninitialize(); }
-  TApartment(const TApartment&) = delete;
-  TApartment& operator=(const TApartment&) = delete;
 };
 
 /// Tells from a thread of its own how much of the log is left, while the library shortens it.
