@@ -10,7 +10,6 @@ class TSmallTree {
  public:
   explicit TSmallTree(const TBench& Bench) : Bench(Bench) {
     MakeFiles(Source, 'n');
-    MakeFolders(Saved);
     Require(Kit->Log(Text(Bench.Work("kit-log")), 0), "Log");
   }
   ~TSmallTree() {
@@ -35,7 +34,7 @@ class TSmallTree {
     const auto Prepare = [&] {
       Bench.ForgetChanges();
       RemoveTree(Saved);
-      MakeFolders(Saved);
+      for (const std::string& Name : Names) MakeFolders(Saved + Name.substr(0, Name.rfind('\\')));
       MakeFiles(Dest, 'o');
     };
     const std::vector<TSamples> Times = Interleave(1, Bench.Quick ? 1 : 5,
@@ -53,11 +52,10 @@ class TSmallTree {
   }
 
  private:
-  /// Each file is copied away, deleted, and copied.
+  /// Each file is copied away, into as many folders as it came from, deleted, and copied.
   void CopyBarely(TFlush Flush) const {
-    int Number = 0;
     for (const std::string& Name : Names) {
-      BareCopy(Dest + Name, Saved + "\\" + std::to_string(++Number), "", Flush);
+      BareCopy(Dest + Name, Saved + Name, "", Flush);
       Require(DeleteFileA((Dest + Name).c_str()) != FALSE, "DeleteFile");
       BareCopy(Source + Name, Dest + Name, "", Flush);
     }
