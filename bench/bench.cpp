@@ -112,7 +112,7 @@ void BareEntry(const std::string& Log) {
   BareDelete(Copy);
 }
 
-void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header) {
+void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header, TFlush Flush) {
   constexpr DWORD BlockSize = 32768;
   FILETIME Creation, LastAccess, LastWrite;
   const DWORD Attributes = GetFileAttributesA(Source.c_str());
@@ -128,7 +128,7 @@ void BareCopy(const std::string& Source, const std::string& Dest, const std::str
     if (BytesRead > 0) Require(WriteFile(To.Get(), Buffer.data(), BytesRead, &Written, nullptr) != FALSE, "WriteFile");
   } while (BytesRead == BlockSize);
   SetFileTime(To.Get(), &Creation, &LastAccess, &LastWrite);
-  FlushFileBuffers(To.Get());
+  if (Flush == TFlush::EachCopy) FlushFileBuffers(To.Get());
 }
 
 TResult TBench::Compare(const TVariant& Module, const TVariant& Calls, int WarmUps, int Rounds, int Items) const {

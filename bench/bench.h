@@ -55,7 +55,9 @@ void BareItem(const std::string& Name, const std::string& Bytes);
 /// the entry, and the copy goes.
 void BareEntry(const std::string& Log);
 /// The copy as a program without any of the module's care would make it, behind a header if there is to be one.
-void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header = "");
+enum class TFlush { Nothing, EachCopy };
+void BareCopy(const std::string& Source, const std::string& Dest, const std::string& Header = "",
+              TFlush Flush = TFlush::EachCopy);
 
 /// Runs this program once more, with these words, to its end. Fails when it fails.
 void RunOwnProgram(const std::string& Words);
@@ -78,6 +80,8 @@ TResult SmallValues(const TBench& Bench);
 TResult SmallCopies(const TBench& Bench);
 TResult Flushes(const TBench& Bench);
 TResult LargeStore(const TBench& Bench);
+TResult KitCopies(const TBench& Bench);
+TResult KitTree(const TBench& Bench);
 TResult HistoryPut(const TBench& Bench);
 TResult MacroSet(const TBench& Bench);
 TResult GarbageRemoval(const TBench& Bench);

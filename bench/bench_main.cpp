@@ -25,6 +25,8 @@ const TCase Cases[] = {
     {"small-copies", 1.15, "", SmallCopies, "1,000 logged copies of 4 KiB, against the bare calls and lines"},
     {"flush", 0, "", Flushes, "logged copies, flushed and not flushed; the value is that of 1,000 small ones"},
     {"large-store", 0, "", LargeStore, "a logged copy with 80,000 items in the store, against one with none"},
+    {"kit-copies", 5, "", KitCopies, "the kit's CopyFileLogged over 1,000 files of 4 KiB, against a bare loop"},
+    {"kit-tree", 3, "", KitTree, "the kit's CopyTreeLogged over the same, against the same"},
     {"history-put", 0, "", HistoryPut, "History's Put in a group of 1,000 records, against one of 10"},
     {"macro-set", 0, "", MacroSet, "SetMacro among 1,000 permanent macros, against among 10"},
     {"garbage", 1.10, "", GarbageRemoval, "Garbage on 2,000 files and 200 folders, against the bare calls"},

@@ -24,8 +24,7 @@ std::string ServiceDir;
 /// The service folder and the log folder, and where they really are; asked for once.
 struct TPlace {
   std::string Name;
-  std::wstring Path;                 ///< see FinalPath
-  BY_HANDLE_FILE_INFORMATION Facts;  ///< see FactsOf
+  std::wstring Path;  ///< see FinalPath
 };
 std::vector<TPlace> OwnFolders;
 
@@ -105,14 +104,19 @@ bool LiesIn(const std::wstring& Place, const std::wstring& Folder) {
 
 TPlace PlaceOf(const std::string& Name) {
   const TFileHandle Open(OpenToAsk(Name));
-  return {Name, Open ? FinalPath(Open.Get()) : L"", FactsOf(Open.Get())};
+  return {Name, Open ? FinalPath(Open.Get()) : L""};
+}
+
+BY_HANDLE_FILE_INFORMATION FactsOfFolder(const std::string& Name) {
+  return FactsOf(TFileHandle(OpenToAsk(Name)).Get());
 }
 
 /// The same by the files' own numbers, for a place whose path tells nothing, such as a share that leads back to this
 /// machine.
 bool LiesInByNumber(const TPlace& Place, const TPlace& Folder) {
   std::string Name = Place.Name;
-  while (!AreOneFile(PlaceOf(Name).Facts, Folder.Facts)) {
+  const BY_HANDLE_FILE_INFORMATION Facts = FactsOfFolder(Folder.Name);
+  while (!AreOneFile(FactsOfFolder(Name), Facts)) {
     const std::string Above = FolderPart(Name);
     if (IsRoot(Name) || Above.size() >= Name.size()) return false;
     Name = Above;

@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -17,6 +18,12 @@ int Converted(int Size) {
   return Size;
 }
 
+/// What is the same in every ANSI code page that Windows has, and in UTF-16: most texts, and all but nothing to
+/// convert.
+bool IsAscii(auto Text) {
+  return std::ranges::all_of(Text, [](auto Unit) { return Unit >= 0 && Unit < 0x80; });
+}
+
 }  // namespace
 
 std::wstring_view ViewOf(BSTR Text) { return Text ? std::wstring_view(Text, SysStringLen(Text)) : std::wstring_view(); }
@@ -28,7 +35,7 @@ TBstr MakeBstr(std::wstring_view Text) {
 }
 
 std::string LossyAnsi(std::wstring_view Text) {
-  if (Text.empty()) return {};
+  if (IsAscii(Text)) return {Text.begin(), Text.end()};
   const int Length = SizeOf(Text.size());
   const auto Convert = [&](char* To, int Room) {
     return WideCharToMultiByte(CP_ACP, 0, Text.data(), Length, To, Room, nullptr, nullptr);
@@ -47,7 +54,7 @@ std::optional<std::string> ExactAnsi(std::wstring_view Text) {
 bool IsInCodePage(std::string_view Ansi) { return LossyAnsi(ToWide(Ansi)) == Ansi; }
 
 std::wstring ToWide(std::string_view Ansi) {
-  if (Ansi.empty()) return {};
+  if (IsAscii(Ansi)) return {Ansi.begin(), Ansi.end()};
   const int Length = SizeOf(Ansi.size());
   const auto Convert = [&](wchar_t* To, int Room) {
     return MultiByteToWideChar(CP_ACP, 0, Ansi.data(), Length, To, Room);
