@@ -133,11 +133,11 @@ command_torture() {
 
 # One line for each part, both shares together; each is a line "NAME CASES GOOD" of the results files.
 sum_torture() {
-  cat "$@" | grep -E '^[a-z]+ [0-9]+ [0-9]+$' | awk '
+  cat "$@" | grep -E '^[a-z-]+ [0-9]+ [0-9]+$' | awk '
     !($1 in Cases) { Names[++Count] = $1 }
     { Cases[$1] += $2; Good[$1] += $3; All += $2; AllGood += $3 }
     END {
-      for (At = 1; At <= Count; ++At) printf "%-6s %6d of %6d cases as they must be\n", Names[At], Good[Names[At]], Cases[Names[At]]
+      for (At = 1; At <= Count; ++At) printf "%-9s %6d of %6d cases as they must be\n", Names[At], Good[Names[At]], Cases[Names[At]]
       printf "torture: %d of %d cases as they must be\n", AllGood, All
     }'
 }

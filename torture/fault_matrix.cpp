@@ -44,7 +44,7 @@ class TFaultMatrix {
       std::string Wrong = JudgeUpdate(Case, Told);
       if (Wrong.empty()) Wrong = JudgeRollback(Case, Told);
       Result.Count(Wrong.empty(), Case.Text() + ", in " + Told.Step + ": " + Wrong);
-      TellProgress("fault", Result.Cases, static_cast<int>(All.size()) / Plan.Shards);
+      TellProgress(Result.Cases, static_cast<int>(All.size()) / Plan.Shards);
     }
     return Result;
   }

@@ -3,7 +3,6 @@
 
 #include "support/module_calls.h"
 #include "torture.h"
-#include "update.h"
 
 #include <set>
 
@@ -30,8 +29,7 @@ void AddDeaths(TDeaths& Deaths, const std::string& Process, const TWords& Calls)
 }
 
 /// The sample of a quick run: deaths spread evenly, and the first of every kind.
-TDeaths SampleOf(const TDeaths& Deaths) {
-  constexpr size_t Count = 150;
+TDeaths SampleOf(const TDeaths& Deaths, size_t Count) {
   TDeaths Sample;
   std::set<std::string> Kinds;
   const size_t Stride = std::max<size_t>(1, Deaths.size() / Count);
@@ -44,17 +42,19 @@ TDeaths SampleOf(const TDeaths& Deaths) {
 
 class TKillMatrix {
  public:
+  explicit TKillMatrix(TForm Form) : Machine(Form), SampleSize(Form == TForm::Kit ? 60 : 150) {}
+
   TResult Run(const TPlan& Plan) {
     Machine.LayOut();
     const int Update = CallsOf("update"), Rollback = CallsOf("rollback");
-    if (!Plan.Full) Deaths = SampleOf(Deaths);
+    if (!Plan.Full) Deaths = SampleOf(Deaths, SampleSize);
     for (size_t At = 0; At < Deaths.size(); ++At) {
       const TDeath& Death = Deaths[At];
       if (!Plan.Takes(At, Death.Text())) continue;
       const int Left = Death.Process == "update" ? Rollback * Death.Point / Update : Rollback - Death.Point;
       const std::string Wrong = Visit(Death, static_cast<int>(At), Left, Plan.Full);
       Result.Count(Wrong.empty(), Death.Text() + ": " + Wrong);
-      TellProgress("kill", Result.Cases, static_cast<int>(Deaths.size()) / Plan.Shards);
+      TellProgress(Result.Cases, static_cast<int>(Deaths.size()) / Plan.Shards);
     }
     return Result;
   }
@@ -91,10 +91,11 @@ class TKillMatrix {
   }
 
   TMachine Machine;
+  const size_t SampleSize;
   TDeaths Deaths;
   TResult Result;
 };
 
 }  // namespace
 
-TResult KillMatrix(const TPlan& Plan) { return TKillMatrix().Run(Plan); }
+TResult KillMatrix(const TPlan& Plan, TForm Form) { return TKillMatrix(Form).Run(Plan); }

@@ -127,7 +127,7 @@ TResult LongLife(const TPlan& Plan) {
       if (Number % ForgetEvery == 0) {
         RemoveTree(Machine.Service("Backup"));
         MakeFolders(Machine.Service("Backup"));
-        TellProgress("long", Number, Calls);
+        TellProgress(Number, Calls);
       }
     }
     const TUse Last = TUse::Now();

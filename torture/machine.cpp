@@ -4,7 +4,6 @@
 #include "support/module_calls.h"
 #include "support/sandbox.h"
 #include "unflushed.h"
-#include "update.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,11 +11,11 @@
 
 namespace {
 
-TComRef<IClassFactory> LoadModule() {
+/// By one of its classes.
+TComRef<IClassFactory> LoadModule(const CLSID& ClassId) {
   TComRef<IClassFactory> Loaded;
-  const HRESULT Result =
-      CoGetClassObject(CLSID_UTransactionLog, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
-  Must(SUCCEEDED(Result), "the library is not registered");
+  const HRESULT Result = CoGetClassObject(ClassId, CLSCTX_INPROC_SERVER, nullptr, IID_IClassFactory, Loaded.OutVoid());
+  Must(SUCCEEDED(Result), "the library and its kit are not registered");
   return Loaded;
 }
 
@@ -27,19 +26,21 @@ void SetClasses(bool Server, bool Others) {
   if (!Others) UnRegisterTypeLib(Guid(MadeLibraryId), MadeLibraryMajor, MadeLibraryMinor, LANG_NEUTRAL, OwnKind);
 }
 
+constexpr char KitWord[] = "kit", PlainWord[] = "plain";
+
 std::string ToldFile(const std::string& Root) { return Root + "\\told.txt"; }
 
-/// change ROOT update|rollback EVENT POINT: see module_calls.h for the event at a point; "power" is "after", and tells
-/// what was not flushed.
-/// change ROOT fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the failing call with one answer, and
-/// who retries gives up when it does not help. Some of those who give up roll back in the same process. Without a
-/// FUNCTION all calls are counted.
+/// change ROOT FORM update|rollback EVENT POINT: see module_calls.h for the event at a point; "power" is "after", and
+/// tells what was not flushed. change ROOT FORM fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the
+/// failing call with one answer, and who retries gives up when it does not help. Some of those who give up roll back in
+/// the same process. Without a FUNCTION all calls are counted.
 const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
   constexpr int MostRetries = 4;  // as often as a call fails
   constexpr long Kinds = 15;
-  const std::string &Root = Words.at(0), &What = Words.at(1), &Event = Words.at(2);
-  const int Point = std::stoi(Words.at(3));
-  const bool IsFault = What == "fault", Retry = IsFault && Words.at(5) == "retry";
+  const std::string &Root = Words.at(0), &What = Words.at(2), &Event = Words.at(3);
+  const TForm Form = Words.at(1) == KitWord ? TForm::Kit : TForm::Plain;
+  const int Point = std::stoi(Words.at(4));
+  const bool IsFault = What == "fault", Retry = IsFault && Words.at(6) == "retry";
   int Boxes = 0;
   std::string Step = What, StepAsked, Calls;
   User.OnBox = [&] {
@@ -47,21 +48,22 @@ const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
     if (Failure && Boxes++ == 0) StepAsked = Step;
     User.Answer({!Failure ? IDYES : Retry && Boxes <= MostRetries ? IDRETRY : IDCANCEL});
   };
-  const auto Loaded = LoadModule();
+  const auto Loaded = LoadModule(CLSID_UTransactionLog);
+  const auto Kit = Form == TForm::Kit ? LoadModule(CLSID_Kit) : TComRef<IClassFactory>();
   std::optional<TUpdater> Updater;
   std::optional<TFault> Fault;
   const TNoPauses NoPauses;
-  if (IsFault) Updater.emplace(Root);  // creating the objects is not a step of the update
+  if (IsFault) Updater.emplace(Root, Form);  // creating the objects is not a step of the update
   if (IsFault && !Event.empty()) {
     const auto Call = std::ranges::find(ModuleCalls(), Event, &TModuleCall::Name);
-    Fault.emplace(Event, TFaultPlan{Point - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(4)))});
+    Fault.emplace(Event, TFaultPlan{Point - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(5)))});
   } else if (Event == "power") {
     PlanEvent("after", Point, ChangingCalls, TellUnflushed);
     NoteUnflushed(Root);
   } else {
     PlanEvent(IsFault ? "nothing" : Event, Point, IsFault ? AllCalls : ChangingCalls);
   }
-  if (What == "update") Updater.emplace(Root);
+  if (What == "update") Updater.emplace(Root, Form);
   HRESULT Result = Updater ? RunUpdate(*Updater, Step) : RollBack();
   if (Event == "power") TellUnflushed();
   if (!Fault)
@@ -76,9 +78,10 @@ const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
 
 }  // namespace
 
-TMachine::TMachine() : TSandbox(NoDoubles), Loaded(LoadModule()) {
+TMachine::TMachine(TForm Form) : TSandbox(NoDoubles), Form(Form), Loaded(LoadModule(CLSID_UTransactionLog)) {
+  if (Form == TForm::Kit) LoadedKit = LoadModule(CLSID_Kit);
   const std::string Forgotten = ForgottenCalls();
-  Must(Forgotten.empty(), "the list in tests/support/module_calls.cpp lacks what the library imports: " + Forgotten);
+  Must(Forgotten.empty(), "the list in tests/support/module_calls.cpp lacks what is imported: " + Forgotten);
   Window = CreateWindowExA(0, "Static", "", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
   LayOutFiles(Root()), LayOutRegistry(), FindClassKeys();
   Original = Capture();
@@ -125,7 +128,7 @@ TRegistryTree TMachine::CaptureClasses() const {
 TCapture TMachine::Capture() const { return {TreeOf(App()), RegistryTreeOf(AppKeyName), CaptureClasses()}; }
 
 TTold TMachine::Change(const std::string& What, const TWords& Event) const {
-  TWords Words = {"change", Root(), What};
+  TWords Words = {"change", Root(), Form == TForm::Kit ? KitWord : PlainWord, What};
   Words.insert(Words.end(), Event.begin(), Event.end());
   DeleteFileA(ToldFile(Root()).c_str());
   TTold Told{TChild(Words).Wait()};
@@ -141,7 +144,7 @@ TTold TMachine::Change(const std::string& What, const TWords& Event) const {
 std::string TMachine::RollBackAndCompare(std::map<std::string, int>& Notes) const {
   const TTold RolledBack = Change("rollback");
   std::string Wrong = Difference(Before(), Capture());
-  const bool Exactly = RemoveKnownRemains(Wrong) == 0;
+  const bool Exactly = Form == TForm::Kit || RemoveKnownRemains(Wrong) == 0;
   if (FAILED(RolledBack.Result)) Wrong += RolledBack.Step + " failed: " + RolledBack.Error + "\n";
   constexpr int Added = 2;
   // A rollback does not undo what the uninstaller was told, but it is all there or nothing of it.

@@ -4,6 +4,7 @@
 #include "support/process.h"
 #include "support/sandbox.h"
 #include "support/tree.h"
+#include "update.h"
 
 #include <map>
 #include <set>
@@ -32,7 +33,8 @@ struct TTold {
 /// base folder. The processes that change it find it by the base folder's value in the registry.
 class TMachine final : public TSandbox {
  public:
-  TMachine();
+  /// Its processes update in this form.
+  explicit TMachine(TForm Form = TForm::Plain);
   ~TMachine();
 
   /// The sample application and its package as they are before an update; the base folder is empty.
@@ -43,14 +45,16 @@ class TMachine final : public TSandbox {
   /// what may happen to it.
   TTold Change(const std::string& What, const TWords& Event = {"nothing", "0"}) const;
   /// Lets a process roll everything back and gives what is wrong then, or ""; counts whether all is exactly as before.
+  /// With the kit it must be.
   std::string RollBackAndCompare(std::map<std::string, int>& Notes) const;
 
  private:
   void FindClassKeys();
   TRegistryTree CaptureClasses() const;
 
-  /// The module stays loaded here as long as its machine lives, so that the locks of the dead outlive them.
-  TComRef<IClassFactory> Loaded;
+  const TForm Form;
+  /// The modules stay loaded here as long as their machine lives, so that the locks of the dead outlive them.
+  TComRef<IClassFactory> Loaded, LoadedKit;
   /// Nobody sees it. Wine's desktop goes with the last window, and takes half a second to start with the next.
   HWND Window = nullptr;
   TCapture Original;

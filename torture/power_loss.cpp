@@ -39,8 +39,9 @@ std::vector<std::pair<std::string, TUnflushed>> StatesOf(const TUnflushed& Unflu
 
 class TPowerLoss {
  public:
+  explicit TPowerLoss(TForm Form) : Machine(Form), QuickPoints(Form == TForm::Kit ? 100 : 300) {}
+
   TResult Run(const TPlan& Plan) {
-    constexpr int QuickPoints = 300;  // of which half have something to lose
     Machine.LayOut();
     const int Update = CallsOf("update"), All = Update + CallsOf("rollback");
     const int Stride = Plan.Full ? 1 : std::max(1, All / QuickPoints);
@@ -49,7 +50,7 @@ class TPowerLoss {
       const std::string What = InUpdate ? "update" : "rollback";
       const int At = InUpdate ? Point : Point - Update;
       if (Plan.Takes(static_cast<size_t>(Number), What)) Visit(What, At, Plan.Full ? -1 : Number / Plan.Shards);
-      TellProgress("power", Number, All / Stride);
+      TellProgress(Number, All / Stride);
     }
     return Result;
   }
@@ -101,9 +102,10 @@ class TPowerLoss {
   }
 
   TMachine Machine;
+  const int QuickPoints;  ///< of which half have something to lose
   TResult Result;
 };
 
 }  // namespace
 
-TResult PowerLoss(const TPlan& Plan) { return TPowerLoss().Run(Plan); }
+TResult PowerLoss(const TPlan& Plan, TForm Form) { return TPowerLoss(Form).Run(Plan); }

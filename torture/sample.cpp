@@ -78,6 +78,9 @@ void LayOutFiles(const std::string& Root) {
   Write(Places.Package("fresh.txt"), "fresh", ReadOnly);
   Write(Places.Package("empty.dat"), "no longer empty");
   Write(Places.Package("plugin.dll"), "plugin");
+  Write(Places.Package("docs\\sub\\keep.dat"), "of the package", ReadOnly);
+  Write(Places.Package("docs\\sub\\two.txt"), "two again", Hidden);
+  Write(Places.Package("docs\\more\\three.txt"), std::string(70000, '3'));
   CopyBuilt("second.dll", Places.Package("older_version.dll"));
   CopyBuilt("first.dll", Places.Package("newer_version.dll"));
   CopyBuilt("first.dll", Places.Package("asked.dll"));

@@ -32,13 +32,13 @@ struct TResult {
   }
 };
 
-TResult KillMatrix(const TPlan& Plan);
-TResult PowerLoss(const TPlan& Plan);
+TResult KillMatrix(const TPlan& Plan, TForm Form);
+TResult PowerLoss(const TPlan& Plan, TForm Form);
 TResult TornFiles(const TPlan& Plan);
 TResult FaultMatrix(const TPlan& Plan);
 TResult ManyAtOnce(const TPlan& Plan);
 TResult Apart(const TPlan& Plan);
 TResult LongLife(const TPlan& Plan);
 
-/// Tells how far a part has come, now and then.
-void TellProgress(const char* Part, int Done, int Of);
+/// Tells how far the part that runs has come, now and then.
+void TellProgress(int Done, int Of);

@@ -13,15 +13,22 @@ const struct TPart {
   std::string Name, What;
   TResult (*Run)(const TPlan& Plan);
 } Parts[] = {
-    {"kill", "an update and its rollback, ended before, in and after every changing system call", KillMatrix},
+    {"kill", "an update and its rollback, ended before, in and after every changing system call",
+     [](const TPlan& Plan) { return KillMatrix(Plan, TForm::Plain); }},
     {"power", "an update and its rollback, ended at every call, and what was not flushed lost, cut or zeros",
-     PowerLoss},
+     [](const TPlan& Plan) { return PowerLoss(Plan, TForm::Plain); }},
+    {"kit-kill", "the same deaths of an update through the kit, after which nothing at all may stay",
+     [](const TPlan& Plan) { return KillMatrix(Plan, TForm::Kit); }},
+    {"kit-power", "the same losses in an update through the kit",
+     [](const TPlan& Plan) { return PowerLoss(Plan, TForm::Kit); }},
     {"torn", "every file of the system cut at every length, and with a flipped byte at every offset", TornFiles},
     {"fault", "every system call of an update failing once; Retry and Cancel", FaultMatrix},
     {"many", "eight processes at once on one base folder, killed and replaced", ManyAtOnce},
     {"apart", "four threads in one process, and two processes with the real debug log", Apart},
     {"long", "many calls on one set of objects: handles, windows' objects, memory", LongLife},
 };
+
+std::string RunningPart;
 
 /// ./mend torture --help tells what the options are for.
 constexpr char Usage[] =
@@ -30,9 +37,9 @@ constexpr char Usage[] =
     "must.\n";
 
 void Print(const TPart& Part, const TResult& Result, double Seconds) {
-  std::printf("%-6s %d cases, %d as they must be, %d not  (%.0f s)\n       %s\n", Part.Name.c_str(), Result.Cases,
+  std::printf("%-9s %d cases, %d as they must be, %d not  (%.0f s)\n          %s\n", Part.Name.c_str(), Result.Cases,
               Result.Good, static_cast<int>(Result.Bad.size()), Seconds, Part.What.c_str());
-  for (const auto& [Note, Count] : Result.Notes) std::printf("       %s: %d\n", Note.c_str(), Count);
+  for (const auto& [Note, Count] : Result.Notes) std::printf("          %s: %d\n", Note.c_str(), Count);
   constexpr size_t MostShown = 20, MostText = 300;
   for (size_t At = 0; At < std::min(MostShown, Result.Bad.size()); ++At)
     std::printf("  BAD  %s\n", Result.Bad[At].substr(0, MostText).c_str());
@@ -53,6 +60,7 @@ bool RunParts(const TPlan& Plan, const std::set<std::string>& Only) {
   bool Good = true;
   for (const TPart& Part : Parts) {
     if (!Only.empty() && !Only.count(Part.Name)) continue;
+    RunningPart = Part.Name;
     const ULONGLONG Begin = GetTickCount64();
     const TResult Result = Part.Run(Plan);
     if (Result.Skipped) continue;
@@ -76,7 +84,7 @@ int Run(const std::vector<std::string>& Words) {
     };
     if (Word == "--help") return std::fputs(Usage, stdout) < 0;
     if (Word == "--list") {
-      for (const TPart& Part : Parts) std::printf("%-6s %s\n", Part.Name.c_str(), Part.What.c_str());
+      for (const TPart& Part : Parts) std::printf("%-9s %s\n", Part.Name.c_str(), Part.What.c_str());
       return 0;
     }
     if (Word == "--quick" || Word == "--full") {
@@ -98,9 +106,9 @@ int Run(const std::vector<std::string>& Words) {
 
 }  // namespace
 
-void TellProgress(const char* Part, int Done, int Of) {
+void TellProgress(int Done, int Of) {
   constexpr int Every = 50;
-  if (Done % Every == 0) std::printf("  %s: %d of %d\n", Part, Done, Of), std::fflush(stdout);
+  if (Done % Every == 0) std::printf("  %s: %d of %d\n", RunningPart.c_str(), Done, Of), std::fflush(stdout);
 }
 
 int main(int Count, char** Arguments) {

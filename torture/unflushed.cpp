@@ -1,8 +1,10 @@
 #include "unflushed.h"
 
+#include "base/text.h"
 #include "support/module_calls.h"
 #include "support/tree.h"
 
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -24,22 +26,33 @@ template <auto Function, class... TArgs>
 auto GoOn(const TImportPatch& Patch, TArgs... Args) {
   return reinterpret_cast<decltype(Function)>(Patch.Replaced())(Args...);
 }
-std::optional<TImportPatch> Creates, Writes, Cuts, Flushes, Moves;
+std::optional<TImportPatch> Creates, Writes, Cuts, Flushes, Moves, KitCreates, KitWrites, KitFlushes, KitMoves;
 
 void Change(HANDLE File) {
   if (const auto Found = Opened.find(File); Found != Opened.end())
     Unflushed.try_emplace(Found->second.Path, Found->second.Before);
 }
 
-HANDLE WINAPI NoteCreate(LPCSTR Path, DWORD Access, DWORD Share, SECURITY_ATTRIBUTES* Rights, DWORD Disposition,
-                         DWORD Flags, HANDLE Template) {
+HANDLE NoteOpened(const std::string& Path, DWORD Access, DWORD Disposition, const std::function<HANDLE()>& Open) {
   const bool ToWrite = Access & GENERIC_WRITE;
   const std::string Before = ToWrite && Exists(Path) ? Read(Path) : "";
   if (ToWrite && Disposition != OPEN_EXISTING && !Exists(Path))
     Unflushed[Path] = "";  // and if it fails, it is not there
-  const HANDLE File = GoOn<&CreateFileA>(*Creates, Path, Access, Share, Rights, Disposition, Flags, Template);
+  const HANDLE File = Open();
   if (ToWrite && File != INVALID_HANDLE_VALUE) Opened[File] = {Path, Before};
   return File;
+}
+HANDLE WINAPI NoteCreate(LPCSTR Path, DWORD Access, DWORD Share, SECURITY_ATTRIBUTES* Rights, DWORD Disposition,
+                         DWORD Flags, HANDLE Template) {
+  return NoteOpened(Path, Access, Disposition, [=] {
+    return GoOn<&CreateFileA>(*Creates, Path, Access, Share, Rights, Disposition, Flags, Template);
+  });
+}
+HANDLE WINAPI NoteKitCreate(LPCWSTR Path, DWORD Access, DWORD Share, SECURITY_ATTRIBUTES* Rights, DWORD Disposition,
+                            DWORD Flags, HANDLE Template) {
+  return NoteOpened(LossyAnsi(Path), Access, Disposition, [=] {
+    return GoOn<&CreateFileW>(*KitCreates, Path, Access, Share, Rights, Disposition, Flags, Template);
+  });
 }
 BOOL WINAPI NoteWrite(HANDLE File, LPCVOID Buffer, DWORD Size, DWORD* Written, OVERLAPPED* Overlapped) {
   Change(File);
@@ -68,6 +81,12 @@ BOOL WINAPI NoteMove(LPCSTR From, LPCSTR To) {
   FollowMove();
   return Result;
 }
+BOOL WINAPI NoteKitMove(LPCWSTR From, LPCWSTR To, DWORD Flags) {
+  LastMove = {LossyAnsi(From), LossyAnsi(To)};
+  const BOOL Result = GoOn<&MoveFileExW>(*KitMoves, From, To, Flags);
+  FollowMove();
+  return Result;
+}
 
 bool IsNeverFlushed(const std::string& Path) {
   return Path.find("\\Garbage\\") != std::string::npos || Path.find("\\Uninstall\\") != std::string::npos;
@@ -80,6 +99,11 @@ void NoteUnflushed(const std::string& Root) {
   Creates.emplace("CreateFileA", NoteCreate), Writes.emplace("WriteFile", NoteWrite);
   Cuts.emplace("SetEndOfFile", NoteCut), Flushes.emplace("FlushFileBuffers", NoteFlush);
   Moves.emplace("MoveFileA", NoteMove);
+  constexpr char Kit[] = "MendworkKit.dll";
+  if (!GetModuleHandleA(Kit)) return;
+  // What PlanEvent put in the place of the others is one for both modules.
+  KitCreates.emplace("CreateFileW", NoteKitCreate, Kit), KitMoves.emplace("MoveFileExW", NoteKitMove, Kit);
+  KitWrites.emplace("WriteFile", NoteWrite, Kit), KitFlushes.emplace("FlushFileBuffers", NoteFlush, Kit);
 }
 
 void TellUnflushed() {

@@ -162,22 +162,48 @@ std::vector<TStep> RemainingSteps() {
 const char* const Remains[] = {"themes\\",       "themes\\dark\\",     "Themes\\",
                                "Themes\\Dark\\", "Themes\\Dark\\Name", "Added"};
 
+/// The same and more, after which nothing stays. Of the tree, one file takes the place of another, and others and a
+/// folder are new; earlier steps deleted files beside them.
+std::vector<TStep> KitSteps() {
+  const auto SetValue = [](const std::string& Key, const std::string& Name, long Type, const std::string& Data) {
+    return TStep{"kit: value " + Key + "\\" + Name, [=](TUpdater& U) {
+                   return U.Kit->CreateValueLogged(User, KeyName(Key), Text(Name), Type, Text(Data));
+                 }};
+  };
+  return {{"kit: copy",
+           [](TUpdater& U) {
+             const Text Dest(U.Places.App("themes\\dark\\plugin.dll"));
+             return U.Kit->CopyFileLogged(Text(U.Places.Package("plugin.dll")), Dest, 0);
+           }},
+          SetValue("Themes\\Dark", "Name", REG_SZ, "dark"),
+          SetValue("", "Added", REG_DWORD, "1"),
+          SetValue("", "Folder", REG_EXPAND_SZ, "%TEMP%"),
+          {"kit: key", [](TUpdater& U) { return U.Kit->CreateKeyLogged(User, KeyName("Plugins\\C\\Deep")); }},
+          {"kit: folder", [](TUpdater& U) { return U.Kit->CreateFolderLogged(Text(U.Places.App("plugins\\native"))); }},
+          {"kit: tree", [](TUpdater& U) {
+             TBstr Told;
+             return U.Kit->CopyTreeLogged(Text(U.Places.Package("docs")), Text(U.Places.App("docs")), nullptr, 0,
+                                          Told.Out());
+           }}};
+}
+
 }  // namespace
 
 Text KeyName(const std::string& Name) { return Text("Software\\MendworkTorture" + (Name.empty() ? "" : "\\" + Name)); }
 
-const std::vector<TStep>& UpdateSteps() {
-  static const std::vector<TStep> Steps = [] {
+const std::vector<TStep>& UpdateSteps(TForm Form) {
+  static const auto StepsThenLast = [](const std::vector<TStep>& Last) {
     std::vector<TStep> All;
-    for (const auto& Group : {FileSteps(), RegistrySteps(), ComSteps(), StateSteps(), ListSteps(), RemainingSteps()})
+    for (const auto& Group : {FileSteps(), RegistrySteps(), ComSteps(), StateSteps(), ListSteps(), Last})
       All.insert(All.end(), Group.begin(), Group.end());
     return All;
-  }();
-  return Steps;
+  };
+  static const std::vector<TStep> Plain = StepsThenLast(RemainingSteps()), Kit = StepsThenLast(KitSteps());
+  return Form == TForm::Kit ? Kit : Plain;
 }
 
 HRESULT RunUpdate(TUpdater& Updater, std::string& Current) {
-  for (const TStep& Step : UpdateSteps()) {
+  for (const TStep& Step : UpdateSteps(Updater.Form)) {
     Current = Step.Name;
     if (const HRESULT Result = Step.Run(Updater); FAILED(Result)) return Result;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "kit/interfaces.h"
 #include "sample.h"
 #include "support/sandbox.h"
 
@@ -15,13 +16,20 @@ constexpr VARIANT_BOOL Yes = VARIANT_TRUE, No = VARIANT_FALSE;
 /// The application's key or one below it.
 Text KeyName(const std::string& Below = "");
 
+/// How an update makes what did not exist before it: with the logged methods alone, whose rollback leaves folders, keys
+/// and values, or with the kit, whose rollback leaves nothing.
+enum class TForm { Plain, Kit };
+
 /// The objects of one process that updates.
 struct TUpdater {
-  explicit TUpdater(const std::string& Root) : Places{Root} {}
+  explicit TUpdater(const std::string& Root, TForm Form = TForm::Plain) : Places{Root}, Form(Form) {
+    if (Form == TForm::Kit) Kit = Make<IKit>(CLSID_Kit);
+  }
 
   HRESULT ReadGroup(const GUID& Group) { return History->Get(Group, &Code, &Item, &Flag, &Flag); }
 
   TPlaces Places;
+  TForm Form;
   // What calls gave back; nobody looks at most of it.
   GUID Item{};
   TBstr Content;
@@ -36,13 +44,14 @@ struct TUpdater {
   TComRef<IUCom> Com = Make<IUCom>(CLSID_UCom);
   TComRef<IUInno> Inno = Make<IUInno>(CLSID_UInno);
   TComRef<IUGarbage> Garbage = Make<IUGarbage>(CLSID_UGarbage);
+  TComRef<IKit> Kit;  ///< of that form only
 };
 
 struct TStep {
   std::string Name;
   std::function<HRESULT(TUpdater&)> Run;
 };
-const std::vector<TStep>& UpdateSteps();
+const std::vector<TStep>& UpdateSteps(TForm Form = TForm::Plain);
 /// The step that tells the uninstaller.
 inline constexpr char UninstallLogStep[] = "uninstall log: write";
 
@@ -53,5 +62,6 @@ HRESULT RunUpdate(TUpdater& Updater, std::string& Current);
 HRESULT LookAtStores();
 
 /// What a rollback leaves although it was not there before, because no rule takes it away: folders and registry keys
-/// and values that logged calls created. Removes those lines from a difference and gives how many there were.
+/// and values that logged calls of the plain form created. Removes those lines from a difference and gives how many
+/// there were.
 int RemoveKnownRemains(std::string& Difference);

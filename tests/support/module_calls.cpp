@@ -34,6 +34,13 @@ void ForEachImport(const char* Module,
   }
 }
 
+/// Mendwork's, and the kit's when it is there.
+std::vector<const char*> LoadedModules() {
+  std::vector<const char*> Modules = {"Mendwork.dll"};
+  if (GetModuleHandleA("MendworkKit.dll")) Modules.push_back("MendworkKit.dll");
+  return Modules;
+}
+
 void SetSlot(void** Slot, void* Function) {
   DWORD Protection = 0;
   VirtualProtect(Slot, sizeof *Slot, PAGE_READWRITE, &Protection);
@@ -73,7 +80,8 @@ bool Passes(const TModuleCall& Call, bool Opens) {
 }
 
 /// An open for reading changes nothing.
-bool IsOpen(LPCSTR, DWORD Access, DWORD, SECURITY_ATTRIBUTES*, DWORD Disposition, DWORD, HANDLE) {
+template <class TChar>
+bool IsOpen(const TChar*, DWORD Access, DWORD, SECURITY_ATTRIBUTES*, DWORD Disposition, DWORD, HANDLE) {
   return Disposition == OPEN_EXISTING && !(Access & GENERIC_WRITE);
 }
 template <class... TArgs>
@@ -136,15 +144,18 @@ constexpr int AskedLate = 4;
 /// The system's helpers that touch nothing which outlives the process or is shared: the compiler's runtime, the threads
 /// of its library, texts, numbers, COM's memory and errors. A failure of them is no answer of a machine.
 constexpr char Harmless[] =
-    "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate|CoGetClass)\\w+|(Resume|Suspend)Thread|(Create|Reset|Set)"
+    "(Is|Rtl|Sys|Tls|Variant|Virtual|GetCurrent|CoCreate|CoGetClass|CoInitialize|CoRegister|CoRevoke|CoUninitialize)"
+    "\\w*|(Resume|Suspend)Thread|(Create|Reset|Set)"
     "Event\\w?|"
     "\\w+(CriticalSection|VectoredExceptionHandler|AffinityMask|ThreadContext|ThreadPriority|ErrorInfo|ErrorMode)|"
     "(ExpandEnvironmentStrings|FormatMessage|GetDateFormat|GetTimeFormat|LCMapString|OutputDebugString|lstrcmpi)[AW]|"
     "Compare(String|FileTime)\\w*|"
-    "\\w+(LastError|ToMultiByte|ToSystemTime|ToWideChar)|Get(LocalTime|SystemTimeAsFileTime|TickCount64)|"
-    "GetActiveObject|GetHandleInformation|GetModuleFileNameW|GetModuleHandleW|LoadLibraryW|DispCallFunc|CoTaskMemFree|"
+    "\\w+(LastError|ToMultiByte|ToSystemTime|ToLocalFileTime|ToWideChar|FromCLSID|ActiveObject)|Get(LocalTime|"
+    "SystemTimeAsFileTime|TickCount64)|"
+    "Get(HandleInformation|ModuleFileNameW|ModuleHandleW|FullPathNameW|ProcessTimes)|LoadLibrary(Ex)?W|DispCallFunc|"
+    "CoTaskMemFree|"
     "(Find|Load|Lock|Sizeof)Resource\\w?|GetTemp\\w+|(Get|Set)DllDirectoryW|Ole(Uni|I)nitialize|Convert\\w+Si[a-z]+\\w*"
-    "A|Convert\\w+DescriptorA|"
+    "A|Convert\\w+Descriptor[AW]|"
     "DuplicateHandle|EqualSid|"
     "GetTokenInformation|OpenProcessToken|LocalFree|OpenProcess|RaiseException|Sleep|"
     "WaitForMultipleObjects|__C_"
@@ -180,12 +191,19 @@ const std::vector<TModuleCall>& ModuleCalls() {
       // How a search asks for the stored names; a walk holds its folders.
       ROW(FindFirstFileW, All, Looks, Asked),
       ROW(FindNextFileW, FALSE, Looks, Asked),
-      ROW(CreateFileW, All, Looks, Asked),
-      // The removal of listed folders, and registration.
+      ROW(CreateFileW, All, Changes, Asked),
+      // The removal of listed folders, registration, and what the kit makes and removes.
       ROW(DeleteFileW, FALSE, Changes, NotAsked),
       ROW(RemoveDirectoryW, FALSE, Changes, NotAsked),
       ROW(SetFileAttributesW, FALSE, Changes, NotAsked),
       ROW(GetFileAttributesW, All, Looks, NotAsked),
+      ROW(GetFileAttributesExW, FALSE, Looks, NotAsked),
+      ROW(GetDiskFreeSpaceExW, FALSE, Looks, NotAsked),
+      ROW(CreateDirectoryW, FALSE, Changes, NotAsked),
+      ROW(MoveFileExW, FALSE, Changes, NotAsked),
+      STATUS(RegCreateKeyExW, Changes, NotAsked),
+      STATUS(RegDeleteKeyW, Changes, NotAsked),
+      STATUS(RegDeleteKeyValueW, Changes, NotAsked),
       STATUS(RegSetValueExW, Changes, NotAsked),
       ROW(FindNextFileA, FALSE, Looks, Asked),
       ROW(FindClose, FALSE, Looks, Asked),
@@ -197,6 +215,7 @@ const std::vector<TModuleCall>& ModuleCalls() {
       STATUS(RegQueryValueExA, Looks, Asked),
       STATUS(RegQueryValueExW, Looks, Asked),
       STATUS(RegGetValueA, Looks, NotAsked),
+      STATUS(RegGetValueW, Looks, NotAsked),
       STATUS(RegSetValueExA, Changes, Asked),
       STATUS(RegEnumValueA, Looks, Asked),
       STATUS(RegEnumValueW, Looks, Asked),
@@ -220,6 +239,8 @@ const std::vector<TModuleCall>& ModuleCalls() {
       ROW(FlushFileBuffers, FALSE, Looks, NotAsked),
       ROW(CreateMutexA, Null, Looks, NotAsked),
       ROW(OpenMutexA, Null, Looks, NotAsked),
+      ROW(CreateMutexW, Null, Looks, NotAsked),
+      ROW(OpenMutexW, Null, Looks, NotAsked),
       ROW(CreateSemaphoreA, Null, Looks, NotAsked),
       ROW(OpenSemaphoreA, Null, Looks, NotAsked),
       ROW(WaitForSingleObject, All, Looks, NotAsked),
@@ -232,11 +253,12 @@ const std::vector<TModuleCall>& ModuleCalls() {
 std::string ForgottenCalls() {
   const std::regex Libraries("(KERNEL32|ADVAPI32|SHLWAPI|OLEAUT32|ole32).dll"), Known(Harmless);
   std::string Forgotten;
-  ForEachImport("Mendwork.dll", [&](const char* Library, const char* Name, void**) {
-    const bool Listed = std::ranges::count(ModuleCalls(), std::string(Name), &TModuleCall::Name) > 0;
-    if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Known))
-      Forgotten += std::string(Name) + " ";
-  });
+  for (const char* Module : LoadedModules())
+    ForEachImport(Module, [&](const char* Library, const char* Name, void**) {
+      const bool Listed = std::ranges::count(ModuleCalls(), std::string(Name), &TModuleCall::Name) > 0;
+      if (std::regex_match(Library, Libraries) && !Listed && !std::regex_match(Name, Known))
+        Forgotten += std::string(Name) + " ";
+    });
   return Forgotten;
 }
 
@@ -261,7 +283,11 @@ void PlanEvent(const std::string& Kind, int Point, TPoints Points, void (*OnDeat
   static bool Patched = false;
   Event = {Kind, Point, Points, OnDeath};
   if (std::exchange(Patched, true)) return;
-  for (const TModuleCall& Call : ModuleCalls()) new TImportPatch(Call.Name, Call.Replacement);  // for good
+  for (const char* Module : LoadedModules())
+    ForEachImport(Module, [](const char*, const char* Name, void** Slot) {
+      const auto Call = std::ranges::find(ModuleCalls(), std::string(Name), &TModuleCall::Name);
+      if (Call != ModuleCalls().end()) SetSlot(Slot, Call->Replacement);  // for good
+    });
 }
 
 const std::vector<const char*>& CallsMade() { return Event.Made; }

@@ -26,8 +26,8 @@ class TImportPatch {
   void* Before = nullptr;
 };
 
-/// A Win32 function that the module calls: how a call of it fails, and what the torture does with it. The list of them
-/// is the only one; tests, kill matrix and fault matrix take their functions from it.
+/// A Win32 function that the module, or its kit, calls: how a call of it fails, and what the torture does with it. The
+/// list of them is the only one; tests, kill matrix and fault matrix take their functions from it.
 struct TModuleCall {
   const char* Name;
   void* Replacement;
@@ -38,8 +38,8 @@ struct TModuleCall {
   int Failures;  ///< in a row, until its wrapper asks the user; 0 when no wrapper runs it
 };
 const std::vector<TModuleCall>& ModuleCalls();
-/// What the module imports of the system's files, registry, modules and locks and is neither in the list nor named as
-/// harmless beside it; "" when nothing is.
+/// What the module, and the kit when it is loaded, import of the system's files, registry, modules and locks and is
+/// neither in the list nor named as harmless beside it; "" when nothing is.
 std::string ForgottenCalls();
 
 /// What happens to the module's calls of one function: `Skip` go through, the next `Times` fail with `Code` and do
@@ -66,7 +66,8 @@ constexpr int DiedStatus = 77;
 /// Which calls are points: those that change something, or all of the list.
 enum TPoints { ChangingCalls, AllCalls };
 
-/// Lets an event happen at the `Point`-th call, counted from 1, in what is left of this process's life:
+/// Lets an event happen at the `Point`-th call of the modules that are loaded now, Mendwork's and the kit's, counted
+/// from 1, in what is left of this process's life:
 ///   nothing  the calls are only counted
 ///   before   the process ends just before the call, with DiedStatus
 ///   after    it ends just after the call
