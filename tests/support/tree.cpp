@@ -105,7 +105,8 @@ void Plant(const std::string& Folder, const TTree& Tree) {
   const TTree Now = TreeOf(Folder);
   MakeFolders(Folder);
   for (const auto& [Name, Entry] : Now)
-    if (!Tree.count(Name)) RemoveTree(Folder + "\\" + Name);
+    // The end of a folder's name would be a name of its own there.
+    if (!Tree.count(Name)) RemoveTree(Folder + "\\" + Name.substr(0, Name.find_last_not_of('\\') + 1));
   for (const auto& [Name, Entry] : Tree) {
     const std::string Path = Folder + "\\" + Name;
     const auto Found = Now.find(Name);
