@@ -31,9 +31,10 @@ constexpr char KitWord[] = "kit", PlainWord[] = "plain";
 std::string ToldFile(const std::string& Root) { return Root + "\\told.txt"; }
 
 /// change ROOT FORM update|rollback EVENT POINT: see module_calls.h for the event at a point; "power" is "after", and
-/// tells what was not flushed. change ROOT FORM fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the
-/// failing call with one answer, and who retries gives up when it does not help. Some of those who give up roll back in
-/// the same process. Without a FUNCTION all calls are counted.
+/// tells what was not flushed.
+/// change ROOT FORM fault FUNCTION NTH CODE ANSWER: makes the update; the user meets the failing call with one answer,
+/// and who retries gives up when it does not help. Some of those who give up roll back in the same process. Without a
+/// FUNCTION all calls are counted. In the kit's form they are the kit's own.
 const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
   constexpr int MostRetries = 4;  // as often as a call fails
   constexpr long Kinds = 15;
@@ -55,13 +56,15 @@ const TRole Change("change", [](const TWords& Words, TScriptedDialog& User) {
   const TNoPauses NoPauses;
   if (IsFault) Updater.emplace(Root, Form);  // creating the objects is not a step of the update
   if (IsFault && !Event.empty()) {
-    const auto Call = std::ranges::find(ModuleCalls(), Event, &TModuleCall::Name);
-    Fault.emplace(Event, TFaultPlan{Point - 1, Call->Failures, static_cast<DWORD>(std::stoul(Words.at(5)))});
+    const int Failures = Kit ? 1 : std::ranges::find(ModuleCalls(), Event, &TModuleCall::Name)->Failures;
+    const TFaultPlan Plan{Point - 1, Failures, static_cast<DWORD>(std::stoul(Words.at(5)))};
+    Fault.emplace(Event, Plan, Kit ? KitDll : MendworkDll);
   } else if (Event == "power") {
     PlanEvent("after", Point, ChangingCalls, TellUnflushed);
     NoteUnflushed(Root);
   } else {
-    PlanEvent(IsFault ? "nothing" : Event, Point, IsFault ? AllCalls : ChangingCalls);
+    const TPoints All = Kit ? AllCallsOfKit : AllCalls;
+    PlanEvent(IsFault ? "nothing" : Event, Point, IsFault ? All : ChangingCalls);
   }
   if (What == "update") Updater.emplace(Root, Form);
   HRESULT Result = Updater ? RunUpdate(*Updater, Step) : RollBack();

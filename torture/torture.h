@@ -35,7 +35,7 @@ struct TResult {
 TResult KillMatrix(const TPlan& Plan, TForm Form);
 TResult PowerLoss(const TPlan& Plan, TForm Form);
 TResult TornFiles(const TPlan& Plan);
-TResult FaultMatrix(const TPlan& Plan);
+TResult FaultMatrix(const TPlan& Plan, TForm Form);
 TResult ManyAtOnce(const TPlan& Plan);
 TResult Apart(const TPlan& Plan);
 TResult LongLife(const TPlan& Plan);

@@ -99,11 +99,10 @@ void NoteUnflushed(const std::string& Root) {
   Creates.emplace("CreateFileA", NoteCreate), Writes.emplace("WriteFile", NoteWrite);
   Cuts.emplace("SetEndOfFile", NoteCut), Flushes.emplace("FlushFileBuffers", NoteFlush);
   Moves.emplace("MoveFileA", NoteMove);
-  constexpr char Kit[] = "MendworkKit.dll";
-  if (!GetModuleHandleA(Kit)) return;
+  if (!GetModuleHandleA(KitDll)) return;
   // What PlanEvent put in the place of the others is one for both modules.
-  KitCreates.emplace("CreateFileW", NoteKitCreate, Kit), KitMoves.emplace("MoveFileExW", NoteKitMove, Kit);
-  KitWrites.emplace("WriteFile", NoteWrite, Kit), KitFlushes.emplace("FlushFileBuffers", NoteFlush, Kit);
+  KitCreates.emplace("CreateFileW", NoteKitCreate, KitDll), KitMoves.emplace("MoveFileExW", NoteKitMove, KitDll);
+  KitWrites.emplace("WriteFile", NoteWrite, KitDll), KitFlushes.emplace("FlushFileBuffers", NoteFlush, KitDll);
 }
 
 void TellUnflushed() {

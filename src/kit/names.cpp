@@ -66,6 +66,17 @@ bool FolderExists(const std::wstring& Name) {
   return Attributes != INVALID_FILE_ATTRIBUTES && (Attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
+DWORD AttributesOf(const std::wstring& Name) {
+  DWORD Attributes = INVALID_FILE_ATTRIBUTES;
+  const auto Look = [&] {
+    Attributes = GetFileAttributesW(Name.c_str());
+    const DWORD Code = GetLastError();
+    return Attributes != INVALID_FILE_ATTRIBUTES || Code == ERROR_FILE_NOT_FOUND || Code == ERROR_PATH_NOT_FOUND;
+  };
+  RepeatAsking(Look, MsgCannotGetAttributes, LossyAnsi(Name));
+  return Attributes;
+}
+
 std::vector<std::wstring> MissingFolders(const std::wstring& Folder) {
   std::vector<std::wstring> Missing;
   const std::string Ansi = LossyAnsi(Folder);

@@ -23,6 +23,10 @@ std::wstring FolderOf(const std::wstring& Name);
 /// Whether there is a folder of this name.
 bool FolderExists(const std::wstring& Name);
 
+/// The attributes of what has this name, INVALID_FILE_ATTRIBUTES when nothing has. The user is asked about what keeps
+/// them from being told.
+DWORD AttributesOf(const std::wstring& Name);
+
 /// The folders on the way to a folder, and itself, that do not exist, from the first; none when it exists. The name is
 /// a full one.
 std::vector<std::wstring> MissingFolders(const std::wstring& Folder);

@@ -99,12 +99,12 @@ class TCopying {
  private:
   // ---- Looking
 
-  static std::vector<TFolderEntry> List(const std::wstring& Mask, bool MustExist) {
+  /// A folder that is not there any more is no empty one: files that nobody copied must not go unnoticed.
+  static std::vector<TFolderEntry> List(const std::wstring& Mask) {
     for (;;) {
       std::vector<TFolderEntry> Found;
       const DWORD Code = ListFolder(Mask, Found);
-      const bool Nothing = Code == ERROR_FILE_NOT_FOUND || (Code == ERROR_PATH_NOT_FOUND && !MustExist);
-      if (Code == ERROR_SUCCESS || Nothing) return Found;
+      if (Code == ERROR_SUCCESS || Code == ERROR_FILE_NOT_FOUND) return Found;
       AskOrFail(Code, FormatMessageText(MsgCannotStartSearch, LossyAnsi(Mask)));
     }
   }
@@ -112,8 +112,8 @@ class TCopying {
   bool TakesAll() const { return Copy.Mask.empty() || Copy.Mask == L"*" || Copy.Mask == L"*.*"; }
 
   void Walk(const std::wstring& Source, const std::wstring& Dest, const std::wstring& Prefix, size_t Depth) {
-    const auto Everything = List(Under(Source, L"*"), Depth == 0);
-    const auto Matching = TakesAll() ? Everything : List(Under(Source, Copy.Mask), false);
+    const auto Everything = List(Under(Source, L"*"));
+    const auto Matching = TakesAll() ? Everything : List(Under(Source, Copy.Mask));
     if (AreOneFile(FactsOfFolder(Source), FactsOfFolder(Dest))) Refuse(MsgCopyOntoItself, Source);
     if (Depth > 0 && IsLink(Dest)) Fail(ERROR_CANT_RESOLVE_FILENAME, FormatWideMessage(MsgLinkInTheWay, Dest));
     bool Wanted = TakesAll();
@@ -152,13 +152,15 @@ class TCopying {
     RequireOutsideOwnFolders(LossyAnsi(Under(Folder, L"*")), false);
     const std::vector<std::wstring> Missing = MissingFolders(Folder);
     const std::wstring Existing = Missing.empty() ? Folder : FolderOf(Missing.front());
-    if (!FolderExists(Existing)) Fail(ERROR_ALREADY_EXISTS, FormatWideMessage(MsgCannotCreateFolder, Existing));
+    const DWORD Attributes = AttributesOf(Existing);
+    if (Attributes == INVALID_FILE_ATTRIBUTES || !(Attributes & FILE_ATTRIBUTE_DIRECTORY))
+      Fail(ERROR_ALREADY_EXISTS, FormatWideMessage(MsgCannotCreateFolder, Existing));
     for (const std::wstring& Name : Missing)
       if (Known.insert(Name).second) Folders.push_back(Name);
   }
 
   void PlanFile(const std::wstring& Source, const std::wstring& Dest, const std::wstring& Name, size_t Depth) {
-    const DWORD Attributes = GetFileAttributesW(Dest.c_str());
+    const DWORD Attributes = AttributesOf(Dest);
     const bool Exists = Attributes != INVALID_FILE_ATTRIBUTES;
     if (Exists && (Attributes & FILE_ATTRIBUTE_DIRECTORY))
       Fail(ERROR_ALREADY_EXISTS, FormatWideMessage(MsgCannotCreate, Dest));

@@ -3,6 +3,8 @@
 #include "base/format_text.h"
 #include "base/numbers.h"
 #include "formats/comma_text.h"
+#include "formats/kit_changes.h"
+#include "formats/update_manifest.h"
 #include "mendctl/call_log.h"
 #include "mendctl/commands.h"
 #include "support/memory_file.h"
@@ -91,6 +93,48 @@ void ReadItem(TFuzzInput Input) {
 void ReadCommaText(TFuzzInput Input) {
   const std::vector<std::string> Entries = ParseCommaText({reinterpret_cast<const char*>(Input.data()), Input.size()});
   Promise(ParseCommaText(MakeCommaText(Entries)) == Entries, "what any text gives survives");
+}
+
+void ReadKitChanges(std::string_view Text) {
+  constexpr size_t MostMemory = 64;  // an empty word for each byte, in a list that grows by doubling
+  std::optional<TKitChanges> Changes;
+  ReadWatched(MostMemory * Text.size(), [&] { Changes = DecodeKitChanges(Text); });
+  if (!Changes) return;
+  const std::string Written = EncodeKitChanges(*Changes);
+  const std::optional<TKitChanges> Again = DecodeKitChanges(Written);
+  Promise(Again && EncodeKitChanges(*Again) == Written, "changes survive being written and read");
+}
+
+/// A text that is no UTF-8 ends the program.
+void RequireUtf8(const std::string& Text) { nlohmann::json(Text).dump(); }
+
+/// Below a folder, wherever that is.
+void RequireNameBelow(const std::string& Name) {
+  RequireUtf8(Name);
+  const std::string Framed = "\\" + Name + "\\";
+  for (const char* Part : {"\\\\", "\\.\\", "\\..\\", ":", "*", "?", "/"})
+    Promise(Framed.find(Part) == std::string::npos, "names are plain ones below a folder");
+}
+
+void ReadManifest(std::string_view Text) {
+  const auto Lines = static_cast<size_t>(1 + std::ranges::count(Text, '\n'));
+  try {
+    const TUpdateManifest Manifest = ReadUpdateManifest(Text);
+    RequireUtf8(Manifest.Name);
+    RequireNameBelow(Manifest.Target.substr(3));
+    if (!Manifest.Source.empty()) RequireNameBelow(Manifest.Source);
+    for (const TManifestFile& File : Manifest.Files) {
+      RequireNameBelow(File.Name);
+      Promise(File.Sha256.size() == 64, "a file has a hash");
+    }
+    for (const std::string& Name : Manifest.Delete) RequireNameBelow(Name);
+    for (const TManifestKey& Key : Manifest.Keys) RequireUtf8(Key.Key), Promise(Key.Root != 0, "a key has a root");
+    for (const TManifestValue& Value : Manifest.Values)
+      for (const std::string& Each : {Value.Key, Value.Name, Value.Data}) RequireUtf8(Each);
+  } catch (const EManifestError& Error) {
+    RequireUtf8(Error.Why);
+    Promise(Error.Line >= 1 && Error.Line <= Lines, "the line of an error is one of the text");
+  }
 }
 
 std::string LogOfLines(TFuzzInput Input) {
@@ -185,6 +229,11 @@ void FuzzBackupItems(TFuzzInput Input) {
   constexpr void (*Readers[])(TFuzzInput) = {ReadItem<TSingleFileItem>, ReadItem<TFileSetItem>,
                                              ReadItem<TRegistryValueItem>, ReadItem<TRegistryKeyItem>, ReadCommaText};
   Readers[Input[0] % std::size(Readers)](Input.subspan(1));
+}
+
+void FuzzKitFiles(TFuzzInput Input) {
+  const std::string Text(Input.begin() + 1, Input.end());
+  Input[0] & 1 ? ReadKitChanges(Text) : ReadManifest(Text);
 }
 
 void FuzzState(TFuzzInput Input) {

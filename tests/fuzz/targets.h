@@ -22,6 +22,8 @@ void FuzzState(TFuzzInput Input);
 void FuzzCallLog(TFuzzInput Input);
 /// The readers of backup items, in the order of their structs, and of comma text.
 void FuzzBackupItems(TFuzzInput Input);
+/// What the kit reads: update manifests, and, with an odd first byte, what an entry of its own made.
+void FuzzKitFiles(TFuzzInput Input);
 
 /// False for a log that is refused; what was read of it stays.
 bool Load(std::string Bytes, TUninstallLog& Log);

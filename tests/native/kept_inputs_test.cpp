@@ -13,6 +13,7 @@ namespace {
 TEST(KeptInputs, BreakNothing) {
   for (const auto& [Name, Target] : {std::pair{"uninstall_log", &FuzzUninstallLog},
                                      {"backup_items", &FuzzBackupItems},
+                                     {"kit_files", &FuzzKitFiles},
                                      {"state", &FuzzState},
                                      {"call_log", &FuzzCallLog}})
     for (const auto& Entry :

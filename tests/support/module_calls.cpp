@@ -36,8 +36,8 @@ void ForEachImport(const char* Module,
 
 /// Mendwork's, and the kit's when it is there.
 std::vector<const char*> LoadedModules() {
-  std::vector<const char*> Modules = {"Mendwork.dll"};
-  if (GetModuleHandleA("MendworkKit.dll")) Modules.push_back("MendworkKit.dll");
+  std::vector<const char*> Modules = {MendworkDll};
+  if (GetModuleHandleA(KitDll)) Modules.push_back(KitDll);
   return Modules;
 }
 
@@ -273,8 +273,8 @@ TImportPatch::TImportPatch(const std::string& FunctionName, void* Replacement, c
 
 TImportPatch::~TImportPatch() { SetSlot(Slot, Before); }
 
-TFault::TFault(const std::string& FunctionName, TFaultPlan Plan)
-    : Patch(FunctionName, std::ranges::find(ModuleCalls(), FunctionName, &TModuleCall::Name)->Replacement) {
+TFault::TFault(const std::string& FunctionName, TFaultPlan Plan, const char* Module)
+    : Patch(FunctionName, std::ranges::find(ModuleCalls(), FunctionName, &TModuleCall::Name)->Replacement, Module) {
   PlannedName = FunctionName;
   Planned = Plan;
 }
@@ -283,7 +283,7 @@ void PlanEvent(const std::string& Kind, int Point, TPoints Points, void (*OnDeat
   static bool Patched = false;
   Event = {Kind, Point, Points, OnDeath};
   if (std::exchange(Patched, true)) return;
-  for (const char* Module : LoadedModules())
+  for (const char* Module : Points == AllCallsOfKit ? std::vector<const char*>{KitDll} : LoadedModules())
     ForEachImport(Module, [](const char*, const char* Name, void** Slot) {
       const auto Call = std::ranges::find(ModuleCalls(), std::string(Name), &TModuleCall::Name);
       if (Call != ModuleCalls().end()) SetSlot(Slot, Call->Replacement);  // for good

@@ -6,14 +6,16 @@
 #include <string>
 #include <vector>
 
+inline constexpr char MendworkDll[] = "Mendwork.dll", KitDll[] = "MendworkKit.dll";
+
 /// Replaces one function that Mendwork.dll, or another module, imports, for as long as this object lives: calls of that
 /// module, and of no other, go to the replacement. Needs the module loaded.
 class TImportPatch {
  public:
-  TImportPatch(const std::string& FunctionName, void* Replacement, const char* Module = "Mendwork.dll");
+  TImportPatch(const std::string& FunctionName, void* Replacement, const char* Module = MendworkDll);
   template <class TResult, class... TArgs>
   TImportPatch(const std::string& FunctionName, TResult(WINAPI* Replacement)(TArgs...),
-               const char* Module = "Mendwork.dll")
+               const char* Module = MendworkDll)
       : TImportPatch(FunctionName, reinterpret_cast<void*>(Replacement), Module) {}
   ~TImportPatch();
   TImportPatch(const TImportPatch&) = delete;
@@ -54,7 +56,7 @@ struct TFaultPlan {
 ///   const TFault Fault("DeleteFileA", {.Times = 1, .Code = ERROR_ACCESS_DENIED});
 class TFault {
  public:
-  TFault(const std::string& FunctionName, TFaultPlan Plan);
+  TFault(const std::string& FunctionName, TFaultPlan Plan, const char* Module = MendworkDll);
 
  private:
   TImportPatch Patch;
@@ -63,8 +65,8 @@ class TFault {
 /// How a process ends at its point.
 constexpr int DiedStatus = 77;
 
-/// Which calls are points: those that change something, or all of the list.
-enum TPoints { ChangingCalls, AllCalls };
+/// Which calls are points: those that change something, or all of the list, of both modules or of the kit.
+enum TPoints { ChangingCalls, AllCalls, AllCallsOfKit };
 
 /// Lets an event happen at the `Point`-th call of the modules that are loaded now, Mendwork's and the kit's, counted
 /// from 1, in what is left of this process's life:
